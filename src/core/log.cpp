@@ -1,0 +1,47 @@
+#include "log.h"
+
+#include <QByteArray>
+
+#include <cstdio>
+#include <mutex>
+
+namespace sorv {
+
+namespace {
+std::mutex& logMutex()
+{
+    static std::mutex m;
+    return m;
+}
+LogSink& logSink()
+{
+    static LogSink sink;
+    return sink;
+}
+} // namespace
+
+void consoleLog(const QString& line)
+{
+    std::lock_guard lock(logMutex());
+    if (auto& sink = logSink()) {
+        sink(line);
+        return;
+    }
+    const QByteArray bytes = line.toUtf8() + '\n';
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stdout);
+    std::fflush(stdout);
+}
+
+void setLogSink(LogSink sink)
+{
+    std::lock_guard lock(logMutex());
+    logSink() = std::move(sink);
+}
+
+QString redactToken(const QString& token)
+{
+    if (token.size() <= 8) return QStringLiteral("…");
+    return token.left(6) + QStringLiteral("…");
+}
+
+} // namespace sorv

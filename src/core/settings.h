@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QSettings>
+#include <QString>
+#include <QVariant>
+
+#include <memory>
+
+namespace sorv {
+
+// The user defaults: QSettings for organisation "Sorvelandrix", application
+// "SorvelandrixRecorder" (an INI file under $XDG_CONFIG_HOME). Keys are the
+// system's own (`sorvelandrix_server`, `speechLocale`, …).
+class Settings {
+public:
+    static inline const QString kServerKey = QStringLiteral("sorvelandrix_server");
+    static inline const QString kEmailKey = QStringLiteral("sorvelandrix_email");
+    static inline const QString kNameKey = QStringLiteral("sorvelandrix_name");
+    static inline const QString kSpeechLocaleKey = QStringLiteral("speechLocale");
+    static inline const QString kDefaultOrigin = QStringLiteral("https://sorvelandrix.com");
+
+    static QVariant value(const QString& key, const QVariant& fallback = {});
+    static void setValue(const QString& key, const QVariant& value);
+    static void remove(const QString& key);
+    static bool contains(const QString& key);
+
+    // The server origin: the run's override (--server / SORVELANDRIX_SERVER),
+    // else the `sorvelandrix_server` setting, else the default origin.
+    static QString serverOrigin();
+    // An override for this run only; it is never written to the settings.
+    static void setServerOverride(const QString& origin);
+
+private:
+    static std::unique_ptr<QSettings> store();
+};
+
+} // namespace sorv

@@ -1,0 +1,166 @@
+// The core primitives every subsystem stands on: serial queues (order,
+// confinement, named threads, timers, shutdown), the log thinning rule, the
+// private recordings directory and the server-origin precedence.
+
+#include "core/log.h"
+#include "core/paths.h"
+#include "core/serialqueue.h"
+#include "core/settings.h"
+#include "support/isolatedenvironment.h"
+
+#include <QFileInfo>
+#include <QTest>
+#include <QTimer>
+
+#include <atomic>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <vector>
+
+using namespace sorv;
+
+class TestCore : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void serialQueueRunsWorkInOrderOnItsOwnNamedThread();
+    void serialQueueTimersFireOnTheQueue();
+    void serialQueueShutdownDrainsPostedWork();
+    void logThinning_data();
+    void logThinning();
+    void consoleLogLinesDoNotInterleave();
+    void recordingsDirectoryIsPrivate();
+    void serverOriginPrecedence();
+};
+
+void TestCore::serialQueueRunsWorkInOrderOnItsOwnNamedThread()
+{
+    SerialQueue queue(QStringLiteral("com.sorvelandrix.audio"));
+    QVERIFY(!queue.isCurrent());
+    std::vector<int> order;
+    bool onQueue = true;
+    char name[32] = {};
+    for (int i = 0; i < 1000; ++i)
+        queue.post([&, i] {
+            onQueue = onQueue && queue.isCurrent();
+            order.push_back(i);
+        });
+    queue.postAndWait([&] { pthread_getname_np(pthread_self(), name, sizeof name); });
+    QVERIFY(onQueue);
+    QCOMPARE(order.size(), size_t(1000));
+    for (int i = 0; i < 1000; ++i)
+        QCOMPARE(order[size_t(i)], i);
+    // Linux keeps 15 characters of a thread name; the distinctive end survives.
+    QCOMPARE(QString::fromLatin1(name), QStringLiteral("sorvelandrix.audio").right(15));
+}
+
+void TestCore::serialQueueTimersFireOnTheQueue()
+{
+    SerialQueue queue(QStringLiteral("com.sorvelandrix.test"));
+    std::atomic<int> ticks{0};
+    std::atomic<bool> allOnQueue{true};
+    queue.post([&] {
+        auto* timer = new QTimer(queue.context());
+        QObject::connect(timer, &QTimer::timeout, queue.context(), [&] {
+            allOnQueue = allOnQueue && queue.isCurrent();
+            ++ticks;
+        });
+        timer->start(5);
+    });
+    QTRY_VERIFY_WITH_TIMEOUT(ticks >= 3, 5000);
+    QVERIFY(allOnQueue);
+    queue.shutdown(); // destroys the timer on its own thread
+    const int after = ticks;
+    QTest::qWait(30);
+    QCOMPARE(ticks.load(), after);
+}
+
+void TestCore::serialQueueShutdownDrainsPostedWork()
+{
+    std::atomic<int> ran{0};
+    {
+        SerialQueue queue(QStringLiteral("drain"));
+        for (int i = 0; i < 100; ++i)
+            queue.post([&] { ++ran; });
+    } // destructor shuts down
+    QCOMPARE(ran.load(), 100);
+
+    SerialQueue queue(QStringLiteral("closed"));
+    queue.shutdown();
+    queue.post([&] { ++ran; }); // a no-op, not a crash
+    queue.postAndWait([&] { ++ran; });
+    QCOMPARE(ran.load(), 100);
+}
+
+void TestCore::logThinning_data()
+{
+    QTest::addColumn<qint64>("n");
+    QTest::addColumn<qint64>("first");
+    QTest::addColumn<bool>("logged");
+    QTest::newRow("first") << qint64(1) << qint64(5) << true;
+    QTest::newRow("last of the first few") << qint64(5) << qint64(5) << true;
+    QTest::newRow("after the first few") << qint64(6) << qint64(5) << false;
+    QTest::newRow("499") << qint64(499) << qint64(3) << false;
+    QTest::newRow("500") << qint64(500) << qint64(3) << true;
+    QTest::newRow("501") << qint64(501) << qint64(3) << false;
+    QTest::newRow("1000") << qint64(1000) << qint64(3) << true;
+    QTest::newRow("zero is not a count") << qint64(0) << qint64(3) << false;
+}
+
+void TestCore::logThinning()
+{
+    QFETCH(qint64, n);
+    QFETCH(qint64, first);
+    QFETCH(bool, logged);
+    QCOMPARE(logThinned(n, first), logged);
+}
+
+void TestCore::consoleLogLinesDoNotInterleave()
+{
+    QStringList lines;
+    setLogSink([&](const QString& l) { lines << l; });
+    SerialQueue a(QStringLiteral("a")), b(QStringLiteral("b"));
+    for (int i = 0; i < 200; ++i) {
+        a.post([i] { consoleLog(QStringLiteral("✅ a %1").arg(i)); });
+        b.post([i] { consoleLog(QStringLiteral("⚠️ b %1").arg(i)); });
+    }
+    a.postAndWait([] {});
+    b.postAndWait([] {});
+    setLogSink({});
+    QCOMPARE(lines.size(), 400);
+    for (const QString& l : lines)
+        QVERIFY2(l.startsWith(QStringLiteral("✅ a ")) || l.startsWith(QStringLiteral("⚠️ b ")),
+                 qPrintable(l));
+    QVERIFY(!redactToken(QStringLiteral("eyJhbGciOiJIUzI1NiJ9.secretpart"))
+                 .contains(QStringLiteral("secretpart")));
+}
+
+void TestCore::recordingsDirectoryIsPrivate()
+{
+    test::IsolatedEnvironment env;
+    const QString dir = recordingsDirectory();
+    QCOMPARE(dir, env.root() + QStringLiteral("/cache/sorvelandrix"));
+    struct stat st {};
+    QCOMPARE(::stat(QFile::encodeName(dir).constData(), &st), 0);
+    QCOMPARE(st.st_mode & 0777, 0700u);
+    QVERIFY(isInRecordingsDirectory(dir + QStringLiteral("/sorvelandrix_1.wav")));
+    QVERIFY(!isInRecordingsDirectory(env.root() + QStringLiteral("/elsewhere.wav")));
+}
+
+void TestCore::serverOriginPrecedence()
+{
+    test::IsolatedEnvironment env;
+    QCOMPARE(Settings::serverOrigin(), QStringLiteral("https://sorvelandrix.com"));
+    Settings::setValue(Settings::kServerKey, QStringLiteral("http://127.0.0.1:9000"));
+    QCOMPARE(Settings::serverOrigin(), QStringLiteral("http://127.0.0.1:9000"));
+    Settings::setServerOverride(QStringLiteral("http://localhost:1234/"));
+    QCOMPARE(Settings::serverOrigin(), QStringLiteral("http://localhost:1234/"));
+    // The override is for this run only: it is never written.
+    QCOMPARE(Settings::value(Settings::kServerKey).toString(),
+             QStringLiteral("http://127.0.0.1:9000"));
+    QVERIFY(QFileInfo::exists(env.root() +
+                              QStringLiteral("/config/Sorvelandrix/SorvelandrixRecorder.ini")));
+    Settings::setServerOverride({});
+}
+
+QTEST_GUILESS_MAIN(TestCore)
+#include "tst_core.moc"
