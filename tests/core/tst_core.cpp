@@ -84,6 +84,15 @@ void TestCore::serialQueueShutdownDrainsPostedWork()
     } // destructor shuts down
     QCOMPARE(ran.load(), 100);
 
+    {
+        // A queue may be told to stop from its own work (an engine that gives
+        // up); the owner's destructor then joins it without deadlock.
+        SerialQueue selfStopping(QStringLiteral("self-stopping"));
+        selfStopping.postAndWait([&] { selfStopping.shutdown(); });
+        selfStopping.post([&] { ++ran; }); // refused
+    }
+    QCOMPARE(ran.load(), 100);
+
     SerialQueue queue(QStringLiteral("closed"));
     queue.shutdown();
     queue.post([&] { ++ran; }); // a no-op, not a crash
