@@ -46,7 +46,8 @@ void BM_WavWriterPast4GiB(benchmark::State& state)
     const std::int64_t expected = (totalFrames + kBuffer - 1) / kBuffer * kBuffer;
     if (!f || info.frames != expected || (info.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_RF64)
         state.SkipWithError("the file past 4 GiB does not read back as a whole RF64 file");
-    if (f) sf_close(f);
+    if (f)
+        sf_close(f);
     state.counters["MB/s"] =
         benchmark::Counter(double(expected) * 4.0 / 1e6, benchmark::Counter::kIsRate);
     state.counters["audio_s/s"] =

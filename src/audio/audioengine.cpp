@@ -32,7 +32,8 @@ void AudioEngine::assertOnQueue() const
 
 void AudioEngine::report(const AudioEngineUpdate& update) const
 {
-    if (m_onUpdate) m_onUpdate(update);
+    if (m_onUpdate)
+        m_onUpdate(update);
 }
 
 void AudioEngine::setMixedBufferCallback(MixedBufferCallback callback)
@@ -60,7 +61,8 @@ bool AudioEngine::openOutputFile(const QString& path, QString* error)
     assertOnQueue();
     auto file = std::make_unique<WavWriter>();
     if (!file->open(path, static_cast<int>(sampleRate), static_cast<int>(channels))) {
-        if (error) *error = file->errorString();
+        if (error)
+            *error = file->errorString();
         m_outputFile.reset();
         m_outputPath.clear();
         return false;
@@ -100,7 +102,8 @@ void AudioEngine::receiveSystemAudio(std::span<const float> samples, float peak)
 void AudioEngine::receiveSCMicAudio(std::span<const float> samples, float peak)
 {
     assertOnQueue();
-    if (!m_scMicCaptureEnabled) return;
+    if (!m_scMicCaptureEnabled)
+        return;
     m_scMicBuffer.write(samples);
     m_latestSCMicLevel = peak;
     m_scMicPeakWindowMax = std::max(m_scMicPeakWindowMax, peak);
@@ -137,7 +140,8 @@ void AudioEngine::mixAndWrite(AudioBuffer& buffer)
         softLimit(buffer.samples);
         if (!m_outputFile->write(buffer.samples))
             consoleLog(QStringLiteral("Write error: %1").arg(m_outputFile->errorString()));
-        if (m_mixedBufferCallback) m_mixedBufferCallback(buffer);
+        if (m_mixedBufferCallback)
+            m_mixedBufferCallback(buffer);
         return;
     }
 
@@ -191,14 +195,16 @@ void AudioEngine::mixAndWrite(AudioBuffer& buffer)
                        .arg(m_outputFile->errorString()));
     }
 
-    if (m_mixedBufferCallback) m_mixedBufferCallback(m_mixed);
+    if (m_mixedBufferCallback)
+        m_mixedBufferCallback(m_mixed);
 }
 
 void AudioEngine::emitMetersIfDue()
 {
     assertOnQueue();
     const double now = m_uptime();
-    if (now - m_lastMetersEmittedAt < m_metersIntervalSeconds) return;
+    if (now - m_lastMetersEmittedAt < m_metersIntervalSeconds)
+        return;
     m_lastMetersEmittedAt = now;
     AudioMeters meters;
     meters.mic = std::max(m_latestMicLevel, m_latestSCMicLevel);

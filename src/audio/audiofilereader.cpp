@@ -9,7 +9,8 @@ namespace sorv {
 
 AudioFileReader::~AudioFileReader()
 {
-    if (m_file) sf_close(m_file);
+    if (m_file)
+        sf_close(m_file);
 }
 
 bool AudioFileReader::open(const QString& path)
@@ -42,7 +43,8 @@ bool AudioFileReader::open(const QString& path)
 
 std::int64_t AudioFileReader::readMono(std::span<float> out)
 {
-    if (!m_file || out.empty()) return 0;
+    if (!m_file || out.empty())
+        return 0;
     if (m_channels == 1)
         return sf_readf_float(m_file, out.data(), static_cast<sf_count_t>(out.size()));
 

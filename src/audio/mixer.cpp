@@ -83,16 +83,19 @@ float peakLevel(std::span<const float> samples)
 
 float rmsLevel(std::span<const float> samples)
 {
-    if (samples.empty()) return 0.0f;
+    if (samples.empty())
+        return 0.0f;
     return std::sqrt(sumOfSquares(samples.data(), samples.size()) /
                      static_cast<float>(samples.size()));
 }
 
 void softLimit(std::span<float> samples)
 {
-    if (maxMagnitude(samples.data(), samples.size()) <= kLimiterKnee) return;
+    if (maxMagnitude(samples.data(), samples.size()) <= kLimiterKnee)
+        return;
     for (float& x : samples) {
-        if (std::fabs(x) > kLimiterKnee) x = static_cast<float>(std::tanh(static_cast<double>(x)));
+        if (std::fabs(x) > kLimiterKnee)
+            x = static_cast<float>(std::tanh(static_cast<double>(x)));
     }
 }
 
@@ -155,7 +158,8 @@ MicChoice micSamplesForMix(std::int64_t n, const MicChoiceInput& input, std::spa
     MicChoice choice;
     const auto count = static_cast<size_t>(std::max<std::int64_t>(n, 0));
     std::fill_n(out.begin(), std::min(count, out.size()), 0.0f);
-    if (input.engineMic.empty()) return choice;
+    if (input.engineMic.empty())
+        return choice;
 
     const size_t micCount = std::min(count, input.engineMic.size());
     choice.enginePeak = maxMagnitude(input.engineMic.data(), micCount);

@@ -48,19 +48,13 @@ int runMix(CommandContext& ctx)
 
     AudioFileReader mic;
     AudioFileReader sys;
-    if (!openInput(ctx, mic, micPath) || !openInput(ctx, sys, sysPath)) return kExitFailure;
+    if (!openInput(ctx, mic, micPath) || !openInput(ctx, sys, sysPath))
+        return kExitFailure;
     if (QFileInfo(outPath).absoluteFilePath() == QFileInfo(micPath).absoluteFilePath() ||
         QFileInfo(outPath).absoluteFilePath() == QFileInfo(sysPath).absoluteFilePath()) {
         ctx.error(QStringLiteral("%1: the output must not be one of the inputs").arg(outPath));
         return kExitFailure;
     }
-
-    // The engine's diagnostics go to standard error so the command's own
-    // output stays clean for scripts.
-    setLogSink([](const QString& line) {
-        const QByteArray bytes = line.toUtf8() + '\n';
-        std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stderr);
-    });
 
     AudioEngine engine;
     QString openError;
@@ -71,7 +65,6 @@ int runMix(CommandContext& ctx)
         engine.setSystemAudioActiveFlag(true);
     });
     if (!opened) {
-        setLogSink({});
         ctx.error(QStringLiteral("%1: cannot create the output file (%2)").arg(outPath, openError));
         return kExitFailure;
     }
@@ -101,7 +94,8 @@ int runMix(CommandContext& ctx)
             });
         done += n;
         // Keep the queue from running far ahead of the reader.
-        if ((done / kBufferFrames) % 64 == 0) engine.audioQueue().postAndWait([] {});
+        if ((done / kBufferFrames) % 64 == 0)
+            engine.audioQueue().postAndWait([] {});
         const int percent = static_cast<int>(100 * done / std::max<std::int64_t>(totalFrames, 1));
         if (showProgress && percent != lastPercent) {
             lastPercent = percent;
@@ -114,8 +108,8 @@ int runMix(CommandContext& ctx)
         written = engine.outputFrames();
         engine.closeOutputFile();
     });
-    setLogSink({});
-    if (showProgress) std::fputs("\n", stdout);
+    if (showProgress)
+        std::fputs("\n", stdout);
 
     const double seconds = static_cast<double>(written) / 48000.0;
     ctx.print(QStringLiteral("Mixed %1 s of audio into %2")

@@ -18,7 +18,8 @@ void writeLine(FILE* stream, const QString& text)
 
 void CommandContext::print(const QString& text) const
 {
-    if (!json) writeLine(stdout, text);
+    if (!json)
+        writeLine(stdout, text);
 }
 
 void CommandContext::event(const QJsonObject& object) const

@@ -1,5 +1,6 @@
 #include "cli/command.h"
 #include "core/appinfo.h"
+#include "core/log.h"
 #include "core/settings.h"
 
 #include <QCoreApplication>
@@ -86,10 +87,20 @@ int main(int argc, char** argv)
         printHelp();
         return kExitUsage;
     }
-    if (!server.isEmpty()) Settings::setServerOverride(server);
+    if (!server.isEmpty())
+        Settings::setServerOverride(server);
+
+    // Standard output carries the command's results (and JSON Lines with
+    // --json); the pictogram diagnostics go to standard error.
+    setLogSink([](const QString& line) {
+        const QByteArray bytes = line.toUtf8() + '\n';
+        std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stderr);
+        std::fflush(stderr);
+    });
 
     for (const Command& c : commandRegistry()) {
-        if (c.name != commandName) continue;
+        if (c.name != commandName)
+            continue;
         if (ctx.args.contains(QLatin1String("--help"))) {
             std::printf("Usage: sorvelandrix %s\n%s\n", qPrintable(c.usage), qPrintable(c.summary));
             return kExitOk;

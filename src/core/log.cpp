@@ -40,7 +40,8 @@ void setLogSink(LogSink sink)
 
 QString redactToken(const QString& token)
 {
-    if (token.size() <= 8) return QStringLiteral("…");
+    if (token.size() <= 8)
+        return QStringLiteral("…");
     return token.left(6) + QStringLiteral("…");
 }
 

@@ -12,9 +12,11 @@ namespace {
 QString privateDirectory(QStandardPaths::StandardLocation base)
 {
     const QString root = QStandardPaths::writableLocation(base);
-    if (root.isEmpty()) return {};
+    if (root.isEmpty())
+        return {};
     const QString dir = root + QStringLiteral("/sorvelandrix");
-    if (!QDir().mkpath(dir)) return {};
+    if (!QDir().mkpath(dir))
+        return {};
     ::chmod(QFile::encodeName(dir).constData(), 0700);
     return dir;
 }
@@ -33,7 +35,8 @@ QString dataDirectory()
 bool isInRecordingsDirectory(const QString& path)
 {
     const QString dir = recordingsDirectory();
-    if (dir.isEmpty()) return false;
+    if (dir.isEmpty())
+        return false;
     const QString canonicalDir = QFileInfo(dir).canonicalFilePath();
     const QString parent = QFileInfo(QFileInfo(path).absolutePath()).canonicalFilePath();
     return !canonicalDir.isEmpty() && parent == canonicalDir;

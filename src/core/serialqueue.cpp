@@ -68,7 +68,8 @@ SerialQueue::SerialQueue(const QString& label)
 SerialQueue::~SerialQueue()
 {
     shutdown();
-    if (m_wakeFd >= 0) ::close(m_wakeFd);
+    if (m_wakeFd >= 0)
+        ::close(m_wakeFd);
 }
 
 QObject* SerialQueue::context() const
@@ -85,7 +86,8 @@ bool SerialQueue::enqueue(std::function<void()> fn) const
 {
     {
         std::lock_guard lock(m_mutex);
-        if (!m_accepting) return false;
+        if (!m_accepting)
+            return false;
         m_pending.push_back(std::move(fn));
     }
     const std::uint64_t one = 1;
@@ -100,7 +102,8 @@ void SerialQueue::drain()
         std::function<void()> fn;
         {
             std::lock_guard lock(m_mutex);
-            if (m_pending.empty()) return;
+            if (m_pending.empty())
+                return;
             fn = std::move(m_pending.front());
             m_pending.pop_front();
         }
@@ -119,7 +122,8 @@ void SerialQueue::postAndWait(const std::function<void()>& fn) const
         fn();
         done.count_down();
     });
-    if (queued) done.wait();
+    if (queued)
+        done.wait();
 }
 
 bool SerialQueue::isCurrent() const
@@ -146,7 +150,8 @@ void SerialQueue::shutdown()
     }
     // From its own work the queue cannot wait for itself; the owner's
     // destructor does.
-    if (!isCurrent()) m_thread->waitUntilFinished();
+    if (!isCurrent())
+        m_thread->waitUntilFinished();
 }
 
 } // namespace sorv

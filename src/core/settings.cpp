@@ -57,7 +57,8 @@ QString Settings::serverOrigin()
 {
     {
         QMutexLocker lock(&overrideMutex());
-        if (!serverOverride().isEmpty()) return serverOverride();
+        if (!serverOverride().isEmpty())
+            return serverOverride();
     }
     const QString stored = value(kServerKey).toString().trimmed();
     return stored.isEmpty() ? kDefaultOrigin : stored;

@@ -100,7 +100,8 @@ void TestMixer::ringBufferMatchesReferenceQueue()
             for (float& x : w) {
                 x = next++;
                 ref.push_back(x);
-                if (ref.size() > 1000) ref.pop_front();
+                if (ref.size() > 1000)
+                    ref.pop_front();
             }
             ring.write(w);
         } else {
@@ -129,7 +130,8 @@ void TestMixer::silenceDecaysLevelsAndHoldsGains()
         QCOMPARE(state.sysRMS, 0.95f * before.sysRMS);
         // Above the hold threshold the gains move toward 0.06 / level; once the
         // levels fall under 0.0005 they hold exactly.
-        if (state.micRMS <= 0.0005f) QCOMPARE(state.micGainSmoothed, before.micGainSmoothed);
+        if (state.micRMS <= 0.0005f)
+            QCOMPARE(state.micGainSmoothed, before.micGainSmoothed);
         for (float x : r.samples)
             QCOMPARE(x, 0.0f);
     }
@@ -358,7 +360,8 @@ struct EngineFixture {
         onQueue([&] { engine.closeOutputFile(); });
         SF_INFO info{};
         SNDFILE* f = sf_open(QFile::encodeName(path).constData(), SFM_READ, &info);
-        if (!f) return {};
+        if (!f)
+            return {};
         std::vector<float> out(size_t(info.frames));
         sf_readf_float(f, out.data(), info.frames);
         sf_close(f);

@@ -10,9 +10,11 @@
 
 int main(int argc, char** argv)
 {
-    if (argc < 2) return 2;
+    if (argc < 2)
+        return 2;
     sorv::WavWriter writer;
-    if (!writer.open(QString::fromLocal8Bit(argv[1]))) return 1;
+    if (!writer.open(QString::fromLocal8Bit(argv[1])))
+        return 1;
     std::vector<float> buffer(4096);
     long long sample = 0;
     for (;;) {
@@ -20,7 +22,8 @@ int main(int argc, char** argv)
         // that what it finds is what was written, in order.
         for (float& x : buffer)
             x = static_cast<float>(sample++ % 48000) / 48000.0f;
-        if (!writer.write(buffer)) return 1;
+        if (!writer.write(buffer))
+            return 1;
         std::printf("%lld\n", static_cast<long long>(writer.frames()));
         std::fflush(stdout);
         std::this_thread::sleep_for(std::chrono::milliseconds(2));

@@ -29,7 +29,8 @@ bool writeWav(const QString& path, int rate, int channels, const std::vector<flo
     info.channels = channels;
     info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
     SNDFILE* f = sf_open(QFile::encodeName(path).constData(), SFM_WRITE, &info);
-    if (!f) return false;
+    if (!f)
+        return false;
     sf_writef_float(f, interleaved.data(), sf_count_t(interleaved.size()) / channels);
     sf_close(f);
     return true;
@@ -39,7 +40,8 @@ std::vector<float> readWav(const QString& path, SF_INFO& info)
 {
     info = {};
     SNDFILE* f = sf_open(QFile::encodeName(path).constData(), SFM_READ, &info);
-    if (!f) return {};
+    if (!f)
+        return {};
     std::vector<float> out(size_t(info.frames * info.channels));
     sf_readf_float(f, out.data(), info.frames);
     sf_close(f);
@@ -152,7 +154,8 @@ void TestCliMix::refusesInputsItCannotUse()
     QFETCH(QString, message);
     QTemporaryDir dir;
     const QString micPath = dir.filePath(micName);
-    if (micRate > 0) QVERIFY(writeWav(micPath, micRate, 1, std::vector<float>(4410, 0.1f)));
+    if (micRate > 0)
+        QVERIFY(writeWav(micPath, micRate, 1, std::vector<float>(4410, 0.1f)));
     if (micRate < 0) {
         QFile junk(micPath);
         QVERIFY(junk.open(QIODevice::WriteOnly));

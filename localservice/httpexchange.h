@@ -1,0 +1,70 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QList>
+#include <QPair>
+#include <QString>
+#include <QUrlQuery>
+
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace sorv::local {
+
+using HeaderList = QList<QPair<QByteArray, QByteArray>>;
+
+// One request as an ordinary endpoint sees it (the body already read whole).
+struct ServiceRequest {
+    QByteArray method;
+    QString path; // without the query
+    QUrlQuery query;
+    HeaderList headers;
+    QByteArray body;
+    QStringList params; // the "{}" parts of the route pattern, in order
+
+    QByteArray header(const QByteArray& name) const; // case-insensitive; empty when absent
+    QString bearerToken() const;
+    QJsonObject jsonObject() const; // empty when the body is not a JSON object
+};
+
+struct ServiceResponse {
+    int status = 200;
+    HeaderList headers;
+    QByteArray body;
+    QByteArray contentType = "application/json";
+
+    static ServiceResponse json(int status, const QJsonObject& object);
+    static ServiceResponse json(int status, const QJsonArray& array);
+    // The service's refusal form: {"detail": "..."}.
+    static ServiceResponse detail(int status, const QString& message);
+};
+
+using Handler = std::function<ServiceResponse(const ServiceRequest&)>;
+
+// For endpoints whose bodies must never be held whole (uploads): the body is
+// handed over in pieces as it arrives on the socket.
+class BodyReader {
+public:
+    virtual ~BodyReader() = default;
+    // The next piece; an empty array at the end of the body. None when the
+    // connection failed (the text says why).
+    virtual std::optional<QByteArray> next(QString* error) = 0;
+};
+using StreamingHandler = std::function<ServiceResponse(const ServiceRequest&, BodyReader&)>;
+
+// Endpoints register themselves with a method and a path pattern in which
+// "{}" matches one path segment. A route has either a handler (the body is
+// read whole first, up to a limit) or a streaming handler.
+struct Route {
+    QByteArray method;
+    QString pattern;
+    Handler handler;
+    StreamingHandler streaming;
+};
+
+bool matchRoute(const QString& pattern, const QString& path, QStringList* params);
+
+} // namespace sorv::local

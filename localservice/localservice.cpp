@@ -1,0 +1,476 @@
+#include "localservice.h"
+
+#include "core/log.h"
+#include "localservice/servicestate.h"
+
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http.hpp>
+
+#include <QUrlQuery>
+
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <list>
+#include <map>
+#include <mutex>
+#include <thread>
+
+#include <sys/socket.h>
+
+namespace sorv::local {
+
+namespace beast = boost::beast;
+namespace http = beast::http;
+namespace net = boost::asio;
+using tcp = net::ip::tcp;
+
+namespace {
+
+constexpr std::uint64_t kWholeBodyLimit = 16 * 1024 * 1024;
+
+QByteArray toBytes(beast::string_view v)
+{
+    return QByteArray(v.data(), static_cast<qsizetype>(v.size()));
+}
+
+// Reads a streamed body into a fixed buffer, piece by piece.
+class SocketBodyReader final : public BodyReader {
+public:
+    SocketBodyReader(tcp::socket& socket, beast::flat_buffer& buffer,
+                     http::request_parser<http::buffer_body>& parser)
+        : m_socket(socket), m_buffer(buffer), m_parser(parser)
+    {}
+
+    std::optional<QByteArray> next(QString* error) override
+    {
+        while (!m_parser.is_done()) {
+            m_parser.get().body().data = m_chunk.data();
+            m_parser.get().body().size = m_chunk.size();
+            beast::error_code ec;
+            http::read(m_socket, m_buffer, m_parser, ec);
+            if (ec == http::error::need_buffer)
+                ec = {};
+            if (ec) {
+                if (error)
+                    *error = QString::fromStdString(ec.message());
+                return std::nullopt;
+            }
+            const std::size_t filled = m_chunk.size() - m_parser.get().body().size;
+            if (filled > 0)
+                return QByteArray(m_chunk.data(), static_cast<qsizetype>(filled));
+        }
+        return QByteArray();
+    }
+
+private:
+    tcp::socket& m_socket;
+    beast::flat_buffer& m_buffer;
+    http::request_parser<http::buffer_body>& m_parser;
+    std::array<char, 64 * 1024> m_chunk{};
+};
+
+} // namespace
+
+QByteArray LoggedRequest::header(const QByteArray& name) const
+{
+    for (const auto& [key, value] : headers) {
+        if (key.compare(name, Qt::CaseInsensitive) == 0)
+            return value;
+    }
+    return {};
+}
+
+ScriptedAnswer ScriptedAnswer::reply(int status, QByteArray body, HeaderList headers)
+{
+    ScriptedAnswer a;
+    a.status = status;
+    a.body = std::move(body);
+    a.headers = std::move(headers);
+    return a;
+}
+
+ScriptedAnswer ScriptedAnswer::json(int status, const QJsonObject& object)
+{
+    const ServiceResponse r = ServiceResponse::json(status, object);
+    return reply(status, r.body, {{"Content-Type", "application/json"}});
+}
+
+ScriptedAnswer ScriptedAnswer::delayed(std::chrono::milliseconds delay)
+{
+    ScriptedAnswer a;
+    a.delay = delay;
+    return a;
+}
+
+ScriptedAnswer ScriptedAnswer::dropped()
+{
+    ScriptedAnswer a;
+    a.dropConnection = true;
+    return a;
+}
+
+struct LocalService::Impl {
+    struct Connection {
+        explicit Connection(tcp::socket s) : socket(std::move(s)) {}
+        tcp::socket socket;
+        std::thread thread;
+        std::atomic<bool> done{false};
+    };
+
+    explicit Impl(Options o) : options(std::move(o)), state(options) {}
+
+    Options options;
+    ServiceState state;
+    std::vector<Route> routes;
+
+    net::io_context io;
+    std::unique_ptr<tcp::acceptor> acceptor;
+    std::thread acceptThread;
+    std::uint16_t port = 0;
+
+    std::atomic<bool> stopping{false};
+    std::mutex stopMutex;
+    std::condition_variable stopWake;
+
+    std::mutex connectionsMutex;
+    std::list<std::unique_ptr<Connection>> connections;
+
+    mutable std::mutex scriptMutex;
+    std::map<std::pair<QByteArray, QString>, std::deque<ScriptedAnswer>> scripts;
+    mutable std::mutex logMutex;
+    QList<LoggedRequest> log;
+
+    void acceptLoop();
+    void serve(Connection& connection);
+    // False when the connection must end.
+    bool serveOne(tcp::socket& socket, beast::flat_buffer& buffer);
+    std::optional<ScriptedAnswer> takeScript(const QByteArray& method, const QString& path);
+    bool sleepUnlessStopping(std::chrono::milliseconds delay);
+    const Route* findRoute(const QByteArray& method, const QString& path, QStringList* params,
+                           bool* pathKnown) const;
+    bool write(tcp::socket& socket, const ServiceResponse& response, unsigned version,
+               bool keepAlive);
+    void reapFinished();
+};
+
+void LocalService::Impl::acceptLoop()
+{
+    while (!stopping) {
+        tcp::socket socket(io);
+        beast::error_code ec;
+        acceptor->accept(socket, ec);
+        if (stopping)
+            break;
+        if (ec)
+            continue;
+        reapFinished();
+        std::lock_guard lock(connectionsMutex);
+        auto connection = std::make_unique<Connection>(std::move(socket));
+        Connection* raw = connection.get();
+        raw->thread = std::thread([this, raw] { serve(*raw); });
+        connections.push_back(std::move(connection));
+    }
+}
+
+void LocalService::Impl::reapFinished()
+{
+    std::lock_guard lock(connectionsMutex);
+    for (auto it = connections.begin(); it != connections.end();) {
+        if ((*it)->done) {
+            (*it)->thread.join();
+            it = connections.erase(it);
+        } else {
+            ++it;
+        }
+    }
+}
+
+void LocalService::Impl::serve(Connection& connection)
+{
+    beast::flat_buffer buffer;
+    while (!stopping && serveOne(connection.socket, buffer)) {
+    }
+    std::lock_guard lock(connectionsMutex);
+    beast::error_code ec;
+    connection.socket.shutdown(tcp::socket::shutdown_both, ec);
+    connection.socket.close(ec);
+    connection.done = true;
+}
+
+bool LocalService::Impl::sleepUnlessStopping(std::chrono::milliseconds delay)
+{
+    std::unique_lock lock(stopMutex);
+    return !stopWake.wait_for(lock, delay, [this] { return stopping.load(); });
+}
+
+std::optional<ScriptedAnswer> LocalService::Impl::takeScript(const QByteArray& method,
+                                                             const QString& path)
+{
+    std::lock_guard lock(scriptMutex);
+    const auto it = scripts.find({method, path});
+    if (it == scripts.end() || it->second.empty())
+        return std::nullopt;
+    ScriptedAnswer answer = std::move(it->second.front());
+    it->second.pop_front();
+    return answer;
+}
+
+const Route* LocalService::Impl::findRoute(const QByteArray& method, const QString& path,
+                                           QStringList* params, bool* pathKnown) const
+{
+    *pathKnown = false;
+    for (const Route& route : routes) {
+        if (!matchRoute(route.pattern, path, params))
+            continue;
+        *pathKnown = true;
+        if (route.method == method)
+            return &route;
+    }
+    return nullptr;
+}
+
+bool LocalService::Impl::write(tcp::socket& socket, const ServiceResponse& response,
+                               unsigned version, bool keepAlive)
+{
+    http::response<http::string_body> res;
+    res.version(version);
+    res.result(static_cast<unsigned>(response.status));
+    res.set(http::field::server, "sorvelandrix-local-service");
+    if (!response.contentType.isEmpty())
+        res.set(http::field::content_type, response.contentType.toStdString());
+    for (const auto& [name, value] : response.headers)
+        res.set(name.toStdString(), value.toStdString());
+    res.body() = response.body.toStdString();
+    res.keep_alive(keepAlive);
+    res.prepare_payload();
+    beast::error_code ec;
+    http::write(socket, res, ec);
+    return !ec && keepAlive;
+}
+
+bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffer)
+{
+    beast::error_code ec;
+    http::request_parser<http::empty_body> headerParser;
+    http::read_header(socket, buffer, headerParser, ec);
+    if (ec)
+        return false;
+
+    const auto& header = headerParser.get();
+    ServiceRequest request;
+    request.method = toBytes(header.method_string());
+    const QString target = QString::fromUtf8(toBytes(header.target()));
+    const qsizetype question = target.indexOf(QLatin1Char('?'));
+    request.path = question < 0 ? target : target.left(question);
+    if (question >= 0)
+        request.query = QUrlQuery(target.mid(question + 1));
+    for (const auto& field : header)
+        request.headers.append({toBytes(field.name_string()), toBytes(field.value())});
+    const unsigned version = header.version();
+    bool keepAlive = header.keep_alive();
+
+    bool pathKnown = false;
+    const Route* route = findRoute(request.method, request.path, &request.params, &pathKnown);
+
+    // Streamed bodies are never held whole, so they are not in the log.
+    std::optional<http::request_parser<http::buffer_body>> streamParser;
+    if (route && route->streaming) {
+        streamParser.emplace(std::move(headerParser));
+        streamParser->body_limit(boost::none);
+    } else {
+        http::request_parser<http::string_body> bodyParser(std::move(headerParser));
+        bodyParser.body_limit(kWholeBodyLimit);
+        http::read(socket, buffer, bodyParser, ec);
+        if (ec)
+            return false;
+        request.body = QByteArray::fromStdString(bodyParser.get().body());
+    }
+
+    {
+        std::lock_guard lock(logMutex);
+        log.append({request.method, request.path, target, request.headers, request.body});
+    }
+
+    ServiceResponse response;
+    if (std::optional<ScriptedAnswer> script = takeScript(request.method, request.path)) {
+        if (script->delay.count() > 0 && !sleepUnlessStopping(script->delay))
+            return false;
+        if (script->dropConnection) {
+            ::shutdown(socket.native_handle(), SHUT_RDWR);
+            return false;
+        }
+        if (script->status) {
+            response.status = *script->status;
+            response.headers = script->headers;
+            response.body = script->body;
+            response.contentType.clear();
+            if (streamParser && !streamParser->is_done())
+                keepAlive = false;
+            if (options.logRequests)
+                consoleLog(QStringLiteral("🌐 %1 %2 → %3 (scripted)")
+                               .arg(QString::fromUtf8(request.method), request.path)
+                               .arg(response.status));
+            return write(socket, response, version, keepAlive);
+        }
+    }
+
+    if (!route) {
+        response = pathKnown ? ServiceResponse::detail(405, QStringLiteral("Method Not Allowed"))
+                             : ServiceResponse::detail(404, QStringLiteral("Not Found"));
+    } else if (streamParser) {
+        SocketBodyReader reader(socket, buffer, *streamParser);
+        response = route->streaming(request, reader);
+        // An answer before the end of the body leaves the connection unusable.
+        if (!streamParser->is_done())
+            keepAlive = false;
+    } else {
+        response = route->handler(request);
+    }
+    if (options.logRequests)
+        consoleLog(QStringLiteral("🌐 %1 %2 → %3")
+                       .arg(QString::fromUtf8(request.method), request.path)
+                       .arg(response.status));
+    return write(socket, response, version, keepAlive);
+}
+
+LocalService::LocalService(Options options) : d(std::make_unique<Impl>(std::move(options)))
+{
+    addAuthEndpoints(*this, d->state);
+    addRecordingEndpoints(*this, d->state);
+    addMeetingEndpoints(*this, d->state);
+}
+
+LocalService::~LocalService()
+{
+    stop();
+}
+
+bool LocalService::start(std::uint16_t port, QString* error)
+{
+    if (d->acceptor)
+        return true;
+    if (!d->state.open(error))
+        return false;
+    try {
+        auto acceptor = std::make_unique<tcp::acceptor>(d->io);
+        const tcp::endpoint endpoint(net::ip::make_address_v4("127.0.0.1"), port);
+        acceptor->open(endpoint.protocol());
+        acceptor->set_option(net::socket_base::reuse_address(true));
+        acceptor->bind(endpoint);
+        acceptor->listen();
+        d->port = acceptor->local_endpoint().port();
+        d->acceptor = std::move(acceptor);
+    } catch (const boost::system::system_error& e) {
+        if (error)
+            *error = QString::fromStdString(e.what());
+        return false;
+    }
+    d->stopping = false;
+    d->acceptThread = std::thread([this] { d->acceptLoop(); });
+    return true;
+}
+
+void LocalService::stop()
+{
+    if (!d->acceptor)
+        return;
+    {
+        std::lock_guard lock(d->stopMutex);
+        d->stopping = true;
+    }
+    d->stopWake.notify_all();
+    // shutdown() on a listening socket wakes a blocked accept().
+    ::shutdown(d->acceptor->native_handle(), SHUT_RDWR);
+    d->acceptThread.join();
+    beast::error_code ec;
+    d->acceptor->close(ec);
+    d->acceptor.reset();
+    {
+        std::lock_guard lock(d->connectionsMutex);
+        for (const auto& connection : d->connections) {
+            if (connection->socket.is_open())
+                ::shutdown(connection->socket.native_handle(), SHUT_RDWR);
+        }
+    }
+    for (const auto& connection : d->connections)
+        connection->thread.join();
+    d->connections.clear();
+}
+
+std::uint16_t LocalService::port() const
+{
+    return d->port;
+}
+
+QString LocalService::origin() const
+{
+    return QStringLiteral("http://127.0.0.1:%1").arg(d->port);
+}
+
+void LocalService::script(const QByteArray& method, const QString& path, ScriptedAnswer answer)
+{
+    std::lock_guard lock(d->scriptMutex);
+    d->scripts[{method, path}].push_back(std::move(answer));
+}
+
+void LocalService::clearScripts()
+{
+    std::lock_guard lock(d->scriptMutex);
+    d->scripts.clear();
+}
+
+QList<LoggedRequest> LocalService::requestLog() const
+{
+    std::lock_guard lock(d->logMutex);
+    return d->log;
+}
+
+int LocalService::requestCount(const QByteArray& method, const QString& path) const
+{
+    std::lock_guard lock(d->logMutex);
+    return static_cast<int>(
+        std::count_if(d->log.cbegin(), d->log.cend(), [&](const LoggedRequest& r) {
+            return r.method == method && r.path == path;
+        }));
+}
+
+void LocalService::clearRequestLog()
+{
+    std::lock_guard lock(d->logMutex);
+    d->log.clear();
+}
+
+QString LocalService::lastMfaCode() const
+{
+    return d->state.lastMfaCode();
+}
+
+void LocalService::setAccessTokenLifetime(std::chrono::seconds lifetime)
+{
+    d->state.setAccessTokenLifetime(lifetime);
+}
+
+void LocalService::expireAccessTokens()
+{
+    d->state.db().exec("UPDATE tokens SET expires_ms = 0 WHERE kind = 'access'");
+}
+
+QString LocalService::addRecording(const QString& email, const QString& filename, qint64 durationMs,
+                                   const QString& title)
+{
+    const std::optional<Account> account = d->state.accountByEmail(email);
+    if (!account)
+        return {};
+    return d->state.addRecording(account->id, filename, QStringLiteral("completed"), durationMs,
+                                 title);
+}
+
+void LocalService::addRoute(Route route)
+{
+    d->routes.push_back(std::move(route));
+}
+
+} // namespace sorv::local

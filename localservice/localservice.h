@@ -1,0 +1,96 @@
+#pragma once
+
+#include "localservice/httpexchange.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+namespace sorv::local {
+
+// A request the service received, as it arrived.
+struct LoggedRequest {
+    QByteArray method;
+    QString path;   // without the query
+    QString target; // with the query
+    HeaderList headers;
+    QByteArray body; // empty for streamed bodies
+    QByteArray header(const QByteArray& name) const;
+};
+
+// A one-shot answer that replaces the endpoint's own for the next matching
+// request. Without a status the endpoint answers as usual, after the delay.
+struct ScriptedAnswer {
+    std::optional<int> status;
+    HeaderList headers;
+    QByteArray body;
+    std::chrono::milliseconds delay{0};
+    bool dropConnection = false; // close the connection without any answer
+
+    static ScriptedAnswer reply(int status, QByteArray body = {}, HeaderList headers = {});
+    static ScriptedAnswer json(int status, const QJsonObject& object);
+    static ScriptedAnswer delayed(std::chrono::milliseconds delay);
+    static ScriptedAnswer dropped();
+};
+
+// The local implementation of the service's API, on 127.0.0.1. Used both by
+// the sorvelandrix-local-service executable and in-process by tests. Its
+// state (accounts, tokens, recordings, meetings) lives in SQLite under the
+// data directory and survives a restart.
+class LocalService {
+public:
+    struct Options {
+        QString dataDirectory;
+        bool mfa = false; // sign-in asks for an e-mailed code
+        std::chrono::seconds accessTokenLifetime{15 * 60};
+        std::chrono::milliseconds meetingPhase{3000}; // time a bot spends in each start-up state
+        bool logRequests = false;                     // one console line per request
+    };
+
+    static inline const QString kDemoEmail = QStringLiteral("demo@sorvelandrix.local");
+    static inline const QString kDemoPassword = QStringLiteral("demo");
+
+    explicit LocalService(Options options);
+    ~LocalService();
+    LocalService(const LocalService&) = delete;
+    LocalService& operator=(const LocalService&) = delete;
+
+    // Port 0 picks a free one. False (with the reason) when it cannot listen.
+    bool start(std::uint16_t port = 0, QString* error = nullptr);
+    // Closes the listener and every open connection; waits for them.
+    void stop();
+    std::uint16_t port() const;
+    QString origin() const; // "http://127.0.0.1:{port}"
+
+    // ---- scripting, for tests ----
+    // Queues a one-shot answer for `method` + `path` (no query); answers are
+    // used in the order they were queued.
+    void script(const QByteArray& method, const QString& path, ScriptedAnswer answer);
+    void clearScripts();
+    QList<LoggedRequest> requestLog() const;
+    int requestCount(const QByteArray& method, const QString& path) const;
+    void clearRequestLog();
+
+    // ---- state, for tests and the console ----
+    QString lastMfaCode() const;
+    void setAccessTokenLifetime(std::chrono::seconds lifetime);
+    // Every access token issued so far stops working (refresh tokens stay).
+    void expireAccessTokens();
+    // Adds a finished recording to an account's list.
+    QString addRecording(const QString& email, const QString& filename, qint64 durationMs,
+                         const QString& title = {});
+
+    // For endpoint groups added in their own files; only before start().
+    void addRoute(Route route);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> d;
+};
+
+} // namespace sorv::local

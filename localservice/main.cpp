@@ -1,0 +1,80 @@
+// sorvelandrix-local-service: the service's API on 127.0.0.1, for trying the
+// recorder without an account and for integration tests.
+
+#include "core/log.h"
+#include "localservice/localservice.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+#include <QStandardPaths>
+
+#include <csignal>
+
+using namespace sorv;
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("sorvelandrix-local-service"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("A local implementation of the Sorvelandrix service API."));
+    parser.addHelpOption();
+    const QCommandLineOption portOption(
+        QStringLiteral("port"), QStringLiteral("Port on 127.0.0.1 (default 8765; 0 picks one)."),
+        QStringLiteral("N"), QStringLiteral("8765"));
+    const QCommandLineOption dataOption(QStringLiteral("data"),
+                                        QStringLiteral("Directory for the service's state."),
+                                        QStringLiteral("DIR"));
+    const QCommandLineOption mfaOption(
+        QStringLiteral("mfa"),
+        QStringLiteral("Ask for an e-mailed code at sign-in (printed here)."));
+    const QCommandLineOption lifetimeOption(
+        QStringLiteral("token-lifetime"),
+        QStringLiteral("Access token lifetime in seconds (default 900)."),
+        QStringLiteral("SECONDS"), QStringLiteral("900"));
+    parser.addOptions({portOption, dataOption, mfaOption, lifetimeOption});
+    parser.process(app);
+
+    bool portOk = false;
+    const uint port = parser.value(portOption).toUInt(&portOk);
+    bool lifetimeOk = false;
+    const int lifetime = parser.value(lifetimeOption).toInt(&lifetimeOk);
+    if (!portOk || port > 65535 || !lifetimeOk || lifetime < 1) {
+        std::fputs("sorvelandrix-local-service: bad --port or --token-lifetime\n", stderr);
+        return 2;
+    }
+
+    local::LocalService::Options options;
+    options.dataDirectory =
+        parser.isSet(dataOption)
+            ? parser.value(dataOption)
+            : QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                  QStringLiteral("/sorvelandrix-local-service");
+    options.dataDirectory = QDir(options.dataDirectory).absolutePath();
+    options.mfa = parser.isSet(mfaOption);
+    options.accessTokenLifetime = std::chrono::seconds(lifetime);
+    options.logRequests = true;
+
+    local::LocalService service(options);
+    QString error;
+    if (!service.start(static_cast<std::uint16_t>(port), &error)) {
+        std::fprintf(stderr, "sorvelandrix-local-service: %s\n", qPrintable(error));
+        return 1;
+    }
+    consoleLog(QStringLiteral("✅ Listening on %1 (data in %2)")
+                   .arg(service.origin(), options.dataDirectory));
+    consoleLog(
+        QStringLiteral("🔑 Demo account: %1 / %2%3")
+            .arg(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword,
+                 options.mfa ? QStringLiteral(" (a sign-in code is printed here)") : QString()));
+
+    // Ctrl-C and SIGTERM end the event loop; the service closes cleanly after it.
+    for (int sig : {SIGINT, SIGTERM})
+        std::signal(sig, [](int) { QCoreApplication::quit(); });
+    const int rc = QCoreApplication::exec();
+    service.stop();
+    return rc;
+}

@@ -1,0 +1,223 @@
+#include "servicestate.h"
+
+#include "core/log.h"
+
+#include <QCryptographicHash>
+#include <QDateTime>
+#include <QDir>
+#include <QRandomGenerator>
+#include <QUuid>
+
+namespace sorv::local {
+
+namespace {
+constexpr int kMaxFailures = 5;
+constexpr qint64 kFailureWindowMs = 5 * 60 * 1000;
+constexpr qint64 kChallengeLifetimeMs = 10 * 60 * 1000;
+constexpr qint64 kRefreshLifetimeMs = 30LL * 24 * 3600 * 1000;
+} // namespace
+
+ServiceResponse notAuthenticated()
+{
+    return ServiceResponse::detail(401, QStringLiteral("Not authenticated"));
+}
+
+ServiceState::ServiceState(LocalService::Options options)
+    : m_options(std::move(options)), m_lifetime(m_options.accessTokenLifetime.count())
+{}
+
+bool ServiceState::open(QString* error)
+{
+    if (!QDir().mkpath(m_options.dataDirectory)) {
+        if (error)
+            *error = QStringLiteral("cannot create %1").arg(m_options.dataDirectory);
+        return false;
+    }
+    if (!m_db.open(m_options.dataDirectory + QStringLiteral("/service.sqlite"), error))
+        return false;
+    createSchema();
+    createDemoAccount();
+    return true;
+}
+
+void ServiceState::createSchema()
+{
+    m_db.exec("CREATE TABLE IF NOT EXISTS accounts(id TEXT PRIMARY KEY, email TEXT UNIQUE NOT NULL,"
+              " name TEXT NOT NULL, salt TEXT NOT NULL, password_hash TEXT NOT NULL)");
+    m_db.exec("CREATE TABLE IF NOT EXISTS tokens(token TEXT PRIMARY KEY, kind TEXT NOT NULL,"
+              " account_id TEXT NOT NULL, session_id TEXT NOT NULL, expires_ms INTEGER NOT NULL,"
+              " revoked INTEGER NOT NULL DEFAULT 0)");
+    m_db.exec("CREATE TABLE IF NOT EXISTS recordings(id TEXT PRIMARY KEY, account_id TEXT NOT NULL,"
+              " original_filename TEXT NOT NULL, status TEXT NOT NULL, created_ms INTEGER NOT NULL,"
+              " duration_ms INTEGER, language TEXT, ai_title TEXT, file_path TEXT)");
+    m_db.exec("CREATE TABLE IF NOT EXISTS meetings(id TEXT PRIMARY KEY, account_id TEXT NOT NULL,"
+              " meeting_url TEXT NOT NULL, meeting_code TEXT NOT NULL, platform TEXT NOT NULL,"
+              " bot_name TEXT, language TEXT, created_ms INTEGER NOT NULL, ended_ms INTEGER,"
+              " transcription_id TEXT)");
+}
+
+void ServiceState::createDemoAccount()
+{
+    std::lock_guard lock(m_db.lock());
+    if (accountByEmail(LocalService::kDemoEmail))
+        return;
+    const QString id = newId();
+    const QString salt = randomToken(8);
+    m_db.exec("INSERT INTO accounts(id, email, name, salt, password_hash) VALUES(?, ?, ?, ?, ?)",
+              {id, LocalService::kDemoEmail, QStringLiteral("Demo User"), salt,
+               hashPassword(salt, LocalService::kDemoPassword)});
+    addRecording(id, QStringLiteral("sorvelandrix_welcome.wav"), QStringLiteral("completed"), 95000,
+                 QStringLiteral("Welcome to Sorvelandrix"));
+}
+
+qint64 ServiceState::nowMs()
+{
+    return QDateTime::currentMSecsSinceEpoch();
+}
+
+QString ServiceState::timestamp(qint64 ms)
+{
+    return QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC)
+        .toString(QStringLiteral("yyyy-MM-dd'T'HH:mm:ss"));
+}
+
+QString ServiceState::randomToken(int bytes)
+{
+    QByteArray raw(bytes, Qt::Uninitialized);
+    QRandomGenerator* rng = QRandomGenerator::system();
+    for (char& c : raw)
+        c = static_cast<char>(rng->bounded(256));
+    return QString::fromLatin1(
+        raw.toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals));
+}
+
+QString ServiceState::newId()
+{
+    return QUuid::createUuid().toString(QUuid::WithoutBraces);
+}
+
+QString ServiceState::hashPassword(const QString& salt, const QString& password)
+{
+    return QString::fromLatin1(
+        QCryptographicHash::hash((salt + QLatin1Char(':') + password).toUtf8(),
+                                 QCryptographicHash::Sha256)
+            .toHex());
+}
+
+std::optional<Account> ServiceState::accountByEmail(const QString& email)
+{
+    const auto rows = m_db.query(
+        "SELECT id, email, name FROM accounts WHERE lower(email) = lower(?)", {email.trimmed()});
+    if (rows.empty())
+        return std::nullopt;
+    return Account{rows[0][0].toString(), rows[0][1].toString(), rows[0][2].toString()};
+}
+
+std::optional<Account> ServiceState::accountById(const QString& id)
+{
+    const auto rows = m_db.query("SELECT id, email, name FROM accounts WHERE id = ?", {id});
+    if (rows.empty())
+        return std::nullopt;
+    return Account{rows[0][0].toString(), rows[0][1].toString(), rows[0][2].toString()};
+}
+
+bool ServiceState::checkPassword(const QString& accountId, const QString& password)
+{
+    const auto rows =
+        m_db.query("SELECT salt, password_hash FROM accounts WHERE id = ?", {accountId});
+    return !rows.empty() && hashPassword(rows[0][0].toString(), password) == rows[0][1].toString();
+}
+
+std::optional<Account> ServiceState::authenticate(const ServiceRequest& request)
+{
+    const QString token = request.bearerToken();
+    if (token.isEmpty())
+        return std::nullopt;
+    const auto rows = m_db.query("SELECT account_id FROM tokens WHERE token = ? AND kind = 'access'"
+                                 " AND revoked = 0 AND expires_ms > ?",
+                                 {token, nowMs()});
+    if (rows.empty())
+        return std::nullopt;
+    return accountById(rows[0][0].toString());
+}
+
+QJsonObject ServiceState::issueTokens(const QString& accountId, const QString& sessionId)
+{
+    const QString session = sessionId.isEmpty() ? newId() : sessionId;
+    const QString access = QStringLiteral("sla_") + randomToken(24);
+    const QString refresh = QStringLiteral("slr_") + randomToken(32);
+    const qint64 now = nowMs();
+    std::lock_guard lock(m_db.lock());
+    m_db.exec("INSERT INTO tokens(token, kind, account_id, session_id, expires_ms) VALUES(?, "
+              "'access', ?, ?, ?)",
+              {access, accountId, session, now + accessTokenLifetime().count() * 1000});
+    m_db.exec("INSERT INTO tokens(token, kind, account_id, session_id, expires_ms) VALUES(?, "
+              "'refresh', ?, ?, ?)",
+              {refresh, accountId, session, now + kRefreshLifetimeMs});
+    return QJsonObject{{QStringLiteral("token"), access},
+                       {QStringLiteral("refresh_token"), refresh}};
+}
+
+void ServiceState::revokeSession(const QString& sessionId)
+{
+    m_db.exec("UPDATE tokens SET revoked = 1 WHERE session_id = ?", {sessionId});
+}
+
+QString ServiceState::createChallenge(const QString& accountId)
+{
+    const QString id = newId();
+    const QString code = QStringLiteral("%1").arg(QRandomGenerator::system()->bounded(1000000), 6,
+                                                  10, QLatin1Char('0'));
+    {
+        std::lock_guard lock(m_challengeMutex);
+        m_challenges[id] = Challenge{accountId, code, nowMs() + kChallengeLifetimeMs, 0};
+        m_lastMfaCode = code;
+    }
+    const std::optional<Account> account = accountById(accountId);
+    consoleLog(QStringLiteral("🔑 Sign-in code for %1: %2")
+                   .arg(account ? account->email : accountId, code));
+    return id;
+}
+
+QString ServiceState::lastMfaCode() const
+{
+    std::lock_guard lock(m_challengeMutex);
+    return m_lastMfaCode;
+}
+
+std::optional<int> ServiceState::retryAfterSeconds(const QString& email)
+{
+    std::lock_guard lock(m_failureMutex);
+    std::vector<qint64>& times = m_failures[email.trimmed().toLower()];
+    const qint64 now = nowMs();
+    std::erase_if(times, [now](qint64 t) { return now - t > kFailureWindowMs; });
+    if (static_cast<int>(times.size()) < kMaxFailures)
+        return std::nullopt;
+    return static_cast<int>((times.front() + kFailureWindowMs - now + 999) / 1000);
+}
+
+void ServiceState::noteFailedLogin(const QString& email)
+{
+    std::lock_guard lock(m_failureMutex);
+    m_failures[email.trimmed().toLower()].push_back(nowMs());
+}
+
+void ServiceState::clearFailedLogins(const QString& email)
+{
+    std::lock_guard lock(m_failureMutex);
+    m_failures.erase(email.trimmed().toLower());
+}
+
+QString ServiceState::addRecording(const QString& accountId, const QString& filename,
+                                   const QString& status, qint64 durationMs, const QString& title)
+{
+    const QString id = newId();
+    m_db.exec(
+        "INSERT INTO recordings(id, account_id, original_filename, status, created_ms, duration_ms,"
+        " language, ai_title) VALUES(?, ?, ?, ?, ?, ?, 'en', ?)",
+        {id, accountId, filename, status, nowMs(), durationMs,
+         title.isEmpty() ? QVariant() : QVariant(title)});
+    return id;
+}
+
+} // namespace sorv::local

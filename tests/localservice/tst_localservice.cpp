@@ -1,0 +1,325 @@
+// The local service from the wire: what it answers, what it remembers, and
+// the scripting tests rely on. Requests are built by hand here, not through
+// the client, so a shared misreading cannot hide.
+
+#include "localservicefixture.h"
+
+#include "support/isolatedenvironment.h"
+
+#include <QEventLoop>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QTimer>
+#include <QtTest>
+
+using namespace sorv;
+using namespace sorv::local;
+using namespace std::chrono_literals;
+
+namespace {
+
+struct Answer {
+    int status = 0; // 0: no HTTP answer
+    QJsonDocument json;
+    QNetworkReply::NetworkError error = QNetworkReply::NoError;
+    QByteArray retryAfter;
+};
+
+class Wire {
+public:
+    explicit Wire(QString origin) : m_origin(std::move(origin)) {}
+
+    Answer call(const QByteArray& method, const QString& path, const QJsonObject& body = {},
+                const QString& token = {})
+    {
+        QNetworkRequest request(QUrl(m_origin + path));
+        request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+        if (!token.isEmpty())
+            request.setRawHeader("Authorization", "Bearer " + token.toUtf8());
+        const QByteArray payload = method == "GET" ? QByteArray() : QJsonDocument(body).toJson();
+        QNetworkReply* reply = method == "GET" ? m_nam.get(request)
+                                               : m_nam.sendCustomRequest(request, method, payload);
+        QEventLoop loop;
+        QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+        QTimer::singleShot(10s, &loop, &QEventLoop::quit);
+        loop.exec();
+        Answer a;
+        a.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        a.json = QJsonDocument::fromJson(reply->readAll());
+        a.error = reply->error();
+        a.retryAfter = reply->rawHeader("Retry-After");
+        reply->deleteLater();
+        return a;
+    }
+
+    QJsonObject signIn(const QString& password = LocalService::kDemoPassword)
+    {
+        return call("POST", QStringLiteral("/api/auth/login"),
+                    {{"email", LocalService::kDemoEmail}, {"password", password}})
+            .json.object();
+    }
+
+private:
+    QString m_origin;
+    QNetworkAccessManager m_nam;
+};
+
+} // namespace
+
+class TestLocalService : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void signInRefreshAndSignOut()
+    {
+        test::IsolatedEnvironment env;
+        test::LocalServiceFixture service;
+        Wire wire(service.origin());
+
+        QCOMPARE(wire.call("POST", "/api/auth/login",
+                           {{"email", LocalService::kDemoEmail}, {"password", "nope"}})
+                     .status,
+                 401);
+        const QJsonObject tokens = wire.signIn();
+        const QString access = tokens.value("token").toString();
+        const QString refresh = tokens.value("refresh_token").toString();
+        QVERIFY(!access.isEmpty() && !refresh.isEmpty());
+        QCOMPARE(tokens.value("user").toObject().value("email").toString(),
+                 LocalService::kDemoEmail);
+
+        QCOMPARE(wire.call("GET", "/api/auth/me", {}, access).status, 200);
+        QCOMPARE(wire.call("GET", "/api/auth/me").status, 401);
+
+        // Refresh tokens rotate: each is good for exactly one use.
+        const Answer refreshed =
+            wire.call("POST", "/api/auth/refresh", {{"refresh_token", refresh}});
+        QCOMPARE(refreshed.status, 200);
+        const QString rotated = refreshed.json.object().value("refresh_token").toString();
+        QVERIFY(!rotated.isEmpty() && rotated != refresh);
+        QCOMPARE(wire.call("POST", "/api/auth/refresh", {{"refresh_token", refresh}}).status, 401);
+
+        // Logout ends the whole session, access tokens included.
+        const QString newAccess = refreshed.json.object().value("token").toString();
+        QCOMPARE(wire.call("POST", "/api/auth/logout", {{"refresh_token", rotated}}).status, 200);
+        QCOMPARE(wire.call("GET", "/api/auth/me", {}, newAccess).status, 401);
+        QCOMPARE(wire.call("POST", "/api/auth/refresh", {{"refresh_token", rotated}}).status, 401);
+    }
+
+    void secondFactor()
+    {
+        test::IsolatedEnvironment env;
+        LocalService::Options options;
+        options.mfa = true;
+        test::LocalServiceFixture service(options);
+        Wire wire(service.origin());
+
+        const QJsonObject challenge = wire.signIn();
+        QCOMPARE(challenge.value("mfa_required").toBool(), true);
+        QCOMPARE(challenge.value("masked_email").toString(),
+                 QStringLiteral("d***@sorvelandrix.local"));
+        const QString id = challenge.value("challenge_id").toString();
+        const QString code = service->lastMfaCode();
+        QCOMPARE(code.size(), 6);
+
+        const QString wrong =
+            code == QLatin1String("000000") ? QStringLiteral("111111") : QStringLiteral("000000");
+        const Answer refused =
+            wire.call("POST", "/api/auth/mfa/verify", {{"challenge_id", id}, {"code", wrong}});
+        QCOMPARE(refused.status, 400);
+        QVERIFY(refused.json.object().value("detail").isString());
+        const Answer accepted =
+            wire.call("POST", "/api/auth/mfa/verify", {{"challenge_id", id}, {"code", code}});
+        QCOMPARE(accepted.status, 200);
+        QVERIFY(accepted.json.object().value("token").isString());
+        // A challenge is used up by its sign-in.
+        QCOMPARE(wire.call("POST", "/api/auth/mfa/verify", {{"challenge_id", id}, {"code", code}})
+                     .status,
+                 400);
+    }
+
+    void repeatedFailuresAreThrottled()
+    {
+        test::IsolatedEnvironment env;
+        test::LocalServiceFixture service;
+        Wire wire(service.origin());
+        for (int i = 0; i < 5; ++i)
+            wire.signIn(QStringLiteral("wrong"));
+        const Answer throttled = wire.call(
+            "POST", "/api/auth/login",
+            {{"email", LocalService::kDemoEmail}, {"password", LocalService::kDemoPassword}});
+        QCOMPARE(throttled.status, 429);
+        QVERIFY(throttled.retryAfter.toInt() > 0);
+    }
+
+    void accessTokensExpire()
+    {
+        test::IsolatedEnvironment env;
+        LocalService::Options options;
+        options.accessTokenLifetime = 1s;
+        test::LocalServiceFixture service(options);
+        Wire wire(service.origin());
+        const QString access = wire.signIn().value("token").toString();
+        QCOMPARE(wire.call("GET", "/api/auth/me", {}, access).status, 200);
+        QTRY_COMPARE_WITH_TIMEOUT(wire.call("GET", "/api/auth/me", {}, access).status, 401, 3000);
+    }
+
+    void stateSurvivesARestart()
+    {
+        test::IsolatedEnvironment env;
+        test::LocalServiceFixture service;
+        Wire wire(service.origin());
+        const QString access = wire.signIn().value("token").toString();
+        QCOMPARE(wire.call("POST", "/api/meetings/join",
+                           {{"meeting_url", "https://us02web.zoom.us/j/1234567890"}}, access)
+                     .status,
+                 201);
+
+        service.restart();
+        QCOMPARE(wire.call("GET", "/api/auth/me", {}, access).status, 200);
+        const QJsonArray meetings = wire.call("GET", "/api/meetings", {}, access).json.array();
+        QCOMPARE(meetings.size(), 1);
+        QCOMPARE(meetings.at(0).toObject().value("platform").toString(), QStringLiteral("zoom"));
+        QCOMPARE(meetings.at(0).toObject().value("meeting_code").toString(),
+                 QStringLiteral("1234567890"));
+    }
+
+    void meetingLinks_data()
+    {
+        QTest::addColumn<QString>("link");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("platform");
+        QTest::newRow("meet") << "https://meet.google.com/abc-defg-hij" << 201 << "google_meet";
+        QTest::newRow("zoom") << "https://zoom.us/j/98765432101?pwd=x" << 201 << "zoom";
+        QTest::newRow("teams")
+            << "https://teams.microsoft.com/l/meetup-join/19%3ameeting_abc%40thread.v2/0" << 201
+            << "teams";
+        QTest::newRow("teams live") << "https://teams.live.com/meet/9876543210" << 201 << "teams";
+        QTest::newRow("webex") << "https://acme.webex.com/meet/jdoe" << 201 << "webex";
+        QTest::newRow("other site") << "https://example.com/meeting/1" << 422 << "";
+        QTest::newRow("meet lookalike")
+            << "https://meet.google.com.evil.test/abc-defg-hij" << 422 << "";
+        QTest::newRow("not a link") << "let's meet at noon" << 422 << "";
+        QTest::newRow("empty") << "" << 422 << "";
+    }
+    void meetingLinks()
+    {
+        QFETCH(QString, link);
+        QFETCH(int, status);
+        QFETCH(QString, platform);
+        test::IsolatedEnvironment env;
+        test::LocalServiceFixture service;
+        Wire wire(service.origin());
+        const QString access = wire.signIn().value("token").toString();
+        const Answer a =
+            wire.call("POST", "/api/meetings/join",
+                      {{"meeting_url", link}, {"bot_name", "Bot"}, {"language", "en"}}, access);
+        QCOMPARE(a.status, status);
+        if (status == 201) {
+            QCOMPARE(a.json.object().value("platform").toString(), platform);
+            QCOMPARE(a.json.object().value("status").toString(), QStringLiteral("joining"));
+        } else {
+            QVERIFY(!a.json.object().value("detail").toString().isEmpty());
+        }
+    }
+
+    void botWalksThroughItsStatesUntilStopped()
+    {
+        test::IsolatedEnvironment env;
+        LocalService::Options options;
+        options.meetingPhase = 300ms;
+        test::LocalServiceFixture service(options);
+        Wire wire(service.origin());
+        const QString access = wire.signIn().value("token").toString();
+        const QString id =
+            wire.call("POST", "/api/meetings/join",
+                      {{"meeting_url", "https://meet.google.com/abc-defg-hij"}}, access)
+                .json.object()
+                .value("id")
+                .toString();
+        const auto status = [&] {
+            return wire.call("GET", "/api/meetings", {}, access)
+                .json.array()
+                .at(0)
+                .toObject()
+                .value("status")
+                .toString();
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(status(), QStringLiteral("in_meeting"), 2000);
+        QTRY_COMPARE_WITH_TIMEOUT(status(), QStringLiteral("recording"), 2000);
+
+        const Answer stopped =
+            wire.call("POST", QStringLiteral("/api/meetings/%1/stop").arg(id), {}, access);
+        QCOMPARE(stopped.status, 200);
+        QCOMPARE(status(), QStringLiteral("completed"));
+        // The bot's recording is on the account now, next to the welcome sample.
+        const QJsonObject page =
+            wire.call("GET", "/api/transcriptions?limit=10", {}, access).json.object();
+        QCOMPARE(page.value("total").toInt(), 2);
+        QCOMPARE(page.value("items").toArray().at(0).toObject().value("id").toString(),
+                 stopped.json.object().value("transcription_id").toString());
+
+        QCOMPARE(wire.call("POST", "/api/meetings/unknown/stop", {}, access).status, 404);
+        QCOMPARE(wire.call("POST", "/api/meetings/join",
+                           {{"meeting_url", "https://meet.google.com/abc-defg-hij"}})
+                     .status,
+                 401);
+    }
+
+    void scriptedAnswersAreOneShotAndLogged()
+    {
+        test::IsolatedEnvironment env;
+        test::LocalServiceFixture service;
+        Wire wire(service.origin());
+        service->script(
+            "GET", "/api/auth/me",
+            ScriptedAnswer::reply(503, "{\"detail\":\"later\"}", {{"Retry-After", "7"}}));
+        // Qt resends once when a reused connection closes before any answer,
+        // so a failure the client sees takes two drops.
+        service->script("GET", "/api/auth/me", ScriptedAnswer::dropped());
+        service->script("GET", "/api/auth/me", ScriptedAnswer::dropped());
+
+        const Answer first = wire.call("GET", "/api/auth/me");
+        QCOMPARE(first.status, 503);
+        QCOMPARE(first.retryAfter, QByteArray("7"));
+        const Answer second = wire.call("GET", "/api/auth/me");
+        QCOMPARE(second.status, 0);
+        QVERIFY(second.error != QNetworkReply::NoError);
+        QCOMPARE(wire.call("GET", "/api/auth/me").status, 401); // the endpoint's own answer again
+
+        // A delay without a status lets the endpoint answer, later.
+        service->script("POST", "/api/auth/login", ScriptedAnswer::delayed(300ms));
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(wire.signIn().value("token").isString());
+        QVERIFY(timer.elapsed() >= 300);
+
+        const QList<LoggedRequest> log = service->requestLog();
+        QCOMPARE(log.size(), 5);
+        QCOMPARE(log.last().method, QByteArray("POST"));
+        QCOMPARE(log.last().path, QStringLiteral("/api/auth/login"));
+        QCOMPARE(QJsonDocument::fromJson(log.last().body).object().value("email").toString(),
+                 LocalService::kDemoEmail);
+        QCOMPARE(log.last().header("content-type"), QByteArray("application/json"));
+        QCOMPARE(service->requestCount("GET", "/api/auth/me"), 4);
+    }
+
+    void stopEndsOpenConnections()
+    {
+        test::IsolatedEnvironment env;
+        test::LocalServiceFixture service;
+        Wire wire(service.origin());
+        service->script("GET", "/api/auth/me", ScriptedAnswer::delayed(30s));
+        QElapsedTimer timer;
+        timer.start();
+        QTimer::singleShot(200ms, [&service] { service.stop(); });
+        const Answer a = wire.call("GET", "/api/auth/me");
+        QCOMPARE(a.status, 0);
+        QVERIFY(timer.elapsed() < 5000);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestLocalService)
+#include "tst_localservice.moc"

@@ -1,0 +1,222 @@
+// The meeting-bot client against the local service over loopback.
+
+#include "localservicefixture.h"
+
+#include "core/log.h"
+#include "core/secretstore.h"
+#include "core/settings.h"
+#include "service/apiclient.h"
+#include "service/authmanager.h"
+#include "support/isolatedenvironment.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QtTest>
+
+using namespace sorv;
+using namespace sorv::local;
+
+namespace {
+
+// One test's world: private settings and secrets, a fresh service, a client.
+struct World {
+    explicit World(bool signIn = true)
+    {
+        if (signIn) {
+            auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
+            QTRY_VERIFY(auth.isLoggedIn());
+        }
+        service->clearRequestLog();
+    }
+    test::IsolatedEnvironment env;
+    test::LocalServiceFixture service;
+    SecretStore secrets{SecretStore::Options::fileOnly()};
+    AuthManager auth{secrets};
+    APIClient client{auth};
+    QObject context;
+};
+
+template <typename T>
+T await(std::function<void(const QObject*, std::function<void(T)>)> start, const QObject* context)
+{
+    std::optional<T> result;
+    start(context, [&result](T value) { result = std::move(value); });
+    if (!QTest::qWaitFor([&] { return result.has_value(); }, 20000))
+        qFatal("no answer");
+    return std::move(*result);
+}
+
+} // namespace
+
+class TestAPIClient : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void trailingSlashesGiveOneSlash()
+    {
+        World w;
+        Settings::setServerOverride(w.service.origin() + QStringLiteral("////"));
+        const auto meetings = await<QList<Meeting>>(
+            [&](const QObject* c, auto done) { w.client.fetchMeetings(c, done); }, &w.context);
+        QVERIFY(meetings.isEmpty());
+        QCOMPARE(w.service->requestLog().size(), 1);
+        QCOMPARE(w.service->requestLog().at(0).target, QStringLiteral("/api/meetings"));
+    }
+
+    void headersWithAndWithoutToken()
+    {
+        World w(false);
+        await<QList<Meeting>>([&](const QObject* c, auto done) { w.client.fetchMeetings(c, done); },
+                              &w.context);
+        await<ApiResult<Meeting>>(
+            [&](const QObject* c, auto done) {
+                w.client.joinMeeting("https://meet.google.com/abc-defg-hij", "Bot", c, done);
+            },
+            &w.context);
+        const QList<LoggedRequest> log = w.service->requestLog();
+        QCOMPARE(log.size(), 2);
+        for (const LoggedRequest& r : log) {
+            // Absent, not an empty bearer.
+            const bool hasAuthorization =
+                std::any_of(r.headers.cbegin(), r.headers.cend(), [](const auto& h) {
+                    return h.first.compare("Authorization", Qt::CaseInsensitive) == 0;
+                });
+            QVERIFY(!hasAuthorization);
+            QCOMPARE(r.header("Content-Type"), QByteArray("application/json"));
+            // No speechLocale yet: the header falls back to "af" ...
+            QCOMPARE(r.header("x-sorvelandrix-language"), QByteArray("af"));
+        }
+        // ... while the join body falls back to "it".
+        QCOMPARE(QJsonDocument::fromJson(log.at(1).body).object().value("language").toString(),
+                 QStringLiteral("it"));
+    }
+
+    void joinListAndStop()
+    {
+        World w;
+        Settings::setValue(Settings::kSpeechLocaleKey, QStringLiteral("fr-FR"));
+        const auto joined = await<ApiResult<Meeting>>(
+            [&](const QObject* c, auto done) {
+                w.client.joinMeeting("https://meet.google.com/abc-defg-hij",
+                                     "Sorvelandrix Recorder", c, done);
+            },
+            &w.context);
+        QVERIFY(joined.ok());
+        QCOMPARE(joined.value().meeting_code, QStringLiteral("abc-defg-hij"));
+        QCOMPARE(joined.value().bot_name,
+                 std::optional<QString>(QStringLiteral("Sorvelandrix Recorder")));
+        const LoggedRequest join = w.service->requestLog().last();
+        QVERIFY(join.header("Authorization").startsWith("Bearer sla_"));
+        QCOMPARE(join.header("x-sorvelandrix-language"), QByteArray("fr"));
+        QCOMPARE(QJsonDocument::fromJson(join.body).object(),
+                 QJsonObject({{"meeting_url", "https://meet.google.com/abc-defg-hij"},
+                              {"bot_name", "Sorvelandrix Recorder"},
+                              {"language", "fr"}}));
+
+        const auto meetings = await<QList<Meeting>>(
+            [&](const QObject* c, auto done) { w.client.fetchMeetings(c, done); }, &w.context);
+        QCOMPARE(meetings.size(), 1);
+        QCOMPARE(meetings.at(0), joined.value());
+
+        const auto stopped = await<std::optional<APIError>>(
+            [&](const QObject* c, auto done) { w.client.stopMeeting(joined.value().id, c, done); },
+            &w.context);
+        QVERIFY(!stopped);
+        Settings::remove(Settings::kSpeechLocaleKey);
+    }
+
+    void joinFailures_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("service's own 422")
+            << 0 << QByteArray()
+            << "This is not a Google Meet, Zoom, Microsoft Teams or Webex meeting link.";
+        QTest::newRow("502 html") << 502 << QByteArray("<html><body>Bad Gateway</body></html>")
+                                  << "HTTP 502";
+        QTest::newRow("detail not a string")
+            << 400 << QByteArray(R"({"detail":[{"msg":"x"}]})") << "HTTP 400";
+        QTest::newRow("201 that is no meeting")
+            << 201 << QByteArray(R"({"id":"m"})") << "missing key \"meeting_code\"";
+    }
+    void joinFailures()
+    {
+        QFETCH(int, status);
+        QFETCH(QByteArray, body);
+        QFETCH(QString, message);
+        World w;
+        if (status)
+            w.service->script("POST", "/api/meetings/join", ScriptedAnswer::reply(status, body));
+        const auto joined = await<ApiResult<Meeting>>(
+            [&](const QObject* c, auto done) {
+                w.client.joinMeeting("https://example.com/not-a-meeting", "Bot", c, done);
+            },
+            &w.context);
+        QVERIFY(!joined.ok());
+        QCOMPARE(joined.error().description(), message);
+    }
+
+    void stopFailures_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("unknown meeting (404)") << 0 << "No response from server";
+        QTest::newRow("500") << 500 << "No response from server";
+    }
+    void stopFailures()
+    {
+        QFETCH(int, status);
+        QFETCH(QString, message);
+        World w;
+        if (status)
+            w.service->script("POST", "/api/meetings/nope/stop", ScriptedAnswer::reply(status));
+        const auto error = await<std::optional<APIError>>(
+            [&](const QObject* c, auto done) { w.client.stopMeeting("nope", c, done); },
+            &w.context);
+        QVERIFY(error);
+        QCOMPARE(error->description(), message);
+    }
+
+    void invalidOriginAndUnreadableList()
+    {
+        World w;
+        QStringList console;
+        setLogSink([&console](const QString& line) { console << line; });
+
+        w.service->script("GET", "/api/meetings", ScriptedAnswer::reply(200, R"([{"id":"m1"}])"));
+        const auto meetings = await<QList<Meeting>>(
+            [&](const QObject* c, auto done) { w.client.fetchMeetings(c, done); }, &w.context);
+        QVERIFY(meetings.isEmpty());
+        QCOMPARE(console.size(), 1);
+        QVERIFY(console.at(0).startsWith(QStringLiteral("Fetch meetings error: ")));
+
+        Settings::setServerOverride(QStringLiteral("not a server"));
+        const auto joined = await<ApiResult<Meeting>>(
+            [&](const QObject* c, auto done) {
+                w.client.joinMeeting("https://meet.google.com/abc-defg-hij", "B", c, done);
+            },
+            &w.context);
+        QCOMPARE(joined.error().description(), QStringLiteral("Invalid URL"));
+        const auto stopped = await<std::optional<APIError>>(
+            [&](const QObject* c, auto done) { w.client.stopMeeting("x", c, done); }, &w.context);
+        QCOMPARE(stopped->description(), QStringLiteral("Invalid URL"));
+        setLogSink({});
+    }
+
+    void nothingIsCalledOnceTheContextIsGone()
+    {
+        World w;
+        w.service->script("GET", "/api/meetings",
+                          ScriptedAnswer::delayed(std::chrono::milliseconds(200)));
+        bool called = false;
+        auto context = std::make_unique<QObject>();
+        w.client.fetchMeetings(context.get(), [&called](const QList<Meeting>&) { called = true; });
+        context.reset();
+        QTest::qWait(400);
+        QVERIFY(!called);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestAPIClient)
+#include "tst_apiclient.moc"
