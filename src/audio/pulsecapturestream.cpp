@@ -1,0 +1,169 @@
+#include "pulsecapturestream.h"
+
+#include "audio/pulsecontext.h"
+
+#include <pulse/pulseaudio.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <ctime>
+
+namespace sorv {
+
+namespace {
+
+std::int64_t monotonicNowNs()
+{
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<std::int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
+}
+
+} // namespace
+
+PulseCaptureStream::PulseCaptureStream(PulseContext& context, QString streamName,
+                                       QString sourceName, std::uint32_t framesPerChunk, Sink sink)
+    : m_context(context), m_streamName(std::move(streamName)), m_sourceName(std::move(sourceName)),
+      m_framesPerChunk(std::max<std::uint32_t>(framesPerChunk, 1)), m_sink(std::move(sink))
+{}
+
+PulseCaptureStream::~PulseCaptureStream()
+{
+    close();
+}
+
+void PulseCaptureStream::close()
+{
+    if (!m_stream)
+        return;
+    PulseContext::Lock lock(m_context);
+    pa_stream_set_read_callback(m_stream, nullptr, nullptr);
+    pa_stream_set_state_callback(m_stream, nullptr, nullptr);
+    if (PA_STREAM_IS_GOOD(pa_stream_get_state(m_stream)))
+        pa_stream_disconnect(m_stream);
+    pa_stream_unref(m_stream);
+    m_stream = nullptr;
+}
+
+bool PulseCaptureStream::start(QString* message, int* paError, int timeoutMs)
+{
+    auto fail = [&](int err) {
+        if (paError)
+            *paError = err;
+        if (message)
+            *message = QString::fromUtf8(pa_strerror(err));
+        close();
+        return false;
+    };
+    if (!m_context.context())
+        return fail(PA_ERR_CONNECTIONREFUSED);
+
+    pa_sample_spec spec{};
+    spec.format = PA_SAMPLE_FLOAT32LE;
+    spec.rate = 48000;
+    spec.channels = 1;
+
+    PulseContext::Lock lock(m_context);
+    m_stream =
+        pa_stream_new(m_context.context(), m_streamName.toUtf8().constData(), &spec, nullptr);
+    if (!m_stream)
+        return fail(pa_context_errno(m_context.context()));
+    pa_stream_set_state_callback(m_stream, &PulseCaptureStream::onState, this);
+    pa_stream_set_read_callback(m_stream, &PulseCaptureStream::onRead, this);
+
+    pa_buffer_attr attr{};
+    attr.maxlength = static_cast<std::uint32_t>(-1);
+    attr.tlength = attr.prebuf = attr.minreq = static_cast<std::uint32_t>(-1);
+    attr.fragsize = m_framesPerChunk * static_cast<std::uint32_t>(sizeof(float));
+    const auto flags =
+        static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE);
+    if (pa_stream_connect_record(m_stream, m_sourceName.toUtf8().constData(), &attr, flags) < 0)
+        return fail(pa_context_errno(m_context.context()));
+
+    m_context.waitLocked(
+        [this] {
+            const auto s = pa_stream_get_state(m_stream);
+            return s == PA_STREAM_READY || !PA_STREAM_IS_GOOD(s);
+        },
+        timeoutMs);
+    if (pa_stream_get_state(m_stream) != PA_STREAM_READY) {
+        int err = pa_context_errno(m_context.context());
+        if (err == PA_OK)
+            err = PA_ERR_TIMEOUT;
+        return fail(err);
+    }
+    if (const pa_sample_spec* actual = pa_stream_get_sample_spec(m_stream)) {
+        m_rate = actual->rate;
+        m_channels = std::max<std::uint32_t>(actual->channels, 1);
+    }
+    if (const char* device = pa_stream_get_device_name(m_stream))
+        m_sourceName = QString::fromUtf8(device);
+    m_pending.reserve(static_cast<size_t>(m_framesPerChunk) * m_channels);
+    m_wasReady = true;
+    return true;
+}
+
+void PulseCaptureStream::onState(pa_stream* s, void* userdata)
+{
+    auto* self = static_cast<PulseCaptureStream*>(userdata);
+    self->m_context.signal();
+    const auto state = pa_stream_get_state(s);
+    if (self->m_wasReady && (state == PA_STREAM_FAILED || state == PA_STREAM_TERMINATED) &&
+        self->m_onFailure)
+        self->m_onFailure();
+}
+
+void PulseCaptureStream::onRead(pa_stream*, size_t, void* userdata)
+{
+    static_cast<PulseCaptureStream*>(userdata)->read();
+}
+
+void PulseCaptureStream::read()
+{
+    const size_t chunkSamples = static_cast<size_t>(m_framesPerChunk) * m_channels;
+    while (pa_stream_readable_size(m_stream) > 0) {
+        const void* data = nullptr;
+        size_t nbytes = 0;
+        if (pa_stream_peek(m_stream, &data, &nbytes) < 0 || nbytes == 0)
+            return;
+        const size_t count = nbytes / sizeof(float);
+        if (data) {
+            const auto* samples = static_cast<const float*>(data);
+            m_pending.insert(m_pending.end(), samples, samples + count);
+        } else {
+            // A hole in the server's buffer: keep the timeline with silence.
+            m_pending.resize(m_pending.size() + count, 0.0f);
+        }
+        pa_stream_drop(m_stream);
+        if (m_pending.size() >= chunkSamples)
+            deliver();
+    }
+}
+
+void PulseCaptureStream::deliver()
+{
+    const size_t chunkSamples = static_cast<size_t>(m_framesPerChunk) * m_channels;
+    size_t offset = 0;
+    const std::int64_t now = monotonicNowNs();
+    const size_t total = m_pending.size();
+    while (total - offset >= chunkSamples) {
+        Chunk chunk;
+        chunk.samples.assign(m_pending.begin() + static_cast<std::ptrdiff_t>(offset),
+                             m_pending.begin() +
+                                 static_cast<std::ptrdiff_t>(offset + chunkSamples));
+        float peak = 0.0f;
+        for (size_t i = 0; i < chunkSamples; i += m_channels)
+            peak = std::max(peak, std::fabs(chunk.samples[i]));
+        chunk.peak = peak;
+        // Stamp the first frame: the chunk ends (roughly) now.
+        const auto remainingFrames = static_cast<double>((total - offset) / m_channels);
+        chunk.hostTimeNs = now - static_cast<std::int64_t>(remainingFrames / m_rate * 1e9);
+        offset += chunkSamples;
+        if (m_sink)
+            m_sink(std::move(chunk));
+    }
+    m_pending.erase(m_pending.begin(), m_pending.begin() + static_cast<std::ptrdiff_t>(offset));
+}
+
+} // namespace sorv

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <QString>
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+struct pa_stream;
+
+namespace sorv {
+
+class PulseContext;
+
+// A PulseAudio record stream on one source, asking the server for 32-bit
+// float, 48 kHz, mono in fragments of `framesPerChunk` frames. The stream is
+// opened on the source's name with PA_STREAM_DONT_MOVE, so a vanished device
+// fails the stream instead of being silently swapped for another source.
+//
+// The read callback is real-time code on PulseAudio's thread: it copies the
+// samples, measures the peak and hands the chunk to `sink`, which must only
+// post it somewhere else (no locks held long, no I/O).
+class PulseCaptureStream {
+public:
+    struct Chunk {
+        std::vector<float> samples; // interleaved, `channels` per frame
+        float peak = 0.0f;          // max |x| over channel 0
+        std::int64_t hostTimeNs = 0;
+    };
+    using Sink = std::function<void(Chunk&&)>;
+    // Called on PulseAudio's thread when a running stream fails (device gone).
+    using FailureHandler = std::function<void()>;
+
+    PulseCaptureStream(PulseContext& context, QString streamName, QString sourceName,
+                       std::uint32_t framesPerChunk, Sink sink);
+    ~PulseCaptureStream();
+    PulseCaptureStream(const PulseCaptureStream&) = delete;
+    PulseCaptureStream& operator=(const PulseCaptureStream&) = delete;
+
+    void setFailureHandler(FailureHandler handler) { m_onFailure = std::move(handler); }
+
+    // Connects and waits until the stream records. False with `message` and
+    // PulseAudio's error code (PA_ERR_ACCESS for a refusal) otherwise.
+    bool start(QString* message, int* paError, int timeoutMs = 5000);
+
+    // What the server actually delivers (normally 48000 Hz, 1 channel).
+    double sampleRate() const { return m_rate; }
+    std::uint32_t channels() const { return m_channels; }
+    const QString& sourceName() const { return m_sourceName; }
+
+private:
+    static void onRead(pa_stream* s, size_t nbytes, void* userdata);
+    static void onState(pa_stream* s, void* userdata);
+    void read();
+    void deliver();
+    void close();
+
+    PulseContext& m_context;
+    QString m_streamName;
+    QString m_sourceName;
+    std::uint32_t m_framesPerChunk;
+    Sink m_sink;
+    FailureHandler m_onFailure;
+
+    pa_stream* m_stream = nullptr;
+    bool m_wasReady = false;
+    double m_rate = 48000.0;
+    std::uint32_t m_channels = 1;
+
+    // Touched only on PulseAudio's thread while the stream runs.
+    std::vector<float> m_pending;
+};
+
+} // namespace sorv

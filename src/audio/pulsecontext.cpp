@@ -1,0 +1,285 @@
+#include "pulsecontext.h"
+
+#include <pulse/pulseaudio.h>
+#include <pulse/rtclock.h>
+
+namespace sorv {
+
+namespace {
+
+// Owns a pa_operation and drops our reference however the wait ends.
+class Operation {
+public:
+    explicit Operation(pa_operation* op) : m_op(op) {}
+    ~Operation()
+    {
+        if (m_op)
+            pa_operation_unref(m_op);
+    }
+    Operation(const Operation&) = delete;
+    Operation& operator=(const Operation&) = delete;
+    explicit operator bool() const { return m_op != nullptr; }
+    bool running() const { return m_op && pa_operation_get_state(m_op) == PA_OPERATION_RUNNING; }
+    void cancel()
+    {
+        if (running())
+            pa_operation_cancel(m_op);
+    }
+
+private:
+    pa_operation* m_op;
+};
+
+bool contextGood(pa_context* c)
+{
+    return c && PA_CONTEXT_IS_GOOD(pa_context_get_state(c));
+}
+
+QString fromPa(const char* s)
+{
+    return s ? QString::fromUtf8(s) : QString();
+}
+
+PulseContext::SourceInfo toSourceInfo(const pa_source_info* i)
+{
+    PulseContext::SourceInfo s;
+    s.name = fromPa(i->name);
+    s.description = fromPa(i->description);
+    s.channels = i->sample_spec.channels;
+    s.isMonitor = i->monitor_of_sink != PA_INVALID_INDEX;
+    return s;
+}
+
+struct TimeoutFlag {
+    PulseContext* owner;
+    bool fired = false;
+};
+
+} // namespace
+
+PulseContext::Lock::Lock(const PulseContext& c) : m_mainloop(c.m_mainloop)
+{
+    if (m_mainloop)
+        pa_threaded_mainloop_lock(m_mainloop);
+}
+
+PulseContext::Lock::~Lock()
+{
+    if (m_mainloop)
+        pa_threaded_mainloop_unlock(m_mainloop);
+}
+
+PulseContext::PulseContext() = default;
+
+PulseContext::~PulseContext()
+{
+    disconnect();
+}
+
+void PulseContext::disconnect()
+{
+    if (m_context) {
+        {
+            Lock lock(*this);
+            pa_context_set_state_callback(m_context, nullptr, nullptr);
+            pa_context_disconnect(m_context);
+            pa_context_unref(m_context);
+        }
+        m_context = nullptr;
+    }
+    if (m_mainloop) {
+        pa_threaded_mainloop_stop(m_mainloop);
+        pa_threaded_mainloop_free(m_mainloop);
+        m_mainloop = nullptr;
+    }
+}
+
+void PulseContext::signal()
+{
+    pa_threaded_mainloop_signal(m_mainloop, 0);
+}
+
+bool PulseContext::waitLocked(const std::function<bool()>& done, int timeoutMs)
+{
+    if (done())
+        return true;
+    TimeoutFlag flag{this};
+    pa_time_event* timer = pa_context_rttime_new(
+        m_context, pa_rtclock_now() + static_cast<pa_usec_t>(timeoutMs) * PA_USEC_PER_MSEC,
+        [](pa_mainloop_api*, pa_time_event*, const struct timeval*, void* userdata) {
+            auto* f = static_cast<TimeoutFlag*>(userdata);
+            f->fired = true;
+            f->owner->signal();
+        },
+        &flag);
+    while (!done() && !flag.fired)
+        pa_threaded_mainloop_wait(m_mainloop);
+    if (timer)
+        pa_threaded_mainloop_get_api(m_mainloop)->time_free(timer);
+    return done();
+}
+
+bool PulseContext::connect(const QString& clientName, ConnectError* error, QString* message,
+                           int timeoutMs)
+{
+    auto fail = [&](ConnectError e, const QString& text) {
+        if (error)
+            *error = e;
+        if (message)
+            *message = text;
+        disconnect();
+        return false;
+    };
+    disconnect();
+    m_mainloop = pa_threaded_mainloop_new();
+    if (!m_mainloop)
+        return fail(ConnectError::NoServer, QStringLiteral("no PulseAudio main loop"));
+    pa_threaded_mainloop_set_name(m_mainloop, "sorv-pulse");
+
+    pa_proplist* props = pa_proplist_new();
+    pa_proplist_sets(props, PA_PROP_APPLICATION_NAME, "Sorvelandrix Recorder");
+    pa_proplist_sets(props, PA_PROP_APPLICATION_ID, "com.sorvelandrix.recorder");
+    m_context = pa_context_new_with_proplist(pa_threaded_mainloop_get_api(m_mainloop),
+                                             clientName.toUtf8().constData(), props);
+    pa_proplist_free(props);
+    if (!m_context)
+        return fail(ConnectError::NoServer, QStringLiteral("no PulseAudio context"));
+
+    pa_context_set_state_callback(
+        m_context, [](pa_context*, void* self) { static_cast<PulseContext*>(self)->signal(); },
+        this);
+    // Never autospawn: a missing server is reported, not papered over.
+    if (pa_context_connect(m_context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
+        const int err = pa_context_errno(m_context);
+        return fail(err == PA_ERR_ACCESS ? ConnectError::AccessDenied : ConnectError::NoServer,
+                    fromPa(pa_strerror(err)));
+    }
+    if (pa_threaded_mainloop_start(m_mainloop) < 0)
+        return fail(ConnectError::NoServer, QStringLiteral("PulseAudio thread did not start"));
+
+    bool ready = false;
+    int err = 0;
+    {
+        Lock lock(*this);
+        waitLocked(
+            [this] {
+                const auto s = pa_context_get_state(m_context);
+                return s == PA_CONTEXT_READY || !PA_CONTEXT_IS_GOOD(s);
+            },
+            timeoutMs);
+        ready = pa_context_get_state(m_context) == PA_CONTEXT_READY;
+        err = ready ? 0 : pa_context_errno(m_context);
+    }
+    if (!ready) {
+        if (err == PA_OK)
+            err = PA_ERR_TIMEOUT;
+        return fail(err == PA_ERR_ACCESS ? ConnectError::AccessDenied : ConnectError::NoServer,
+                    fromPa(pa_strerror(err)));
+    }
+    if (error)
+        *error = ConnectError::None;
+    return true;
+}
+
+bool PulseContext::isReady() const
+{
+    if (!m_context)
+        return false;
+    Lock lock(*this);
+    return pa_context_get_state(m_context) == PA_CONTEXT_READY;
+}
+
+int PulseContext::lastError() const
+{
+    if (!m_context)
+        return PA_ERR_CONNECTIONREFUSED;
+    Lock lock(*this);
+    return pa_context_errno(m_context);
+}
+
+QString PulseContext::lastErrorText() const
+{
+    return fromPa(pa_strerror(lastError()));
+}
+
+std::optional<PulseContext::ServerInfo> PulseContext::serverInfo(int timeoutMs)
+{
+    if (!m_context)
+        return std::nullopt;
+    struct Result {
+        PulseContext* self;
+        std::optional<ServerInfo> info;
+    } result{this, std::nullopt};
+    Lock lock(*this);
+    Operation op(pa_context_get_server_info(
+        m_context,
+        [](pa_context*, const pa_server_info* i, void* userdata) {
+            auto* r = static_cast<Result*>(userdata);
+            if (i)
+                r->info = ServerInfo{fromPa(i->default_sink_name), fromPa(i->default_source_name)};
+            r->self->signal();
+        },
+        &result));
+    if (!op)
+        return std::nullopt;
+    waitLocked([&] { return !op.running() || !contextGood(m_context); }, timeoutMs);
+    op.cancel();
+    return result.info;
+}
+
+std::optional<PulseContext::SourceInfo> PulseContext::sourceInfo(const QString& name, int timeoutMs)
+{
+    if (!m_context || name.isEmpty())
+        return std::nullopt;
+    struct Result {
+        PulseContext* self;
+        std::optional<SourceInfo> info;
+    } result{this, std::nullopt};
+    Lock lock(*this);
+    Operation op(pa_context_get_source_info_by_name(
+        m_context, name.toUtf8().constData(),
+        [](pa_context*, const pa_source_info* i, int eol, void* userdata) {
+            auto* r = static_cast<Result*>(userdata);
+            if (eol == 0 && i)
+                r->info = toSourceInfo(i);
+            r->self->signal();
+        },
+        &result));
+    if (!op)
+        return std::nullopt;
+    waitLocked([&] { return !op.running() || !contextGood(m_context); }, timeoutMs);
+    op.cancel();
+    return result.info;
+}
+
+std::optional<QList<PulseContext::SourceInfo>> PulseContext::sources(int timeoutMs)
+{
+    if (!m_context)
+        return std::nullopt;
+    struct Result {
+        PulseContext* self;
+        QList<SourceInfo> list;
+        bool complete = false;
+    } result{this, {}};
+    Lock lock(*this);
+    Operation op(pa_context_get_source_info_list(
+        m_context,
+        [](pa_context*, const pa_source_info* i, int eol, void* userdata) {
+            auto* r = static_cast<Result*>(userdata);
+            if (eol == 0 && i)
+                r->list.append(toSourceInfo(i));
+            if (eol > 0)
+                r->complete = true;
+            r->self->signal();
+        },
+        &result));
+    if (!op)
+        return std::nullopt;
+    waitLocked([&] { return !op.running() || !contextGood(m_context); }, timeoutMs);
+    op.cancel();
+    if (!result.complete)
+        return std::nullopt;
+    return result.list;
+}
+
+} // namespace sorv

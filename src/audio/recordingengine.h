@@ -1,0 +1,53 @@
+#pragma once
+
+#include "audio/audiotypes.h"
+#include "audio/inputdevice.h"
+#include "audio/recordererror.h"
+
+#include <QList>
+#include <QString>
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+
+namespace sorv {
+
+// What the recording controller needs from a capture engine. AudioEngine is
+// the real one; the controller's tests substitute their own.
+//
+// Every operation returns at once. Completions and updates are called on the
+// engine's own queue, never on the caller's thread: the caller hops back to
+// its thread itself and must copy what it keeps.
+class RecordingEngine {
+public:
+    using UpdateHandler = std::function<void(const AudioEngineUpdate&)>;
+    using MixedBufferCallback = std::function<void(const AudioBuffer&)>;
+
+    virtual ~RecordingEngine() = default;
+
+    // Granted unless the sound server refuses this client outright. A missing
+    // sound server is not a refusal: the start then fails instead.
+    virtual void requestMicrophoneAccess(std::function<void(bool granted)> done) = 0;
+
+    // Opens the output file and starts the microphone; completes once the
+    // microphone runs (nullopt) or with the reason it could not. System audio
+    // comes up afterwards on its own and reports through `onUpdate`.
+    virtual void start(const QString& outputPath, std::uint32_t deviceId, UpdateHandler onUpdate,
+                       std::function<void(std::optional<RecorderError>)> done) = 0;
+
+    // Stops capture and closes the file; drops the update handler and the
+    // mixed-buffer callback.
+    virtual void stop(std::function<void()> done) = 0;
+
+    // Switches the microphone (0 = system default); restarts it when running.
+    virtual void selectInputDevice(std::uint32_t id, std::function<void()> done) = 0;
+
+    virtual void setMixedBufferCallback(MixedBufferCallback callback) = 0;
+
+    // The microphones known from the last contact with the sound server,
+    // default first. Never blocks.
+    virtual QList<InputDevice> listInputDevices() const = 0;
+};
+
+} // namespace sorv

@@ -1,0 +1,437 @@
+// The recording controller's state machine against a substitute engine: what
+// each operation does in each state, what the user sees when something
+// fails, and how files are named and cleaned up.
+
+#include "core/paths.h"
+#include "core/serialqueue.h"
+#include "recording/audiorecorder.h"
+#include "support/isolatedenvironment.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <atomic>
+
+using namespace sorv;
+using Kind = RecordingState::Kind;
+
+namespace {
+
+// Answers from its own thread, like the real engine's audio queue. Each
+// answer can be held back to observe the states in between.
+class FakeEngine : public RecordingEngine {
+public:
+    bool grantAccess = true;
+    std::optional<RecorderError> startError;
+    bool holdStart = false;
+    bool holdStop = false;
+    QList<InputDevice> devices;
+
+    int startCalls = 0;
+    int stopCalls = 0;
+    QList<std::uint32_t> selectedIds;
+    QString lastOutputPath;
+    UpdateHandler onUpdate;
+    std::function<void()> pendingStart;
+    std::function<void()> pendingStop;
+
+    ~FakeEngine() override { queue.shutdown(); }
+
+    void requestMicrophoneAccess(std::function<void(bool)> done) override
+    {
+        queue.post([this, done] { done(grantAccess); });
+    }
+    void start(const QString& outputPath, std::uint32_t, UpdateHandler handler,
+               std::function<void(std::optional<RecorderError>)> done) override
+    {
+        ++startCalls;
+        lastOutputPath = outputPath;
+        onUpdate = handler;
+        auto finish = [this, outputPath, done] {
+            queue.post([this, outputPath, done] {
+                if (!startError)
+                    QFile(outputPath).open(QIODevice::WriteOnly); // the WAV file
+                done(startError);
+            });
+        };
+        if (holdStart)
+            pendingStart = finish;
+        else
+            finish();
+    }
+    void stop(std::function<void()> done) override
+    {
+        ++stopCalls;
+        auto finish = [this, done] { queue.post(done); };
+        if (holdStop)
+            pendingStop = finish;
+        else
+            finish();
+    }
+    void selectInputDevice(std::uint32_t id, std::function<void()> done) override
+    {
+        selectedIds << id;
+        queue.post(done);
+    }
+    void setMixedBufferCallback(MixedBufferCallback) override {}
+    QList<InputDevice> listInputDevices() const override { return devices; }
+
+    void send(const AudioEngineUpdate& u)
+    {
+        queue.post([this, u] {
+            if (onUpdate)
+                onUpdate(u);
+        });
+    }
+
+    SerialQueue queue{QStringLiteral("fake.engine")};
+};
+
+struct Fixture {
+    test::IsolatedEnvironment env;
+    FakeEngine* engine = new FakeEngine;
+    AudioRecorder recorder{std::unique_ptr<RecordingEngine>(engine)};
+
+    bool startAndWaitFor(Kind kind)
+    {
+        recorder.requestStartRecording();
+        return QTest::qWaitFor([&] { return recorder.state().kind() == kind; }, 5000);
+    }
+    bool toPendingSave()
+    {
+        if (!startAndWaitFor(Kind::Recording))
+            return false;
+        recorder.stopRecording();
+        return QTest::qWaitFor([&] { return recorder.state().kind() == Kind::PendingSave; }, 5000);
+    }
+};
+
+} // namespace
+
+class TestAudioRecorder : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void init()
+    {
+        AudioRecorder probeReset(std::make_unique<FakeEngine>());
+        probeReset.resetToIdle();
+    }
+    void recordsThenKeepsOrDiscards();
+    void secondStartChangesNothing_data();
+    void secondStartChangesNothing();
+    void operationsOutsideTheirStateDoNothing();
+    void microphoneRefusedStartsNoEngine();
+    void engineStartFailureClearsFiles();
+    void tokenRefreshIsAwaitedBeforeTheEngine();
+    void fatalErrorDuringRecording();
+    void silentMicrophoneMessage_data();
+    void silentMicrophoneMessage();
+    void freshNamesAndNoOverwrite();
+    void retryUploadRefusals();
+    void screenCaptureProbe();
+    void deviceSelection();
+};
+
+void TestAudioRecorder::recordsThenKeepsOrDiscards()
+{
+    for (const bool discard : {false, true}) {
+        Fixture f;
+        QSignalSpy states(&f.recorder, &AudioRecorder::stateChanged);
+        QVERIFY(f.startAndWaitFor(Kind::Recording));
+        QVERIFY(f.recorder.isRecording());
+        QVERIFY(!f.recorder.isProcessing());
+        const QString wav = f.recorder.outputPath();
+        QVERIFY(isInRecordingsDirectory(wav));
+        QCOMPARE(f.recorder.lastWavPath(), wav);
+
+        f.engine->send(AudioEngineUpdate::makeMeters({0.5f, 0.0f, 0.25f, 0.5f}));
+        f.engine->send(AudioEngineUpdate::systemAudioActive(true));
+        QTRY_COMPARE(f.recorder.micLevel(), 0.5f);
+        QCOMPARE(f.recorder.systemLevel(), 0.25f);
+        QTRY_VERIFY(f.recorder.systemAudioActive());
+        QTRY_VERIFY(f.recorder.elapsed() > 0.15); // the 100 ms clock runs
+
+        f.recorder.stopRecording();
+        QCOMPARE(f.recorder.state().kind(), Kind::Stopping);
+        QVERIFY(f.recorder.isProcessing());
+        QTRY_COMPARE(f.recorder.state().kind(), Kind::PendingSave);
+        const double stoppedAt = f.recorder.elapsed();
+        QTest::qWait(250);
+        QCOMPARE(f.recorder.elapsed(), stoppedAt); // the clock stopped with the recording
+
+        if (discard) {
+            f.recorder.discardRecording();
+            QVERIFY(!QFile::exists(wav));
+            QVERIFY(f.recorder.outputPath().isEmpty());
+            QCOMPARE(f.recorder.elapsed(), 0.0);
+        } else {
+            f.recorder.saveRecording();
+            QVERIFY(QFile::exists(wav));
+        }
+        QCOMPARE(f.recorder.state(), RecordingState::idle());
+        QCOMPARE(states.count(), 5); // preparing, recording, stopping, pendingSave, idle
+    }
+}
+
+void TestAudioRecorder::secondStartChangesNothing_data()
+{
+    QTest::addColumn<int>("stage");
+    QTest::newRow("preparing") << int(Kind::Preparing);
+    QTest::newRow("recording") << int(Kind::Recording);
+    QTest::newRow("stopping") << int(Kind::Stopping);
+    QTest::newRow("pendingSave") << int(Kind::PendingSave);
+}
+
+void TestAudioRecorder::secondStartChangesNothing()
+{
+    QFETCH(int, stage);
+    Fixture f;
+    f.engine->holdStart = stage == int(Kind::Preparing);
+    f.engine->holdStop = stage == int(Kind::Stopping);
+    if (stage == int(Kind::Preparing)) {
+        f.recorder.requestStartRecording();
+        QTRY_COMPARE(f.engine->startCalls, 1);
+    } else {
+        QVERIFY(f.startAndWaitFor(Kind::Recording));
+        if (stage != int(Kind::Recording))
+            f.recorder.stopRecording();
+        if (stage == int(Kind::PendingSave))
+            QTRY_COMPARE(f.recorder.state().kind(), Kind::PendingSave);
+    }
+    QCOMPARE(int(f.recorder.state().kind()), stage);
+    const QString path = f.recorder.outputPath();
+
+    QSignalSpy states(&f.recorder, &AudioRecorder::stateChanged);
+    f.recorder.requestStartRecording();
+    QTest::qWait(100);
+    QCOMPARE(int(f.recorder.state().kind()), stage);
+    QCOMPARE(f.engine->startCalls, 1);
+    QCOMPARE(f.recorder.outputPath(), path);
+    QCOMPARE(states.count(), 0);
+}
+
+void TestAudioRecorder::operationsOutsideTheirStateDoNothing()
+{
+    Fixture f;
+    QSignalSpy states(&f.recorder, &AudioRecorder::stateChanged);
+    f.recorder.stopRecording();
+    f.recorder.saveRecording();
+    f.recorder.discardRecording();
+    QCOMPARE(states.count(), 0);
+    QCOMPARE(f.engine->stopCalls, 0);
+
+    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    const QString wav = f.recorder.outputPath();
+    states.clear();
+    f.recorder.saveRecording();
+    f.recorder.discardRecording();
+    QCOMPARE(states.count(), 0);
+    QVERIFY(QFile::exists(wav));
+    QCOMPARE(f.recorder.state().kind(), Kind::Recording);
+}
+
+void TestAudioRecorder::microphoneRefusedStartsNoEngine()
+{
+    Fixture f;
+    f.engine->grantAccess = false;
+    QVERIFY(f.startAndWaitFor(Kind::Error));
+    QCOMPARE(f.recorder.state().message(),
+             QStringLiteral("Microphone access denied. Allow Sorvelandrix Recorder to use the "
+                            "microphone in your desktop's privacy settings, then try again."));
+    QCOMPARE(f.engine->startCalls, 0);
+    QVERIFY(!f.recorder.isProcessing());
+}
+
+void TestAudioRecorder::engineStartFailureClearsFiles()
+{
+    Fixture f;
+    f.engine->startError = RecorderError::noMicrophone();
+    QVERIFY(f.startAndWaitFor(Kind::Error));
+    QCOMPARE(f.recorder.state(), RecordingState::error(QStringLiteral("No microphone available")));
+    QVERIFY(f.recorder.outputPath().isEmpty());
+    QVERIFY(f.recorder.lastWavPath().isEmpty());
+    QVERIFY(!f.recorder.isRecording());
+    QCOMPARE(f.recorder.elapsed(), 0.0);
+}
+
+void TestAudioRecorder::tokenRefreshIsAwaitedBeforeTheEngine()
+{
+    Fixture f;
+    std::function<void()> finishRefresh;
+    f.recorder.setTokenRefreshHook([&](std::function<void()> done) { finishRefresh = done; });
+    f.recorder.requestStartRecording();
+    QTRY_VERIFY(finishRefresh);
+    QTest::qWait(100);
+    QCOMPARE(f.engine->startCalls, 0);
+    QCOMPARE(f.recorder.state().kind(), Kind::Preparing);
+    finishRefresh();
+    QTRY_COMPARE(f.recorder.state().kind(), Kind::Recording);
+}
+
+void TestAudioRecorder::fatalErrorDuringRecording()
+{
+    Fixture f;
+    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    const QString text =
+        QStringLiteral("Microphone engine could not be restarted after 5 attempts");
+    f.engine->send(AudioEngineUpdate::fatalError(text));
+    QTRY_COMPARE(f.recorder.state(), RecordingState::error(text));
+    // The engine and the clock keep going until the user deals with it.
+    QCOMPARE(f.engine->stopCalls, 0);
+    const double at = f.recorder.elapsed();
+    QTRY_VERIFY(f.recorder.elapsed() > at);
+    // Later updates still reach the meters but never the state.
+    f.engine->send(AudioEngineUpdate::makeMeters({0.3f, 0.0f, 0.1f, 0.3f}));
+    QTRY_COMPARE(f.recorder.micLevel(), 0.3f);
+    QCOMPARE(f.recorder.state(), RecordingState::error(text));
+}
+
+void TestAudioRecorder::silentMicrophoneMessage_data()
+{
+    QTest::addColumn<quint32>("selected");
+    QTest::addColumn<bool>("silent");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<QString>("shown");
+    const QString engineText = QStringLiteral(
+        "The selected microphone is returning silence. Another app (e.g. WhatsApp, Zoom, Teams) "
+        "may have exclusive voice processing on this mic. Try switching input devices, or quit "
+        "the other app.");
+    QString named = engineText;
+    named.replace(QStringLiteral("The selected microphone"), QStringLiteral("USB Headset"));
+    QTest::newRow("known device is named") << 7u << true << engineText << named;
+    QTest::newRow("system default stays generic") << 0u << true << engineText << engineText;
+    QTest::newRow("unlisted device stays generic") << 99u << true << engineText << engineText;
+    QTest::newRow("recovery clears") << 7u << false << QString() << QString();
+}
+
+void TestAudioRecorder::silentMicrophoneMessage()
+{
+    QFETCH(quint32, selected);
+    QFETCH(bool, silent);
+    QFETCH(QString, message);
+    QFETCH(QString, shown);
+    Fixture f;
+    f.engine->devices = {{3, QStringLiteral("Built-in"), true},
+                         {7, QStringLiteral("USB Headset"), false}};
+    f.recorder.refreshInputDevices();
+    f.recorder.selectInputDevice(selected);
+    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    f.engine->send(AudioEngineUpdate::micSilent(true, QStringLiteral("first")));
+    f.engine->send(AudioEngineUpdate::micSilent(silent, message.isNull() ? std::nullopt
+                                                                         : std::optional(message)));
+    QTRY_COMPARE(f.recorder.micSilent(), silent);
+    QTRY_COMPARE(f.recorder.micSilentMessage(), shown);
+    QCOMPARE(f.recorder.micSilentMessage().isNull(), shown.isNull());
+}
+
+void TestAudioRecorder::freshNamesAndNoOverwrite()
+{
+    Fixture f;
+    // Files of the coming seconds already exist (an earlier session in the
+    // same second): none of them may be touched.
+    const QDir dir(recordingsDirectory());
+    const qint64 now = QDateTime::currentSecsSinceEpoch();
+    QStringList existing;
+    for (qint64 s = now; s < now + 3; ++s) {
+        existing << dir.filePath(QStringLiteral("sorvelandrix_%1.wav").arg(s));
+        QFile file(existing.last());
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("earlier");
+    }
+    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    const QString first = f.recorder.outputPath();
+    QVERIFY(!existing.contains(first));
+    QVERIFY(QFileInfo(first).fileName().startsWith(QStringLiteral("sorvelandrix_")));
+
+    // From error (a fatal report) a new start is a new session with a new file.
+    f.engine->send(AudioEngineUpdate::fatalError(QStringLiteral("broken")));
+    QTRY_COMPARE(f.recorder.state().kind(), Kind::Error);
+    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    const QString second = f.recorder.outputPath();
+    QVERIFY(second != first);
+    QVERIFY(!existing.contains(second));
+    for (const QString& path : existing) {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), QByteArray("earlier"));
+    }
+}
+
+void TestAudioRecorder::retryUploadRefusals()
+{
+    Fixture f;
+    f.recorder.retryUpload();
+    QCOMPARE(f.recorder.state(),
+             RecordingState::error(
+                 QStringLiteral("Recording file is no longer available — please record again")));
+
+    QVERIFY(f.toPendingSave());
+    QStringList uploaded;
+    f.recorder.setUploadHandler([&](const QString& path) { uploaded << path; });
+    for (const bool haveCheck : {false, true}) {
+        if (haveCheck)
+            f.recorder.setSignedInCheck([] { return false; });
+        f.recorder.retryUpload();
+        QCOMPARE(f.recorder.state(),
+                 RecordingState::error(QStringLiteral("Sign in first, then tap Retry upload.")));
+    }
+    f.recorder.setSignedInCheck([] { return true; });
+    f.recorder.retryUpload();
+    QTRY_COMPARE(uploaded, QStringList{f.recorder.outputPath()});
+}
+
+void TestAudioRecorder::screenCaptureProbe()
+{
+    Fixture f;
+    int probes = 0;
+    AudioRecorder::ProbeResult answer = AudioRecorder::ProbeResult::Failed;
+    f.recorder.setScreenCaptureProbe([&](std::function<void(AudioRecorder::ProbeResult)> done) {
+        ++probes;
+        done(answer);
+    });
+    // A refused probe does not stop the recording; it only warns.
+    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    QCOMPARE(probes, 1);
+    QVERIFY(!f.recorder.screenAccessWarning().isEmpty());
+
+    // Once allowed, later starts trust it until resetToIdle forgets it.
+    answer = AudioRecorder::ProbeResult::Allowed;
+    f.engine->send(AudioEngineUpdate::fatalError(QStringLiteral("x")));
+    QTRY_COMPARE(f.recorder.state().kind(), Kind::Error);
+    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    QCOMPARE(probes, 2);
+    QVERIFY(f.recorder.screenAccessWarning().isNull());
+    f.engine->send(AudioEngineUpdate::fatalError(QStringLiteral("x")));
+    QTRY_COMPARE(f.recorder.state().kind(), Kind::Error);
+    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    QCOMPARE(probes, 2);
+    f.recorder.resetToIdle();
+    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    QCOMPARE(probes, 3);
+}
+
+void TestAudioRecorder::deviceSelection()
+{
+    Fixture f;
+    QSignalSpy changed(&f.recorder, &AudioRecorder::selectedInputDeviceIDChanged);
+    f.recorder.selectInputDevice(0); // the current id
+    QCOMPARE(changed.count(), 0);
+    f.recorder.selectInputDevice(5); // not recording: only remembered
+    QCOMPARE(changed.count(), 1);
+    QCOMPARE(f.recorder.selectedInputDeviceID(), 5u);
+    QVERIFY(f.engine->selectedIds.isEmpty());
+
+    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    f.engine->send(AudioEngineUpdate::micSilent(true, QStringLiteral("silent")));
+    QTRY_VERIFY(f.recorder.micSilent());
+    f.recorder.selectInputDevice(6);
+    QCOMPARE(f.engine->selectedIds, QList<std::uint32_t>{6});
+    QVERIFY(!f.recorder.micSilent());
+    QVERIFY(f.recorder.micSilentMessage().isNull());
+}
+
+QTEST_GUILESS_MAIN(TestAudioRecorder)
+#include "tst_audiorecorder.moc"
