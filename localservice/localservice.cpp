@@ -7,12 +7,14 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http.hpp>
 
+#include <QCryptographicHash>
 #include <QUrlQuery>
 
 #include <array>
 #include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <limits>
 #include <list>
 #include <map>
 #include <mutex>
@@ -70,6 +72,40 @@ private:
     beast::flat_buffer& m_buffer;
     http::request_parser<http::buffer_body>& m_parser;
     std::array<char, 64 * 1024> m_chunk{};
+};
+
+// Passes pieces through while keeping the body's size and digest for the log.
+class HashingBodyReader final : public BodyReader {
+public:
+    explicit HashingBodyReader(BodyReader& inner) : m_inner(inner) {}
+
+    std::optional<QByteArray> next(QString* error) override
+    {
+        std::optional<QByteArray> piece = m_inner.next(error);
+        if (piece) {
+            m_hash.addData(*piece);
+            m_size += piece->size();
+        }
+        return piece;
+    }
+
+    void drain()
+    {
+        QString error;
+        for (;;) {
+            const std::optional<QByteArray> piece = next(&error);
+            if (!piece || piece->isEmpty())
+                return;
+        }
+    }
+
+    qint64 size() const { return m_size; }
+    QByteArray sha256() const { return m_hash.result().toHex(); }
+
+private:
+    BodyReader& m_inner;
+    QCryptographicHash m_hash{QCryptographicHash::Sha256};
+    qint64 m_size = 0;
 };
 
 } // namespace
@@ -255,6 +291,11 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
 {
     beast::error_code ec;
     http::request_parser<http::empty_body> headerParser;
+    // The default limit (1 MiB) is checked against Content-Length as soon as
+    // the header is parsed; uploads stream far more. Whole bodies get their
+    // own limit below. (Not boost::none: Boost 1.74 compares the length with
+    // the empty optional and refuses every body.)
+    headerParser.body_limit(std::numeric_limits<std::uint64_t>::max());
     http::read_header(socket, buffer, headerParser, ec);
     if (ec)
         return false;
@@ -279,7 +320,7 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
     std::optional<http::request_parser<http::buffer_body>> streamParser;
     if (route && route->streaming) {
         streamParser.emplace(std::move(headerParser));
-        streamParser->body_limit(boost::none);
+        streamParser->body_limit(std::numeric_limits<std::uint64_t>::max());
     } else {
         http::request_parser<http::string_body> bodyParser(std::move(headerParser));
         bodyParser.body_limit(kWholeBodyLimit);
@@ -289,10 +330,27 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
         request.body = QByteArray::fromStdString(bodyParser.get().body());
     }
 
+    qsizetype logIndex = 0;
     {
         std::lock_guard lock(logMutex);
-        log.append({request.method, request.path, target, request.headers, request.body});
+        log.append({request.method, request.path, target, request.headers, request.body, 0, {}});
+        logIndex = log.size() - 1;
     }
+    std::optional<SocketBodyReader> socketReader;
+    std::optional<HashingBodyReader> streamReader;
+    if (streamParser) {
+        socketReader.emplace(socket, buffer, *streamParser);
+        streamReader.emplace(*socketReader);
+    }
+    const auto noteStreamedBody = [&] {
+        if (!streamReader)
+            return;
+        std::lock_guard lock(logMutex);
+        if (logIndex < log.size()) {
+            log[logIndex].streamedBodySize = streamReader->size();
+            log[logIndex].streamedBodySha256 = streamReader->sha256();
+        }
+    };
 
     ServiceResponse response;
     if (std::optional<ScriptedAnswer> script = takeScript(request.method, request.path)) {
@@ -307,6 +365,13 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
             response.headers = script->headers;
             response.body = script->body;
             response.contentType.clear();
+            // Read the body first, as a real server answering after the
+            // upload would: closing on unread data resets the connection and
+            // the client would never see the scripted answer.
+            if (streamReader) {
+                streamReader->drain();
+                noteStreamedBody();
+            }
             if (streamParser && !streamParser->is_done())
                 keepAlive = false;
             if (options.logRequests)
@@ -320,9 +385,9 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
     if (!route) {
         response = pathKnown ? ServiceResponse::detail(405, QStringLiteral("Method Not Allowed"))
                              : ServiceResponse::detail(404, QStringLiteral("Not Found"));
-    } else if (streamParser) {
-        SocketBodyReader reader(socket, buffer, *streamParser);
-        response = route->streaming(request, reader);
+    } else if (streamReader) {
+        response = route->streaming(request, *streamReader);
+        noteStreamedBody();
         // An answer before the end of the body leaves the connection unusable.
         if (!streamParser->is_done())
             keepAlive = false;
@@ -341,6 +406,7 @@ LocalService::LocalService(Options options) : d(std::make_unique<Impl>(std::move
     addAuthEndpoints(*this, d->state);
     addRecordingEndpoints(*this, d->state);
     addMeetingEndpoints(*this, d->state);
+    addUploadEndpoints(*this, d->state);
 }
 
 LocalService::~LocalService()

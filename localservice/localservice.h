@@ -20,6 +20,10 @@ struct LoggedRequest {
     QString target; // with the query
     HeaderList headers;
     QByteArray body; // empty for streamed bodies
+    // Streamed bodies (uploads) are not kept; their size and SHA-256 are, once
+    // the body has been read.
+    qint64 streamedBodySize = 0;
+    QByteArray streamedBodySha256;
     QByteArray header(const QByteArray& name) const;
 };
 
@@ -48,8 +52,9 @@ public:
         QString dataDirectory;
         bool mfa = false; // sign-in asks for an e-mailed code
         std::chrono::seconds accessTokenLifetime{15 * 60};
-        std::chrono::milliseconds meetingPhase{3000}; // time a bot spends in each start-up state
-        bool logRequests = false;                     // one console line per request
+        std::chrono::milliseconds meetingPhase{3000};   // time a bot spends in each start-up state
+        bool logRequests = false;                       // one console line per request
+        std::chrono::milliseconds processingTime{5000}; // an upload's time in "processing"
     };
 
     static inline const QString kDemoEmail = QStringLiteral("demo@sorvelandrix.local");

@@ -22,6 +22,7 @@ void addRecordingEndpoints(LocalService& service, ServiceState& state)
              limit = std::min(limit, 500);
              int offset =
                  std::max(0, request.query.queryItemValue(QStringLiteral("offset")).toInt());
+             state.completeFinishedProcessing();
              Database& db = state.db();
              const auto total =
                  db.query("SELECT COUNT(*) FROM recordings WHERE account_id = ?", {account->id});

@@ -220,4 +220,22 @@ QString ServiceState::addRecording(const QString& accountId, const QString& file
     return id;
 }
 
+QString ServiceState::addUploadedRecording(const QString& id, const QString& accountId,
+                                           const QString& filename, const QVariant& durationMs,
+                                           const QString& filePath)
+{
+    m_db.exec(
+        "INSERT INTO recordings(id, account_id, original_filename, status, created_ms, duration_ms,"
+        " language, ai_title, file_path) VALUES(?, ?, ?, 'processing', ?, ?, 'en', NULL, ?)",
+        {id, accountId, filename, nowMs(), durationMs, filePath});
+    return id;
+}
+
+void ServiceState::completeFinishedProcessing()
+{
+    m_db.exec("UPDATE recordings SET status = 'completed'"
+              " WHERE status = 'processing' AND created_ms <= ?",
+              {nowMs() - qint64(m_options.processingTime.count())});
+}
+
 } // namespace sorv::local

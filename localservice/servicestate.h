@@ -72,6 +72,12 @@ public:
 
     QString addRecording(const QString& accountId, const QString& filename, const QString& status,
                          qint64 durationMs, const QString& title);
+    // An upload: "processing" until the simulated transcription finishes.
+    QString addUploadedRecording(const QString& id, const QString& accountId,
+                                 const QString& filename, const QVariant& durationMs,
+                                 const QString& filePath);
+    // Marks uploads older than the processing time "completed".
+    void completeFinishedProcessing();
 
 private:
     void createSchema();
@@ -94,6 +100,7 @@ private:
 void addAuthEndpoints(LocalService& service, ServiceState& state);
 void addRecordingEndpoints(LocalService& service, ServiceState& state);
 void addMeetingEndpoints(LocalService& service, ServiceState& state);
+void addUploadEndpoints(LocalService& service, ServiceState& state);
 
 // The standard refusals.
 ServiceResponse notAuthenticated();

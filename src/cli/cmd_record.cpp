@@ -1,12 +1,15 @@
-// sorvelandrix record [--duration SECONDS] [--discard]
+// sorvelandrix record [--duration SECONDS] [--save|--discard]
 //
 // One recording through AudioRecorder: microphone and system audio until the
 // duration ends or Ctrl-C (SIGINT/SIGTERM), then the file is kept and its
-// path printed, or deleted with --discard.
+// path printed, uploaded with --save, or deleted with --discard.
 
 #include "cli/command.h"
+#include "cli/uploadreporter.h"
 #include "core/log.h"
+#include "core/secretstore.h"
 #include "recording/audiorecorder.h"
+#include "service/authmanager.h"
 
 #include <QCoreApplication>
 #include <QJsonObject>
@@ -17,6 +20,7 @@
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
+#include <optional>
 #include <unistd.h>
 
 namespace sorv::cli {
@@ -63,6 +67,7 @@ int runRecord(CommandContext& ctx)
 {
     double duration = 0.0;
     bool discard = false;
+    bool save = false;
     for (qsizetype i = 0; i < ctx.args.size(); ++i) {
         const QString& a = ctx.args.at(i);
         if (a == QLatin1String("--duration") && i + 1 < ctx.args.size()) {
@@ -74,25 +79,40 @@ int runRecord(CommandContext& ctx)
             }
         } else if (a == QLatin1String("--discard")) {
             discard = true;
+        } else if (a == QLatin1String("--save")) {
+            save = true;
         } else {
-            ctx.error(
-                QStringLiteral("Usage: sorvelandrix record [--duration SECONDS] [--discard]"));
+            ctx.error(QStringLiteral(
+                "Usage: sorvelandrix record [--duration SECONDS] [--save|--discard]"));
             return kExitUsage;
         }
+    }
+    if (save && discard) {
+        ctx.error(QStringLiteral("--save and --discard exclude each other"));
+        return kExitUsage;
     }
     if (!installStopSignals()) {
         ctx.error(QStringLiteral("Could not install the Ctrl-C handler"));
         return kExitFailure;
     }
 
-    // Diagnostics go to standard error, so standard output stays the
-    // command's own (and valid JSON Lines with --json).
-    setLogSink([](const QString& line) {
-        const QByteArray bytes = line.toUtf8() + '\n';
-        std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stderr);
-    });
+    // With --save the session must be there before anything is recorded.
+    std::unique_ptr<SecretStore> secrets;
+    std::unique_ptr<AuthManager> auth;
+    if (save) {
+        secrets = std::make_unique<SecretStore>();
+        auth = std::make_unique<AuthManager>(*secrets);
+        if (!auth->isLoggedIn()) {
+            ctx.error(QStringLiteral("Not signed in. Sign in first: sorvelandrix login"));
+            return kExitFailure;
+        }
+    }
 
     AudioRecorder recorder;
+    if (auth)
+        recorder.setAuthManager(auth.get());
+    std::unique_ptr<UploadReporter> uploadReporter;
+    std::optional<RecordingState::Kind> lastKind;
     const bool liveMeter = !ctx.json && CommandContext::stdoutIsTerminal();
     bool stopRequested = false;
     bool meterShown = false;
@@ -159,6 +179,10 @@ int runRecord(CommandContext& ctx)
 
     QObject::connect(&recorder, &AudioRecorder::stateChanged, &recorder, [&] {
         const RecordingState state = recorder.state();
+        // Upload progress changes the state many times; report each kind once.
+        if (state.kind() == lastKind)
+            return;
+        lastKind = state.kind();
         ctx.event({{QStringLiteral("event"), QStringLiteral("state")},
                    {QStringLiteral("state"), state.caseName()}});
         switch (state.kind()) {
@@ -190,12 +214,19 @@ int runRecord(CommandContext& ctx)
                 ctx.print(QStringLiteral("Saved recording: %1").arg(path));
                 ctx.event({{QStringLiteral("event"), QStringLiteral("saved")},
                            {QStringLiteral("wav"), path}});
-                recorder.saveRecording();
+                if (save) {
+                    // The reporter follows the upload and ends the run.
+                    uploadReporter = std::make_unique<UploadReporter>(ctx, recorder, path);
+                    recorder.saveRecording();
+                    break;
+                }
             }
             finish(kExitOk);
             break;
         }
         case RecordingState::Kind::Error:
+            if (uploadReporter)
+                break; // the upload's failure, reported by the reporter
             meterTimer.stop();
             endMeterLine();
             ctx.error(state.message());
@@ -207,15 +238,14 @@ int runRecord(CommandContext& ctx)
     });
 
     QTimer::singleShot(0, &recorder, [&] { recorder.requestStartRecording(); });
-    const int code = QCoreApplication::exec();
-    setLogSink({});
-    return code;
+    return QCoreApplication::exec();
 }
 
 const CommandRegistration registration{Command{
-    QStringLiteral("record"), QStringLiteral("record [--duration SECONDS] [--discard]"),
+    QStringLiteral("record"), QStringLiteral("record [--duration SECONDS] [--save|--discard]"),
     QStringLiteral("record the microphone and system audio until the duration ends or Ctrl-C, "
-                   "then keep the WAV file and print its path (or delete it with --discard)"),
+                   "then keep the WAV file and print its path, upload it with --save, or delete "
+                   "it with --discard"),
     runRecord}};
 
 } // namespace

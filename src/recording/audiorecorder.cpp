@@ -326,12 +326,13 @@ void AudioRecorder::saveRecording()
     if (m_state.kind() != RecordingState::Kind::PendingSave || m_outputPath.isEmpty())
         return;
     m_failedUploadPath.clear();
-    if (m_uploadHandler) {
-        m_uploadHandler(m_outputPath);
-        return;
-    }
-    // No upload attached: the recording stays where it is.
-    setState(RecordingState::idle());
+    const QString path = m_outputPath;
+    onMain(QPointer<AudioRecorder>(this), [this, path] {
+        if (m_uploadHandler)
+            m_uploadHandler(path);
+        else
+            uploadRecording(path);
+    });
 }
 
 void AudioRecorder::discardRecording()
@@ -359,10 +360,13 @@ void AudioRecorder::retryUpload()
         setState(RecordingState::error(kSignInFirst));
         return;
     }
-    if (m_uploadHandler) {
-        const QString path = file;
-        onMain(QPointer<AudioRecorder>(this), [this, path] { m_uploadHandler(path); });
-    }
+    const QString path = file;
+    onMain(QPointer<AudioRecorder>(this), [this, path] {
+        if (m_uploadHandler)
+            m_uploadHandler(path);
+        else
+            uploadRecording(path);
+    });
 }
 
 void AudioRecorder::resetToIdle()

@@ -3,17 +3,23 @@
 #include "audio/inputdevice.h"
 #include "audio/recordingengine.h"
 #include "recording/recordingstate.h"
+#include "recording/uploadtransfer.h"
+#include "service/authmanager.h"
 
 #include <QElapsedTimer>
 #include <QList>
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QStringList>
 #include <QTimer>
 
 #include <cstdint>
 #include <functional>
 #include <memory>
+
+class QUrl;
+class QNetworkRequest;
 
 namespace sorv {
 
@@ -85,6 +91,11 @@ public:
     QString lastVideoPath() const { return m_lastVideoPath; }
     QString failedUploadPath() const { return m_failedUploadPath; }
 
+    // The session: refreshed before each start, and used by the upload.
+    // Installs the token-refresh hook and the signed-in check.
+    void setAuthManager(AuthManager* auth);
+    AuthManager* authManager() const { return m_authManager; }
+
     void setTokenRefreshHook(TokenRefreshHook hook) { m_tokenRefreshHook = std::move(hook); }
     void setSignedInCheck(SignedInCheck check) { m_signedInCheck = std::move(check); }
     void setUploadHandler(UploadHandler handler) { m_uploadHandler = std::move(handler); }
@@ -100,6 +111,8 @@ public Q_SLOTS:
     void requestStartRecording();
     void stopRecording();
     void saveRecording();
+    // Sends a recording to the service (the Save and Retry paths).
+    void uploadRecording(const QString& path);
     void discardRecording();
     void retryUpload();
     void resetToIdle();
@@ -123,6 +136,23 @@ Q_SIGNALS:
     void isVideoModeChanged();
 
 private:
+    struct UploadParameters {
+        QString boundary;
+        QString filename;
+        QString contentType;
+        QStringList companions;
+    };
+
+    void beginUpload(const QString& path);
+    void performUpload(const QString& recordingPath, bool allowAuthRetry, const QString& bodyPath,
+                       const UploadParameters& params);
+    void sendUpload(const QString& recordingPath, bool allowAuthRetry, const QString& bodyPath,
+                    const UploadParameters& params, const QUrl& url);
+    void finishUpload(const QString& recordingPath, bool allowAuthRetry, const QString& bodyPath,
+                      const UploadParameters& params, const UploadTransfer::Answer& answer);
+    QNetworkRequest uploadRequest(const QUrl& url, const QString& boundary,
+                                  bool firstAttempt) const;
+
     void setState(const RecordingState& state);
     void setElapsed(double v);
     void setMicLevel(float v);
@@ -174,6 +204,9 @@ private:
     SignedInCheck m_signedInCheck;
     UploadHandler m_uploadHandler;
     ScreenCaptureProbe m_screenProbe;
+    QPointer<AuthManager> m_authManager;
+    // The running transfer; it lives as long as the transfer does.
+    QPointer<UploadTransfer> m_uploadDelegate;
 
     QTimer m_clock;
     QElapsedTimer m_startTime;

@@ -18,6 +18,7 @@ public:
     local::LocalService& service() { return *m_service; }
     local::LocalService* operator->() { return m_service.get(); }
     QString origin() const { return m_origin; }
+    QString dataDirectory() const { return m_options.dataDirectory; }
 
     // Stops it (connections are closed; requests now fail to connect).
     void stop();

@@ -167,12 +167,15 @@ void TestAudioRecorder::recordsThenKeepsOrDiscards()
             QVERIFY(!QFile::exists(wav));
             QVERIFY(f.recorder.outputPath().isEmpty());
             QCOMPARE(f.recorder.elapsed(), 0.0);
+            QCOMPARE(f.recorder.state(), RecordingState::idle());
         } else {
+            // Without a session the upload is refused and the file stays.
             f.recorder.saveRecording();
+            QTRY_COMPARE(f.recorder.state(),
+                         RecordingState::error(QStringLiteral("Not logged in")));
             QVERIFY(QFile::exists(wav));
         }
-        QCOMPARE(f.recorder.state(), RecordingState::idle());
-        QCOMPARE(states.count(), 5); // preparing, recording, stopping, pendingSave, idle
+        QCOMPARE(states.count(), 5); // preparing, recording, stopping, pendingSave, idle/error
     }
 }
 

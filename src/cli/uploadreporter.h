@@ -1,0 +1,39 @@
+#pragma once
+
+#include "cli/command.h"
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <QString>
+
+namespace sorv {
+class AudioRecorder;
+}
+
+namespace sorv::cli {
+
+// Shows an upload driven by AudioRecorder: a progress bar (percentage, bytes,
+// rate) on a terminal, `progress` events with --json, then the recording's id
+// and web address, or the failure with how to retry. Ends the event loop
+// with the exit status once the upload has finished.
+class UploadReporter : public QObject {
+public:
+    UploadReporter(CommandContext& ctx, AudioRecorder& recorder, const QString& path);
+
+    // Formats "12.3 MiB" style sizes.
+    static QString formatBytes(double bytes);
+
+private:
+    void onStateChanged();
+    void drawProgress(double fraction, bool final);
+
+    CommandContext& m_ctx;
+    AudioRecorder& m_recorder;
+    QString m_path;
+    qint64 m_size = 0;
+    QElapsedTimer m_clock;
+    bool m_barShown = false;
+    int m_lastPermille = -1;
+};
+
+} // namespace sorv::cli

@@ -1,0 +1,406 @@
+// The upload of a finished recording, against the local service over
+// loopback: the staged body byte for byte, the answers that count as success
+// or refusal, the one refresh-and-retry after a 401, and the rule that a
+// recording is deleted only once the service has it.
+
+#include "audio/wavwriter.h"
+#include "core/log.h"
+#include "core/paths.h"
+#include "core/secretstore.h"
+#include "localservicefixture.h"
+#include "recording/audiorecorder.h"
+#include "recording/uploadbody.h"
+#include "service/authmanager.h"
+#include "support/isolatedenvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRandomGenerator>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace sorv;
+using local::LocalService;
+using local::ScriptedAnswer;
+using Kind = RecordingState::Kind;
+
+namespace {
+
+QByteArray readAll(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+bool writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+}
+
+QStringList stagedBodies()
+{
+    return QDir(recordingsDirectory())
+        .entryList({QStringLiteral("sorvelandrix-upload-*.body")}, QDir::Files);
+}
+
+struct World {
+    World()
+    {
+        auth->login(LocalService::kDemoEmail, LocalService::kDemoPassword);
+        if (!QTest::qWaitFor([&] { return auth->isLoggedIn(); }, 20000))
+            qFatal("could not sign in to the local service");
+        recorder.setAuthManager(auth.get());
+        service->clearRequestLog();
+    }
+
+    // A one-second recording in the recordings directory, as a recording
+    // session leaves it.
+    QString makeRecording(const QString& name = QStringLiteral("sorvelandrix_1763850000.wav"))
+    {
+        const QString path = recordingsDirectory() + QLatin1Char('/') + name;
+        WavWriter w;
+        if (!w.open(path))
+            qFatal("cannot write the test recording");
+        std::vector<float> samples(48000);
+        for (size_t i = 0; i < samples.size(); ++i)
+            samples[i] = float(i % 480) / 480.0f - 0.5f;
+        w.write(samples);
+        w.close();
+        return path;
+    }
+
+    // Runs one upload to its end (uploaded or error).
+    RecordingState upload(const QString& path)
+    {
+        recorder.uploadRecording(path);
+        if (!QTest::qWaitFor(
+                [&] {
+                    const Kind k = recorder.state().kind();
+                    return k == Kind::Uploaded || k == Kind::Error;
+                },
+                30000))
+            qFatal("the upload did not finish");
+        return recorder.state();
+    }
+
+    QList<local::LoggedRequest> posts(const QStringList& paths) const
+    {
+        QList<local::LoggedRequest> out;
+        for (const auto& r : const_cast<World*>(this)->service->requestLog()) {
+            if (r.method == "POST" && paths.contains(r.path))
+                out << r;
+        }
+        return out;
+    }
+
+    test::IsolatedEnvironment env;
+    test::LocalServiceFixture service;
+    SecretStore secrets{SecretStore::Options::fileOnly()};
+    std::unique_ptr<AuthManager> auth = std::make_unique<AuthManager>(secrets);
+    AudioRecorder recorder;
+};
+
+const QString kUpload = QStringLiteral("/api/upload");
+const QString kRefresh = QStringLiteral("/api/auth/refresh");
+
+} // namespace
+
+class TestUpload : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void init()
+    {
+        setLogSink([](const QString&) {});
+    }
+    void cleanup() { setLogSink({}); }
+
+    void stagedBodyByteForByte_data();
+    void stagedBodyByteForByte();
+    void boundaryForm();
+    void stagingFailureLeavesNothing();
+    void failureMessages_data();
+    void failureMessages();
+
+    void successDeletesTheRecordingAndListsIt();
+    void answersOtherThan200AreRefusals_data();
+    void answersOtherThan200AreRefusals();
+    void unauthorisedOnceThenRefreshAndRetry();
+    void unauthorisedAndRefreshRefusedEndsTheSession();
+    void droppedConnectionKeepsTheRecording();
+    void retryAfterAFailureSendsItAgain();
+    void fileOutsideTheRecordingsDirectoryIsNeverDeleted();
+};
+
+void TestUpload::stagedBodyByteForByte_data()
+{
+    QTest::addColumn<QString>("filename");
+    QTest::addColumn<int>("size");
+    QTest::addColumn<QString>("contentType");
+    QTest::newRow("empty recording") << "sorvelandrix_1.wav" << 0 << "audio/wav";
+    QTest::newRow("upper-case MP4") << "screen.MP4" << 1000 << "video/mp4";
+    QTest::newRow("m4a") << "voice.m4a" << 10 << "audio/m4a";
+    QTest::newRow("aac is not known") << "voice.aac" << 10 << "application/octet-stream";
+    // Larger than the 1 MiB copy chunk, and not a multiple of it.
+    QTest::newRow("several chunks") << "long.wav" << (3 * 1048576 + 17) << "audio/wav";
+}
+
+void TestUpload::stagedBodyByteForByte()
+{
+    QFETCH(QString, filename);
+    QFETCH(int, size);
+    QFETCH(QString, contentType);
+    test::IsolatedEnvironment env;
+    QByteArray content(size, Qt::Uninitialized);
+    for (char& c : content)
+        c = char(QRandomGenerator::global()->bounded(256));
+    const QString source = env.path(filename);
+    QVERIFY(writeFile(source, content));
+
+    QCOMPARE(uploadContentType(source), contentType);
+    const QString boundary = QStringLiteral("sorvelandrix-0123");
+    QString error;
+    const QString body =
+        stageMultipartBody(boundary, QStringLiteral("file"), filename, contentType, source, &error);
+    QVERIFY2(!body.isEmpty(), qPrintable(error));
+    QVERIFY(QFileInfo(body).fileName().startsWith(QStringLiteral("sorvelandrix-upload-")));
+    QVERIFY(body.endsWith(QStringLiteral(".body")));
+    QCOMPARE(QFileInfo(body).absolutePath(), recordingsDirectory());
+
+    const QByteArray expected = "--sorvelandrix-0123\r\n"
+                                "Content-Disposition: form-data; name=\"file\"; filename=\"" +
+                                filename.toUtf8() + "\"\r\nContent-Type: " + contentType.toUtf8() +
+                                "\r\n\r\n" + content + "\r\n--sorvelandrix-0123--\r\n";
+    QCOMPARE(readAll(body), expected);
+    QVERIFY(QFile::permissions(body) & QFileDevice::ReadOwner);
+    QVERIFY(!(QFile::permissions(body) & QFileDevice::ReadOther));
+}
+
+void TestUpload::boundaryForm()
+{
+    const QString a = makeUploadBoundary();
+    const QString b = makeUploadBoundary();
+    QCOMPARE(a.size(), 49);
+    QVERIFY(QRegularExpression(QStringLiteral("^sorvelandrix-[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-"
+                                              "[0-9A-F]{4}-[0-9A-F]{12}$"))
+                .match(a)
+                .hasMatch());
+    QVERIFY(a != b);
+}
+
+void TestUpload::stagingFailureLeavesNothing()
+{
+    test::IsolatedEnvironment env;
+    QString error;
+    QVERIFY(stageMultipartBody(QStringLiteral("b"), QStringLiteral("file"), QStringLiteral("x.wav"),
+                               QStringLiteral("audio/wav"), env.path(QStringLiteral("missing.wav")),
+                               &error)
+                .isEmpty());
+    QVERIFY(error.contains(QStringLiteral("missing.wav")));
+    QVERIFY(stagedBodies().isEmpty());
+}
+
+void TestUpload::failureMessages_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("detail") << QByteArray(R"({"detail":"Quota exceeded"})") << 413
+                            << "Upload failed (HTTP 413): Quota exceeded";
+    QTest::newRow("401 without detail")
+        << QByteArray("{}") << 401
+        << "Upload failed (HTTP 401). Your sign-in expired — use the profile menu to sign in "
+           "again, then Retry upload.";
+    QTest::newRow("401 with detail") << QByteArray(R"({"detail":"Token revoked"})") << 401
+                                     << "Upload failed (HTTP 401): Token revoked";
+    QTest::newRow("empty detail") << QByteArray(R"({"detail":""})") << 500
+                                  << "Upload failed (HTTP 500)";
+    QTest::newRow("not JSON") << QByteArray("<html>Bad gateway</html>") << 502
+                              << "Upload failed (HTTP 502)";
+}
+
+void TestUpload::failureMessages()
+{
+    QFETCH(QByteArray, body);
+    QFETCH(int, status);
+    QFETCH(QString, message);
+    QCOMPARE(uploadFailureMessage(body, status), message);
+}
+
+void TestUpload::successDeletesTheRecordingAndListsIt()
+{
+    World w;
+    const QString path = w.makeRecording();
+    const QByteArray wav = readAll(path);
+    QSignalSpy states(&w.recorder, &AudioRecorder::stateChanged);
+
+    const RecordingState end = w.upload(path);
+    QCOMPARE(end.kind(), Kind::Uploaded);
+    QCOMPARE(end.name(), QStringLiteral("sorvelandrix_1763850000.wav"));
+    QVERIFY(end.id().has_value());
+    QVERIFY(!QFile::exists(path));
+    QVERIFY(stagedBodies().isEmpty());
+    QVERIFY(w.recorder.failedUploadPath().isEmpty());
+
+    // It went out as one multipart request with our client's headers.
+    const auto uploads = w.posts({kUpload});
+    QCOMPARE(uploads.size(), 1);
+    const auto& r = uploads.first();
+    QCOMPARE(r.header("x-sorvelandrix-client"), QByteArray("linux-app"));
+    QVERIFY(r.header("User-Agent").startsWith("SorvelandrixRecorder/"));
+    QVERIFY(r.header("User-Agent").endsWith(" (Linux)"));
+    QVERIFY(r.header("Authorization").startsWith("Bearer "));
+    QVERIFY(r.header("Content-Type").startsWith("multipart/form-data; boundary=sorvelandrix-"));
+    QCOMPARE(r.header("x-sorvelandrix-language"), QByteArray("af"));
+    QCOMPARE(r.streamedBodySize, r.header("Content-Length").toLongLong());
+    QVERIFY(r.streamedBodySize > wav.size());
+
+    // The service stored exactly the recording's bytes and lists it.
+    bool listed = false;
+    w.auth->fetchRecordings(w.auth.get(), [&](RecordingsFetchResult result) {
+        for (const Recording& rec : result.recordings)
+            listed = listed || (rec.id == *end.id() && rec.original_filename == end.name());
+    });
+    QTRY_VERIFY(listed);
+    const QStringList stored =
+        QDir(w.service.dataDirectory() + QStringLiteral("/uploads/") + *end.id())
+            .entryList(QDir::Files);
+    QCOMPARE(stored, QStringList{end.name()});
+    QCOMPARE(readAll(w.service.dataDirectory() + QStringLiteral("/uploads/") + *end.id() +
+                     QLatin1Char('/') + end.name()),
+             wav);
+
+    // uploading(0) first, the end last.
+    QVERIFY(states.size() >= 2);
+}
+
+void TestUpload::answersOtherThan200AreRefusals_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<bool>("uploaded");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("200, body not JSON: success without id")
+        << 200 << QByteArray("thanks!") << true << QString();
+    QTest::newRow("201 is not success")
+        << 201 << QByteArray(R"({"id":"x"})") << false << "Upload failed (HTTP 201)";
+    QTest::newRow("500 with detail") << 500 << QByteArray(R"({"detail":"Disk full"})") << false
+                                     << "Upload failed (HTTP 500): Disk full";
+}
+
+void TestUpload::answersOtherThan200AreRefusals()
+{
+    QFETCH(int, status);
+    QFETCH(QByteArray, body);
+    QFETCH(bool, uploaded);
+    QFETCH(QString, message);
+    World w;
+    const QString path = w.makeRecording();
+    w.service->script("POST", kUpload, ScriptedAnswer::reply(status, body));
+    const RecordingState end = w.upload(path);
+    if (uploaded) {
+        QCOMPARE(end, RecordingState::uploaded(QFileInfo(path).fileName(), std::nullopt));
+        QVERIFY(!QFile::exists(path));
+    } else {
+        QCOMPARE(end, RecordingState::error(message));
+        QVERIFY(QFile::exists(path));
+        QCOMPARE(w.recorder.failedUploadPath(), path);
+    }
+    QVERIFY(stagedBodies().isEmpty());
+}
+
+void TestUpload::unauthorisedOnceThenRefreshAndRetry()
+{
+    World w;
+    const QString path = w.makeRecording();
+    w.service->script("POST", kUpload, ScriptedAnswer::reply(401, R"({"detail":"expired"})"));
+    const RecordingState end = w.upload(path);
+    QCOMPARE(end.kind(), Kind::Uploaded);
+
+    // The session is refreshed before the upload starts; after the 401 exactly
+    // one more refresh, then the same body once more.
+    const auto log = w.posts({kUpload, kRefresh});
+    QStringList order;
+    for (const auto& r : log)
+        order << r.path;
+    QCOMPARE(order, (QStringList{kRefresh, kUpload, kRefresh, kUpload}));
+    QCOMPARE(log[1].streamedBodySha256, log[3].streamedBodySha256);
+    QCOMPARE(log[1].streamedBodySize, log[3].streamedBodySize);
+    QVERIFY(log[1].header("Authorization") != log[3].header("Authorization"));
+    // Only the first attempt names our client in the User-Agent.
+    QVERIFY(log[1].header("User-Agent").startsWith("SorvelandrixRecorder/"));
+    QVERIFY(!log[3].header("User-Agent").startsWith("SorvelandrixRecorder/"));
+    QVERIFY(stagedBodies().isEmpty());
+    QVERIFY(!QFile::exists(path));
+}
+
+void TestUpload::unauthorisedAndRefreshRefusedEndsTheSession()
+{
+    World w;
+    const QString path = w.makeRecording();
+    w.service->script("POST", kUpload, ScriptedAnswer::reply(401));
+    // The refresh before the upload goes through; the one after the 401 is refused.
+    w.service->script("POST", kRefresh, ScriptedAnswer::delayed(std::chrono::milliseconds(0)));
+    w.service->script("POST", kRefresh, ScriptedAnswer::reply(401, R"({"detail":"revoked"})"));
+    const RecordingState end = w.upload(path);
+    QCOMPARE(end, RecordingState::error(
+                      QStringLiteral("Sign-in required — sign in below, then tap Retry upload.")));
+    QVERIFY(!w.auth->isLoggedIn());
+    QCOMPARE(w.auth->sessionExpiredBanner(),
+             QStringLiteral("Sign in again to upload your recording."));
+    QVERIFY(QFile::exists(path));
+    QCOMPARE(w.recorder.failedUploadPath(), path);
+    QVERIFY(stagedBodies().isEmpty());
+
+    // Retry while signed out is refused without touching the file.
+    w.recorder.retryUpload();
+    QCOMPARE(w.recorder.state(),
+             RecordingState::error(QStringLiteral("Sign in first, then tap Retry upload.")));
+    QVERIFY(QFile::exists(path));
+}
+
+void TestUpload::droppedConnectionKeepsTheRecording()
+{
+    World w;
+    const QString path = w.makeRecording();
+    // Qt sends a request again once when a kept-alive connection closes
+    // before any answer; drop that one too.
+    w.service->script("POST", kUpload, ScriptedAnswer::dropped());
+    w.service->script("POST", kUpload, ScriptedAnswer::dropped());
+    const RecordingState end = w.upload(path);
+    QCOMPARE(end.kind(), Kind::Error);
+    QVERIFY2(end.message().startsWith(QStringLiteral("Upload failed: ")),
+             qPrintable(end.message()));
+    QVERIFY(QFile::exists(path));
+    QCOMPARE(w.recorder.failedUploadPath(), path);
+    QVERIFY(stagedBodies().isEmpty());
+}
+
+void TestUpload::retryAfterAFailureSendsItAgain()
+{
+    World w;
+    const QString path = w.makeRecording();
+    w.service->script("POST", kUpload, ScriptedAnswer::reply(503));
+    QCOMPARE(w.upload(path), RecordingState::error(QStringLiteral("Upload failed (HTTP 503)")));
+    w.recorder.retryUpload();
+    QTRY_COMPARE_WITH_TIMEOUT(w.recorder.state().kind(), Kind::Uploaded, 20000);
+    QVERIFY(!QFile::exists(path));
+    // A fresh boundary for the new attempt.
+    const auto uploads = w.posts({kUpload});
+    QCOMPARE(uploads.size(), 2);
+    QVERIFY(uploads[0].header("Content-Type") != uploads[1].header("Content-Type"));
+}
+
+void TestUpload::fileOutsideTheRecordingsDirectoryIsNeverDeleted()
+{
+    World w;
+    const QString inside = w.makeRecording();
+    const QString outside = w.env.path(QStringLiteral("interview.wav"));
+    QVERIFY(QFile::rename(inside, outside));
+    QCOMPARE(w.upload(outside).kind(), Kind::Uploaded);
+    QVERIFY(QFile::exists(outside));
+}
+
+QTEST_GUILESS_MAIN(TestUpload)
+#include "tst_upload.moc"
