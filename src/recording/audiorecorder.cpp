@@ -326,13 +326,7 @@ void AudioRecorder::saveRecording()
     if (m_state.kind() != RecordingState::Kind::PendingSave || m_outputPath.isEmpty())
         return;
     m_failedUploadPath.clear();
-    const QString path = m_outputPath;
-    onMain(QPointer<AudioRecorder>(this), [this, path] {
-        if (m_uploadHandler)
-            m_uploadHandler(path);
-        else
-            uploadRecording(path);
-    });
+    startUploadLater(m_outputPath);
 }
 
 void AudioRecorder::discardRecording()
@@ -360,7 +354,12 @@ void AudioRecorder::retryUpload()
         setState(RecordingState::error(kSignInFirst));
         return;
     }
-    const QString path = file;
+    startUploadLater(file);
+}
+
+void AudioRecorder::startUploadLater(const QString& path)
+{
+    // As its own step on the main thread, after the caller has returned.
     onMain(QPointer<AudioRecorder>(this), [this, path] {
         if (m_uploadHandler)
             m_uploadHandler(path);

@@ -143,6 +143,7 @@ private:
         QStringList companions;
     };
 
+    void startUploadLater(const QString& path);
     void beginUpload(const QString& path);
     void performUpload(const QString& recordingPath, bool allowAuthRetry, const QString& bodyPath,
                        const UploadParameters& params);

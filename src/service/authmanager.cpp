@@ -1,5 +1,7 @@
 #include "authmanager.h"
 
+#include "core/notify.h"
+
 #include "core/log.h"
 #include "core/secretstore.h"
 #include "core/settings.h"
@@ -98,50 +100,32 @@ void AuthManager::later(const QObject* context, std::function<void()> fn) const
 
 void AuthManager::setIsLoggedIn(bool value)
 {
-    if (m_isLoggedIn == value)
-        return;
-    m_isLoggedIn = value;
-    Q_EMIT isLoggedInChanged();
+    setAndNotify(this, m_isLoggedIn, value, &AuthManager::isLoggedInChanged);
 }
 
 void AuthManager::setUserName(const QString& value)
 {
-    if (m_userName == value)
-        return;
-    m_userName = value;
-    Q_EMIT userNameChanged();
+    setAndNotify(this, m_userName, value, &AuthManager::userNameChanged);
 }
 
 void AuthManager::setUserEmail(const QString& value)
 {
-    if (m_userEmail == value)
-        return;
-    m_userEmail = value;
-    Q_EMIT userEmailChanged();
+    setAndNotify(this, m_userEmail, value, &AuthManager::userEmailChanged);
 }
 
 void AuthManager::setIsLoggingIn(bool value)
 {
-    if (m_isLoggingIn == value)
-        return;
-    m_isLoggingIn = value;
-    Q_EMIT isLoggingInChanged();
+    setAndNotify(this, m_isLoggingIn, value, &AuthManager::isLoggingInChanged);
 }
 
 void AuthManager::setLoginError(const QString& value)
 {
-    if (m_loginError == value)
-        return;
-    m_loginError = value;
-    Q_EMIT loginErrorChanged();
+    setAndNotify(this, m_loginError, value, &AuthManager::loginErrorChanged);
 }
 
 void AuthManager::setSessionExpiredBanner(const QString& value)
 {
-    if (m_sessionExpiredBanner == value)
-        return;
-    m_sessionExpiredBanner = value;
-    Q_EMIT sessionExpiredBannerChanged();
+    setAndNotify(this, m_sessionExpiredBanner, value, &AuthManager::sessionExpiredBannerChanged);
 }
 
 void AuthManager::setPendingMfa(const QString& challengeId, const QString& maskedEmail,

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QtGlobal>
+
+#include <utility>
+
+namespace sorv {
+
+// The setter of a published field: assigns and emits the change signal only
+// when the value actually changes.
+template <typename Object, typename T, typename U>
+void setAndNotify(Object* object, T& field, U&& value, void (Object::*changed)())
+{
+    if (field == value)
+        return;
+    field = std::forward<U>(value);
+    Q_EMIT(object->*changed)();
+}
+
+} // namespace sorv
