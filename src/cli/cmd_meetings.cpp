@@ -1,6 +1,7 @@
 // sorvelandrix meetings · join URL · stop-bot ID: the meeting bot.
 
 #include "cli/command.h"
+#include "cli/session.h"
 #include "core/secretstore.h"
 #include "service/apiclient.h"
 #include "service/authmanager.h"
@@ -25,20 +26,11 @@ QJsonObject meetingEvent(const Meeting& m)
             {QStringLiteral("meetingUrl"), m.meeting_url.value_or(QString())}};
 }
 
-// The bot calls need a session; without one the service would only refuse.
-bool requireSession(const AuthManager& auth, const CommandContext& ctx)
-{
-    if (!auth.accessToken().isEmpty())
-        return true;
-    ctx.error(QStringLiteral("Not signed in."));
-    return false;
-}
-
 int listMeetings(CommandContext& ctx)
 {
     SecretStore secrets;
     AuthManager auth(secrets);
-    if (!requireSession(auth, ctx))
+    if (!requireSignedIn(auth, ctx))
         return kExitFailure;
     APIClient client(auth);
     client.fetchMeetings(&auth, [&ctx](const QList<Meeting>& meetings) {
@@ -65,7 +57,7 @@ int join(CommandContext& ctx)
     }
     SecretStore secrets;
     AuthManager auth(secrets);
-    if (!requireSession(auth, ctx))
+    if (!requireSignedIn(auth, ctx))
         return kExitFailure;
     APIClient client(auth);
     client.joinMeeting(
@@ -91,7 +83,7 @@ int stopBot(CommandContext& ctx)
     }
     SecretStore secrets;
     AuthManager auth(secrets);
-    if (!requireSession(auth, ctx))
+    if (!requireSignedIn(auth, ctx))
         return kExitFailure;
     APIClient client(auth);
     const QString id = ctx.args.at(0);

@@ -5,6 +5,7 @@
 // path printed, uploaded with --save, or deleted with --discard.
 
 #include "cli/command.h"
+#include "cli/session.h"
 #include "cli/uploadreporter.h"
 #include "core/log.h"
 #include "core/secretstore.h"
@@ -102,10 +103,8 @@ int runRecord(CommandContext& ctx)
     if (save) {
         secrets = std::make_unique<SecretStore>();
         auth = std::make_unique<AuthManager>(*secrets);
-        if (!auth->isLoggedIn()) {
-            ctx.error(QStringLiteral("Not signed in. Sign in first: sorvelandrix login"));
+        if (!requireSignedIn(*auth, ctx))
             return kExitFailure;
-        }
     }
 
     AudioRecorder recorder;

@@ -6,6 +6,7 @@
 // the service has it; a file elsewhere is never touched.
 
 #include "cli/command.h"
+#include "cli/session.h"
 #include "cli/uploadreporter.h"
 #include "core/secretstore.h"
 #include "recording/audiorecorder.h"
@@ -35,10 +36,8 @@ int runUpload(CommandContext& ctx)
     }
     SecretStore secrets;
     AuthManager auth(secrets);
-    if (!auth.isLoggedIn()) {
-        ctx.error(QStringLiteral("Not signed in. Sign in first: sorvelandrix login"));
+    if (!requireSignedIn(auth, ctx))
         return kExitFailure;
-    }
     AudioRecorder recorder;
     recorder.setAuthManager(&auth);
     UploadReporter reporter(ctx, recorder, file.absoluteFilePath());

@@ -1,6 +1,7 @@
 // sorvelandrix whoami
 
 #include "cli/command.h"
+#include "cli/session.h"
 #include "core/secretstore.h"
 #include "service/authmanager.h"
 
@@ -36,10 +37,8 @@ int run(CommandContext& ctx)
 {
     SecretStore secrets;
     AuthManager auth(secrets);
-    if (!auth.isLoggedIn()) {
-        ctx.error(QStringLiteral("Not signed in."));
+    if (!requireSignedIn(auth, ctx))
         return kExitFailure;
-    }
     // Not validateSession(): a check from a terminal must not sign the user
     // out just because the service is unreachable right now.
     auth.verifyAccessToken(&auth, [&](bool valid) {

@@ -3,6 +3,7 @@
 #include "audio/audioengine.h"
 #include "audio/screencaptureaccess.h"
 #include "core/log.h"
+#include "core/notify.h"
 #include "core/paths.h"
 
 #include <QCoreApplication>
@@ -83,44 +84,46 @@ void AudioRecorder::setState(const RecordingState& state)
     }
 }
 
-#define SORV_SETTER(name, member, type, signal)                                                    \
-    void AudioRecorder::name(type v)                                                               \
-    {                                                                                              \
-        if (member == v)                                                                           \
-            return;                                                                                \
-        member = v;                                                                                \
-        Q_EMIT signal();                                                                           \
-    }
-SORV_SETTER(setElapsed, m_elapsed, double, elapsedChanged)
-SORV_SETTER(setMicLevel, m_micLevel, float, micLevelChanged)
-SORV_SETTER(setSystemLevel, m_systemLevel, float, systemLevelChanged)
-SORV_SETTER(setSystemAudioActive, m_systemAudioActive, bool, systemAudioActiveChanged)
-SORV_SETTER(setMicSilent, m_micSilent, bool, micSilentChanged)
-#undef SORV_SETTER
+void AudioRecorder::setElapsed(double v)
+{
+    setAndNotify(this, m_elapsed, v, &AudioRecorder::elapsedChanged);
+}
+
+void AudioRecorder::setMicLevel(float v)
+{
+    setAndNotify(this, m_micLevel, v, &AudioRecorder::micLevelChanged);
+}
+
+void AudioRecorder::setSystemLevel(float v)
+{
+    setAndNotify(this, m_systemLevel, v, &AudioRecorder::systemLevelChanged);
+}
+
+void AudioRecorder::setSystemAudioActive(bool v)
+{
+    setAndNotify(this, m_systemAudioActive, v, &AudioRecorder::systemAudioActiveChanged);
+}
+
+void AudioRecorder::setMicSilent(bool v)
+{
+    setAndNotify(this, m_micSilent, v, &AudioRecorder::micSilentChanged);
+}
 
 // Optional texts: a null string is "none", distinct from an empty text.
 void AudioRecorder::setSystemAudioError(const QString& v)
 {
-    if (m_systemAudioError == v && m_systemAudioError.isNull() == v.isNull())
-        return;
-    m_systemAudioError = v;
-    Q_EMIT systemAudioErrorChanged();
+    setAndNotifyOptionalText(this, m_systemAudioError, v, &AudioRecorder::systemAudioErrorChanged);
 }
 
 void AudioRecorder::setScreenAccessWarning(const QString& v)
 {
-    if (m_screenAccessWarning == v && m_screenAccessWarning.isNull() == v.isNull())
-        return;
-    m_screenAccessWarning = v;
-    Q_EMIT screenAccessWarningChanged();
+    setAndNotifyOptionalText(this, m_screenAccessWarning, v,
+                             &AudioRecorder::screenAccessWarningChanged);
 }
 
 void AudioRecorder::setMicSilentMessage(const QString& v)
 {
-    if (m_micSilentMessage == v && m_micSilentMessage.isNull() == v.isNull())
-        return;
-    m_micSilentMessage = v;
-    Q_EMIT micSilentMessageChanged();
+    setAndNotifyOptionalText(this, m_micSilentMessage, v, &AudioRecorder::micSilentMessageChanged);
 }
 
 // --- Start -----------------------------------------------------------------
