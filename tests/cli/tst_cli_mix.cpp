@@ -81,7 +81,6 @@ private Q_SLOTS:
     void mixesLikeARecording();
     void refusesInputsItCannotUse_data();
     void refusesInputsItCannotUse();
-    void helpAndVersion();
 };
 
 void TestCliMix::mixesLikeARecording()
@@ -169,15 +168,6 @@ void TestCliMix::refusesInputsItCannotUse()
     QCOMPARE(r.status, status);
     QVERIFY2(r.err.contains(message), qPrintable(r.err));
     QVERIFY(!QFile::exists(out));
-}
-
-void TestCliMix::helpAndVersion()
-{
-    QVERIFY(run({QStringLiteral("--version")}).out.startsWith(QStringLiteral("sorvelandrix ")));
-    QVERIFY(run({QStringLiteral("--help")})
-                .out.contains(QStringLiteral("mix MIC.wav SYSTEM.wav OUT.wav")));
-    QCOMPARE(run({QStringLiteral("nonsense")}).status, 2);
-    QCOMPARE(run({QStringLiteral("mix"), QStringLiteral("only-one.wav")}).status, 2);
 }
 
 QTEST_GUILESS_MAIN(TestCliMix)

@@ -1,8 +1,8 @@
 // The core primitives every subsystem stands on: serial queues (order,
-// confinement, named threads, timers, shutdown), the log thinning rule, the
-// private recordings directory and the server-origin precedence.
+// confinement, named threads, timers, shutdown), the private recordings
+// directory and the server-origin precedence. (The log thinning rule is
+// checked where it is used, by the mixer's log cadence.)
 
-#include "core/log.h"
 #include "core/paths.h"
 #include "core/serialqueue.h"
 #include "core/settings.h"
@@ -25,9 +25,6 @@ private Q_SLOTS:
     void serialQueueRunsWorkInOrderOnItsOwnNamedThread();
     void serialQueueTimersFireOnTheQueue();
     void serialQueueShutdownDrainsPostedWork();
-    void logThinning_data();
-    void logThinning();
-    void consoleLogLinesDoNotInterleave();
     void recordingsDirectoryIsPrivate();
     void serverOriginPrecedence();
 };
@@ -98,49 +95,6 @@ void TestCore::serialQueueShutdownDrainsPostedWork()
     queue.post([&] { ++ran; }); // a no-op, not a crash
     queue.postAndWait([&] { ++ran; });
     QCOMPARE(ran.load(), 100);
-}
-
-void TestCore::logThinning_data()
-{
-    QTest::addColumn<qint64>("n");
-    QTest::addColumn<qint64>("first");
-    QTest::addColumn<bool>("logged");
-    QTest::newRow("first") << qint64(1) << qint64(5) << true;
-    QTest::newRow("last of the first few") << qint64(5) << qint64(5) << true;
-    QTest::newRow("after the first few") << qint64(6) << qint64(5) << false;
-    QTest::newRow("499") << qint64(499) << qint64(3) << false;
-    QTest::newRow("500") << qint64(500) << qint64(3) << true;
-    QTest::newRow("501") << qint64(501) << qint64(3) << false;
-    QTest::newRow("1000") << qint64(1000) << qint64(3) << true;
-    QTest::newRow("zero is not a count") << qint64(0) << qint64(3) << false;
-}
-
-void TestCore::logThinning()
-{
-    QFETCH(qint64, n);
-    QFETCH(qint64, first);
-    QFETCH(bool, logged);
-    QCOMPARE(logThinned(n, first), logged);
-}
-
-void TestCore::consoleLogLinesDoNotInterleave()
-{
-    QStringList lines;
-    setLogSink([&](const QString& l) { lines << l; });
-    SerialQueue a(QStringLiteral("a")), b(QStringLiteral("b"));
-    for (int i = 0; i < 200; ++i) {
-        a.post([i] { consoleLog(QStringLiteral("✅ a %1").arg(i)); });
-        b.post([i] { consoleLog(QStringLiteral("⚠️ b %1").arg(i)); });
-    }
-    a.postAndWait([] {});
-    b.postAndWait([] {});
-    setLogSink({});
-    QCOMPARE(lines.size(), 400);
-    for (const QString& l : lines)
-        QVERIFY2(l.startsWith(QStringLiteral("✅ a ")) || l.startsWith(QStringLiteral("⚠️ b ")),
-                 qPrintable(l));
-    QVERIFY(!redactToken(QStringLiteral("eyJhbGciOiJIUzI1NiJ9.secretpart"))
-                 .contains(QStringLiteral("secretpart")));
 }
 
 void TestCore::recordingsDirectoryIsPrivate()

@@ -108,38 +108,6 @@ private Q_SLOTS:
         QCOMPARE(wire.call("POST", "/api/auth/refresh", {{"refresh_token", rotated}}).status, 401);
     }
 
-    void secondFactor()
-    {
-        test::IsolatedEnvironment env;
-        LocalService::Options options;
-        options.mfa = true;
-        test::LocalServiceFixture service(options);
-        Wire wire(service.origin());
-
-        const QJsonObject challenge = wire.signIn();
-        QCOMPARE(challenge.value("mfa_required").toBool(), true);
-        QCOMPARE(challenge.value("masked_email").toString(),
-                 QStringLiteral("d***@sorvelandrix.local"));
-        const QString id = challenge.value("challenge_id").toString();
-        const QString code = service->lastMfaCode();
-        QCOMPARE(code.size(), 6);
-
-        const QString wrong =
-            code == QLatin1String("000000") ? QStringLiteral("111111") : QStringLiteral("000000");
-        const Answer refused =
-            wire.call("POST", "/api/auth/mfa/verify", {{"challenge_id", id}, {"code", wrong}});
-        QCOMPARE(refused.status, 400);
-        QVERIFY(refused.json.object().value("detail").isString());
-        const Answer accepted =
-            wire.call("POST", "/api/auth/mfa/verify", {{"challenge_id", id}, {"code", code}});
-        QCOMPARE(accepted.status, 200);
-        QVERIFY(accepted.json.object().value("token").isString());
-        // A challenge is used up by its sign-in.
-        QCOMPARE(wire.call("POST", "/api/auth/mfa/verify", {{"challenge_id", id}, {"code", code}})
-                     .status,
-                 400);
-    }
-
     void repeatedFailuresAreThrottled()
     {
         test::IsolatedEnvironment env;
