@@ -1,8 +1,8 @@
 // Mixer throughput, reported as seconds of audio processed per second
 // ("audio_s/s", i.e. the real-time factor) on one core.
 
-#include "audio/audioengine.h"
 #include "audio/mixer.h"
+#include "audio/mixpipeline.h"
 #include "core/log.h"
 
 #include <benchmark/benchmark.h>
@@ -52,41 +52,38 @@ void BM_mixWithGainControl(benchmark::State& state)
 }
 BENCHMARK(BM_mixWithGainControl)->Arg(0)->Arg(1)->ArgName("loud");
 
-// The system-active path of mixAndWrite: ring-buffer read and padding, source
-// choice, mix, WAV write (with the header kept current) and delivery.
-void BM_mixAndWrite_systemActive(benchmark::State& state)
+// The pipeline's system-active path: ring-buffer read and padding, source
+// choice, mix, WAV write (with the header kept current), delivery and meters.
+void BM_pipeline_systemActive(benchmark::State& state)
 {
     sorv::setLogSink([](const QString&) {});
     QTemporaryDir dir;
-    sorv::AudioEngine engine;
+    sorv::MixPipeline pipeline;
     const auto mic = signal(0.05f, 3);
     const auto sys = signal(0.08f, 4);
     size_t delivered = 0;
-    engine.setMixedBufferCallback(
-        [&](const sorv::AudioBuffer& b) { delivered += b.samples.size(); });
-    engine.audioQueue().postAndWait([&] {
-        engine.resetMixState();
-        engine.openOutputFile(dir.filePath(QStringLiteral("bench.wav")));
-        engine.setSystemAudioActiveFlag(true);
-        sorv::AudioBuffer buffer;
-        for (auto _ : state) {
-            engine.receiveSystemAudio(sys, 0.1f);
-            buffer.samples = mic;
-            engine.mixAndWrite(buffer);
-        }
-        engine.closeOutputFile();
-    });
+    pipeline.setMixedSink([&](const sorv::AudioBuffer& b) { delivered += b.samples.size(); });
+    pipeline.setMetersSink([](const sorv::AudioMeters&) {});
+    pipeline.reset();
+    pipeline.openOutput(dir.filePath(QStringLiteral("bench.wav")));
+    pipeline.setSystemAudioActive(true);
+    sorv::AudioBuffer buffer;
+    for (auto _ : state) {
+        pipeline.receiveSystemAudio(sys, 0.1f);
+        buffer.samples = mic;
+        pipeline.processMicBuffer(buffer, 0.05f);
+    }
+    pipeline.closeOutput();
     benchmark::DoNotOptimize(delivered);
     setAudioRate(state);
     sorv::setLogSink({});
 }
-BENCHMARK(BM_mixAndWrite_systemActive)->UseRealTime();
+BENCHMARK(BM_pipeline_systemActive)->UseRealTime();
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    // The engine's queue runs a Qt event loop, which needs an application object.
     QCoreApplication app(argc, argv);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))

@@ -1,7 +1,9 @@
 # sorv_add_test(NAME SOURCES a.cpp ... LIBS lib ... [LABELS l ...] [TIMEOUT s])
-# One QtTest executable per test file, registered with CTest. Every test gets
-# its own XDG directories so settings, secrets and recordings never touch the
-# user's.
+# One QtTest executable per test file, registered with CTest and labelled
+# with its folder (core, audio, service, …) besides any LABELS given: "pulse"
+# marks the tests that need the private PulseAudio daemon, "x11" those that
+# need a display. Every test gets its own XDG directories so settings,
+# secrets and recordings never touch the user's.
 function(sorv_add_test name)
   cmake_parse_arguments(T "" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
@@ -10,9 +12,8 @@ function(sorv_add_test name)
   if(NOT T_TIMEOUT)
     set(T_TIMEOUT 300)
   endif()
+  get_filename_component(folder ${CMAKE_CURRENT_SOURCE_DIR} NAME)
   set_tests_properties(${name} PROPERTIES TIMEOUT ${T_TIMEOUT}
+    LABELS "${folder};${T_LABELS}"
     ENVIRONMENT "QT_QPA_PLATFORM=offscreen;SORV_TEST_BINARY_DIR=${CMAKE_BINARY_DIR};SORV_SOURCE_DIR=${CMAKE_SOURCE_DIR}")
-  if(T_LABELS)
-    set_tests_properties(${name} PROPERTIES LABELS "${T_LABELS}")
-  endif()
 endfunction()

@@ -3,7 +3,6 @@
 #include "audio/mixer.h"
 #include "audio/pulsecapturestream.h"
 #include "audio/pulsecontext.h"
-#include "audio/screencaptureaccess.h"
 #include "core/log.h"
 
 #include <QCollator>
@@ -14,7 +13,6 @@
 #include <pulse/def.h>
 
 #include <algorithm>
-#include <ctime>
 
 namespace sorv {
 
@@ -22,9 +20,15 @@ namespace {
 
 const QString kClientName = QStringLiteral("Sorvelandrix Recorder");
 
+// The monitor stream refused by the sound server: system audio needs no
+// screen permission on Linux, so the advice is about the sound server.
+const QString kSystemAudioRefused = QStringLiteral(
+    "The sound server refused to let Sorvelandrix Recorder record what the computer plays. "
+    "Allow it in your desktop's privacy settings, then press Retry.");
+
 } // namespace
 
-AudioEngine::AudioEngine() = default;
+AudioEngine::AudioEngine(Options options) : m_options(std::move(options)), m_mix(m_options.clock) {}
 
 AudioEngine::~AudioEngine()
 {
@@ -37,11 +41,27 @@ AudioEngine::~AudioEngine()
     m_audioQueue.shutdown();
 }
 
-// --- Capture ------------------------------------------------------------------
+void AudioEngine::assertOnQueue() const
+{
+    Q_ASSERT_X(m_audioQueue.isCurrent(), "AudioEngine", "must run on com.sorvelandrix.audio");
+}
+
+void AudioEngine::report(const AudioEngineUpdate& update) const
+{
+    if (m_onUpdate)
+        m_onUpdate(update);
+}
+
+void AudioEngine::inspect(const std::function<void(const AudioEngine&)>& fn) const
+{
+    m_audioQueue.postAndWait([this, &fn] { fn(*this); });
+}
+
+// --- Start --------------------------------------------------------------------
 
 void AudioEngine::requestMicrophoneAccess(std::function<void(bool)> done)
 {
-    m_audioQueue.post([this, done = std::move(done)] {
+    m_audioQueue.post([done = std::move(done)] {
         // Only an explicit refusal counts; with no server at all the start
         // reports the missing microphone instead.
         PulseContext probe;
@@ -54,36 +74,50 @@ void AudioEngine::requestMicrophoneAccess(std::function<void(bool)> done)
     });
 }
 
-void AudioEngine::start(const QString& outputPath, std::uint32_t deviceId, UpdateHandler onUpdate,
+void AudioEngine::start(const StartRequest& request, UpdateHandler onUpdate,
                         std::function<void(std::optional<RecorderError>)> done)
 {
-    m_audioQueue.post([this, outputPath, deviceId, onUpdate = std::move(onUpdate),
-                       done = std::move(done)]() mutable {
-        done(startOnQueue(outputPath, deviceId, std::move(onUpdate)));
-    });
+    m_audioQueue.post(
+        [this, request, onUpdate = std::move(onUpdate), done = std::move(done)]() mutable {
+            done(startOnQueue(request, std::move(onUpdate)));
+        });
 }
 
-std::optional<RecorderError>
-AudioEngine::startOnQueue(const QString& outputPath, std::uint32_t deviceId, UpdateHandler onUpdate)
+std::optional<RecorderError> AudioEngine::startOnQueue(const StartRequest& request,
+                                                       UpdateHandler onUpdate)
 {
     assertOnQueue();
     if (m_isRunning || m_pulse)
         stopCapture();
 
     m_onUpdate = std::move(onUpdate);
-    m_selectedInputDeviceID = deviceId;
+    m_selectedInputDeviceID = request.deviceId;
     m_isRunning = true;
     ++m_generation;
-    resetMixState();
 
-    auto abandon = [this, &outputPath](RecorderError error) {
+    m_mix.reset();
+    m_mix.setMetersSink(
+        [this](const AudioMeters& meters) { report(AudioEngineUpdate::makeMeters(meters)); });
+    m_mix.setMixedSink([this](const AudioBuffer& buffer) {
+        if (m_mixedBufferCallback)
+            m_mixedBufferCallback(buffer);
+    });
+    m_mix.setWriteFailureSink([this](const MixPipeline::WriteFailure& failure) {
+        report(AudioEngineUpdate::recordingFailed(failure.message(), failure.framesSaved > 0));
+    });
+    m_mix.setFrameLimit(request.frameLimit,
+                        [this] { report(AudioEngineUpdate::durationReached()); });
+
+    auto abandon = [this, &request](RecorderError error) {
         stopCapture();
-        QFile::remove(outputPath);
+        QFile::remove(request.outputPath);
         return std::optional<RecorderError>(std::move(error));
     };
 
     QString fileError;
-    if (!openOutputFile(outputPath, &fileError)) {
+    if (!m_mix.openOutput(request.outputPath, &fileError)) {
+        // A file system that is full may still have made an empty file.
+        QFile::remove(request.outputPath);
         m_isRunning = false;
         m_onUpdate = {};
         return RecorderError::other(fileError);
@@ -100,7 +134,6 @@ AudioEngine::startOnQueue(const QString& outputPath, std::uint32_t deviceId, Upd
 
     if (auto error = startMicEngine())
         return abandon(*error);
-    armWatchdog();
 
     // System audio comes up on its own after the start has returned.
     const std::uint64_t generation = m_generation;
@@ -140,7 +173,7 @@ std::optional<RecorderError> AudioEngine::startMicEngine()
     const std::uint32_t defaultId = inputDeviceIdForSourceName(defaultName);
     const std::uint64_t generation = m_generation;
 
-    auto openStream = [this, generation](const QString& sourceName, QString* error, int* paError) {
+    auto openStream = [this, generation](const QString& sourceName, QString* error) {
         auto stream = std::make_unique<PulseCaptureStream>(
             *m_pulse, QStringLiteral("Microphone"), sourceName, kFramesPerBuffer,
             [this, generation](PulseCaptureStream::Chunk&& chunk) {
@@ -154,21 +187,20 @@ std::optional<RecorderError> AudioEngine::startMicEngine()
             m_audioQueue.post([this, generation] {
                 if (generation != m_generation || !m_isRunning)
                     return;
-                // The microphone's health checks restart it from here.
                 consoleLog(QStringLiteral("⚠️ Microphone stream ended unexpectedly"));
             });
         });
-        if (!stream->start(error, paError))
+        int paError = 0;
+        if (!stream->start(error, &paError))
             stream.reset();
         return stream;
     };
 
     QString error;
-    int paError = 0;
     if (m_selectedInputDeviceID != 0 && m_selectedInputDeviceID != defaultId) {
         const QString name = m_sourceNameById.value(m_selectedInputDeviceID);
         if (!name.isEmpty())
-            m_micStream = openStream(name, &error, &paError);
+            m_micStream = openStream(name, &error);
         if (m_micStream)
             consoleLog(QStringLiteral("🎤 Explicitly set input device ID: %1")
                            .arg(m_selectedInputDeviceID));
@@ -189,7 +221,7 @@ std::optional<RecorderError> AudioEngine::startMicEngine()
         consoleLog(QStringLiteral("🎤 Using system default input device (ID: %1)").arg(defaultId));
         if (m_selectedInputDeviceID == 0)
             m_selectedInputDeviceID = defaultId;
-        m_micStream = openStream(defaultName, &error, &paError);
+        m_micStream = openStream(defaultName, &error);
         if (!m_micStream) {
             consoleLog(QStringLiteral("❌ Microphone stream failed: %1").arg(error));
             return RecorderError::noMicrophone();
@@ -204,13 +236,12 @@ std::optional<RecorderError> AudioEngine::startMicEngine()
     if (converter.isPassThrough()) {
         consoleLog(QStringLiteral("🎤 No conversion needed, formats match"));
     } else {
-        m_micConverter = converter;
+        m_micConverter = std::move(converter);
         consoleLog(QStringLiteral("🎤 Converter created: %1Hz/%2ch → 48000.0Hz/1ch")
                        .arg(m_micStream->sampleRate())
                        .arg(m_micStream->channels()));
     }
-    m_micPeakWindowMax = 0.0f;
-    m_scMicPeakWindowMax = 0.0f;
+    m_mix.resetPeakWindow();
     consoleLog(QStringLiteral("✅ Mic engine started, running=true"));
     return std::nullopt;
 }
@@ -220,14 +251,21 @@ void AudioEngine::onMicChunk(std::vector<float> interleaved, float peak, std::in
     AudioBuffer buffer;
     buffer.samples = m_micConverter ? m_micConverter->convert(interleaved) : std::move(interleaved);
     buffer.hostTimeNs = hostTimeNs;
-    processMicBuffer(std::move(buffer), peak);
+    m_mix.processMicBuffer(buffer, peak);
 }
 
 void AudioEngine::onSystemChunk(std::vector<float> interleaved, float peak)
 {
     if (m_systemConverter)
         interleaved = m_systemConverter->convert(interleaved);
-    receiveSystemAudio(interleaved, peak);
+    m_mix.receiveSystemAudio(interleaved, peak);
+}
+
+// --- System audio ------------------------------------------------------------
+
+void AudioEngine::setSystemCaptureFaultInjector(SystemCaptureFaultInjector injector)
+{
+    m_audioQueue.postAndWait([this, &injector] { m_systemFaultInjector = std::move(injector); });
 }
 
 void AudioEngine::runSystemAudioAttempt(int attempt, std::uint64_t generation)
@@ -251,16 +289,15 @@ void AudioEngine::runSystemAudioAttempt(int attempt, std::uint64_t generation)
     }
     consoleLog(QStringLiteral("⚠️ Attempt %1 failed: %2").arg(attempt).arg(failure->message));
     if (failure->accessDenied && attempt < kSystemAudioAttempts) {
-        const int delayMs = attempt * 1500;
+        const auto delay = m_options.systemRetryUnit * attempt;
         consoleLog(QStringLiteral("🔄 Access error detected, retrying in %1s...")
-                       .arg(QString::number(delayMs / 1000.0, 'f', 1)));
+                       .arg(QString::number(attempt * 1.5, 'f', 1)));
         QTimer::singleShot(
-            delayMs, Qt::PreciseTimer, m_audioQueue.context(),
+            delay, Qt::PreciseTimer, m_audioQueue.context(),
             [this, attempt, generation] { runSystemAudioAttempt(attempt + 1, generation); });
         return;
     }
-    reportSystemAudioStatus(false,
-                            failure->accessDenied ? screenCaptureAdviceText() : failure->message);
+    reportSystemAudioStatus(false, failure->accessDenied ? kSystemAudioRefused : failure->message);
 }
 
 std::optional<AudioEngine::SystemCaptureFailure> AudioEngine::startSystemAudioCapture()
@@ -300,7 +337,7 @@ std::optional<AudioEngine::SystemCaptureFailure> AudioEngine::startSystemAudioCa
         });
     stream->setFailureHandler([this, generation] {
         m_audioQueue.post([this, generation] {
-            if (generation != m_generation || !m_isRunning || !m_systemAudioActiveFlag)
+            if (generation != m_generation || !m_isRunning || !m_mix.systemAudioActive())
                 return;
             consoleLog(
                 QStringLiteral("⚠️ System audio stream ended; recording the microphone only"));
@@ -314,7 +351,7 @@ std::optional<AudioEngine::SystemCaptureFailure> AudioEngine::startSystemAudioCa
 
     SampleConverter converter(stream->sampleRate(), stream->channels());
     if (!converter.isPassThrough())
-        m_systemConverter = converter;
+        m_systemConverter = std::move(converter);
     m_systemStream = std::move(stream);
     return std::nullopt;
 }
@@ -322,18 +359,61 @@ std::optional<AudioEngine::SystemCaptureFailure> AudioEngine::startSystemAudioCa
 void AudioEngine::reportSystemAudioStatus(bool active, const std::optional<QString>& error)
 {
     assertOnQueue();
-    m_systemAudioActiveFlag = active;
+    m_mix.setSystemAudioActive(active);
     report(AudioEngineUpdate::systemAudioActive(active));
     report(AudioEngineUpdate::systemAudioError(error));
 }
 
+// --- Stop ---------------------------------------------------------------------
+
 void AudioEngine::stop(std::function<void()> done)
 {
-    m_audioQueue.post([this, done = std::move(done)] {
-        stopCapture();
-        if (done)
-            done();
+    m_audioQueue.post([this, done = std::move(done)]() mutable {
+        if (!m_isRunning) {
+            stopCapture();
+            if (done)
+                done();
+            return;
+        }
+        // The streams stop delivering now; chunks they posted before that are
+        // still queued behind this step, so the tails are written after them.
+        PulseCaptureStream::Chunk micTail;
+        PulseCaptureStream::Chunk systemTail;
+        if (m_micStream)
+            micTail = m_micStream->takeRemaining();
+        if (m_systemStream)
+            systemTail = m_systemStream->takeRemaining();
+        m_audioQueue.post([this, micTail = std::move(micTail), systemTail = std::move(systemTail),
+                           done = std::move(done)]() mutable {
+            finishStop(std::move(micTail), std::move(systemTail));
+            if (done)
+                done();
+        });
     });
+}
+
+void AudioEngine::finishStop(PulseCaptureStream::Chunk micTail,
+                             PulseCaptureStream::Chunk systemTail)
+{
+    assertOnQueue();
+    if (m_isRunning) {
+        if (!systemTail.samples.empty())
+            onSystemChunk(std::move(systemTail.samples), systemTail.peak);
+        if (m_micConverter) {
+            std::vector<float> rest = m_micConverter->convert(micTail.samples);
+            const std::vector<float> held = m_micConverter->flush();
+            rest.insert(rest.end(), held.begin(), held.end());
+            micTail.samples = std::move(rest);
+            m_micConverter.reset();
+        }
+        if (!micTail.samples.empty()) {
+            AudioBuffer buffer;
+            buffer.samples = std::move(micTail.samples);
+            buffer.hostTimeNs = micTail.hostTimeNs;
+            m_mix.processMicBuffer(buffer, micTail.peak);
+        }
+    }
+    stopCapture();
 }
 
 void AudioEngine::stopCapture()
@@ -341,26 +421,29 @@ void AudioEngine::stopCapture()
     assertOnQueue();
     m_isRunning = false;
     ++m_generation;
-    cancelWatchdog();
     // Streams before the context they belong to.
     m_micStream.reset();
     m_systemStream.reset();
     m_pulse.reset();
     m_micConverter.reset();
     m_systemConverter.reset();
-    closeOutputFile();
-    m_scMicCaptureEnabled = false;
-    m_scMicBuffer.clear();
-    m_systemAudioActiveFlag = false;
+    m_mix.closeOutput();
+    m_mix.setSystemAudioActive(false);
+    m_mix.setMetersSink({});
+    m_mix.setMixedSink({});
+    m_mix.setWriteFailureSink({});
+    m_mix.setFrameLimit(0, {});
     m_onUpdate = {};
     m_mixedBufferCallback = {};
 }
+
+// --- Devices ------------------------------------------------------------------
 
 void AudioEngine::selectInputDevice(std::uint32_t id, std::function<void()> done)
 {
     m_audioQueue.post([this, id, done = std::move(done)] {
         m_selectedInputDeviceID = id;
-        m_micPeakWindowMax = 0.0f;
+        m_mix.resetPeakWindow();
         if (m_isRunning) {
             if (auto error = startMicEngine())
                 consoleLog(QStringLiteral("❌ Failed to switch input device: %1")
@@ -378,11 +461,6 @@ QString AudioEngine::micSourceName() const
 {
     assertOnQueue();
     return m_micStream ? m_micStream->sourceName() : QString();
-}
-
-void AudioEngine::setSystemCaptureFaultInjector(SystemCaptureFaultInjector injector)
-{
-    m_audioQueue.postAndWait([this, &injector] { m_systemFaultInjector = std::move(injector); });
 }
 
 void AudioEngine::refreshInputDevices()
@@ -421,210 +499,12 @@ QList<InputDevice> AudioEngine::listInputDevices() const
     return m_devices;
 }
 
-void AudioEngine::armWatchdog()
-{
-    // The microphone health checks (watchdog, silence windows) start here.
-}
-
-void AudioEngine::cancelWatchdog() {}
-
-// --- Mixer --------------------------------------------------------------------
-
-double AudioEngine::monotonicUptimeSeconds()
-{
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    const auto ns = static_cast<std::int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
-    return static_cast<double>(ns) / 1e9;
-}
-
-void AudioEngine::assertOnQueue() const
-{
-    Q_ASSERT_X(m_audioQueue.isCurrent(), "AudioEngine", "must run on com.sorvelandrix.audio");
-}
-
-void AudioEngine::report(const AudioEngineUpdate& update) const
-{
-    if (m_onUpdate)
-        m_onUpdate(update);
-}
+// --- Mixed audio --------------------------------------------------------------
 
 void AudioEngine::setMixedBufferCallback(MixedBufferCallback callback)
 {
     m_audioQueue.post(
         [this, cb = std::move(callback)]() mutable { m_mixedBufferCallback = std::move(cb); });
-}
-
-void AudioEngine::resetMixState()
-{
-    assertOnQueue();
-    m_writeCount = 0;
-    m_micBufferCount = 0;
-    m_agcState = AGCState{};
-    m_lastMetersEmittedAt = 0.0;
-    m_systemAudioActiveFlag = false;
-    m_micPeakWindowMax = 0.0f;
-    m_scMicPeakWindowMax = 0.0f;
-    m_systemBuffer.clear();
-    m_scMicBuffer.clear();
-}
-
-bool AudioEngine::openOutputFile(const QString& path, QString* error)
-{
-    assertOnQueue();
-    auto file = std::make_unique<WavWriter>();
-    if (!file->open(path, static_cast<int>(sampleRate), static_cast<int>(channels))) {
-        if (error)
-            *error = file->errorString();
-        m_outputFile.reset();
-        m_outputPath.clear();
-        return false;
-    }
-    m_outputFile = std::move(file);
-    m_outputPath = path;
-    return true;
-}
-
-void AudioEngine::closeOutputFile()
-{
-    assertOnQueue();
-    m_outputFile.reset();
-    m_outputPath.clear();
-}
-
-void AudioEngine::setUpdateHandler(UpdateHandler handler)
-{
-    assertOnQueue();
-    m_onUpdate = std::move(handler);
-}
-
-void AudioEngine::setSystemAudioActiveFlag(bool active)
-{
-    assertOnQueue();
-    m_systemAudioActiveFlag = active;
-}
-
-void AudioEngine::receiveSystemAudio(std::span<const float> samples, float peak)
-{
-    assertOnQueue();
-    m_systemBuffer.write(samples);
-    m_latestSystemLevel = peak;
-    emitMetersIfDue();
-}
-
-void AudioEngine::receiveSCMicAudio(std::span<const float> samples, float peak)
-{
-    assertOnQueue();
-    if (!m_scMicCaptureEnabled)
-        return;
-    m_scMicBuffer.write(samples);
-    m_latestSCMicLevel = peak;
-    m_scMicPeakWindowMax = std::max(m_scMicPeakWindowMax, peak);
-    emitMetersIfDue();
-}
-
-void AudioEngine::processMicBuffer(AudioBuffer buffer, float peak)
-{
-    assertOnQueue();
-    m_latestMicLevel = peak;
-    m_micPeakWindowMax = std::max(m_micPeakWindowMax, peak);
-    ++m_micBufferCount;
-    if (logThinned(m_micBufferCount, 5))
-        consoleLog(QStringLiteral("🎤 Mic buffer #%1: frames=%2, peak=%3")
-                       .arg(m_micBufferCount)
-                       .arg(buffer.frameLength())
-                       .arg(QString::asprintf("%.6f", static_cast<double>(peak))));
-    mixAndWrite(buffer);
-    emitMetersIfDue();
-}
-
-void AudioEngine::mixAndWrite(AudioBuffer& buffer)
-{
-    assertOnQueue();
-    if (!m_outputFile) {
-        if (m_writeCount >= 1 && m_writeCount % 100 == 0)
-            consoleLog(QStringLiteral("⚠️ outputFile is nil, can't write (writeCount=%1)")
-                           .arg(m_writeCount));
-        return;
-    }
-
-    if (!m_systemAudioActiveFlag) {
-        // Microphone only: no gain control, just keep it inside full scale.
-        softLimit(buffer.samples);
-        if (!m_outputFile->write(buffer.samples))
-            consoleLog(QStringLiteral("Write error: %1").arg(m_outputFile->errorString()));
-        if (m_mixedBufferCallback)
-            m_mixedBufferCallback(buffer);
-        return;
-    }
-
-    const auto n = static_cast<size_t>(buffer.frameLength());
-    m_sysScratch.resize(n);
-    const auto got = static_cast<size_t>(m_systemBuffer.read(std::span<float>(m_sysScratch)));
-    std::fill(m_sysScratch.begin() + static_cast<std::ptrdiff_t>(got), m_sysScratch.end(), 0.0f);
-
-    std::span<const float> scMic;
-    if (m_scMicCaptureEnabled) {
-        m_scMicScratch.resize(n);
-        const auto scGot =
-            static_cast<size_t>(m_scMicBuffer.read(std::span<float>(m_scMicScratch)));
-        std::fill(m_scMicScratch.begin() + static_cast<std::ptrdiff_t>(scGot), m_scMicScratch.end(),
-                  0.0f);
-        scMic = m_scMicScratch;
-    }
-
-    m_micScratch.resize(n);
-    const MicChoice choice = micSamplesForMix(
-        static_cast<std::int64_t>(n),
-        {buffer.samples, scMic, m_scMicCaptureEnabled, m_latestMicLevel, m_latestSCMicLevel},
-        m_micScratch);
-    if (choice.usedSCMic && m_writeCount <= 2)
-        consoleLog(QString::asprintf("🎤 Using SCStream mic for mix (enginePeak=%.4f scPeak=%.4f)",
-                                     static_cast<double>(choice.enginePeak),
-                                     static_cast<double>(choice.scPeak)));
-
-    // Consumers copy what they keep, so one output buffer serves every mix.
-    m_mixed.samples.resize(n);
-    m_mixed.hostTimeNs = buffer.hostTimeNs;
-    m_agcState = mixWithGainControl(m_micScratch, m_sysScratch, true, m_agcState, m_mixed.samples);
-
-    ++m_writeCount;
-    if (logThinned(m_writeCount, 5))
-        consoleLog(QString::asprintf(
-            "🔊 Mix #%lld: micRMS=%.5f sysRMS=%.5f micGain=%.1fx sysGain=%.2fx",
-            static_cast<long long>(m_writeCount), static_cast<double>(m_agcState.micRMS),
-            static_cast<double>(m_agcState.sysRMS), static_cast<double>(m_agcState.micGainSmoothed),
-            static_cast<double>(m_agcState.sysGainSmoothed)));
-
-    if (m_outputFile->write(m_mixed.samples)) {
-        if (logThinned(m_writeCount, 3))
-            consoleLog(QStringLiteral("📝 Write #%1: %2 frames, file length: %3")
-                           .arg(m_writeCount)
-                           .arg(n)
-                           .arg(m_outputFile->frames()));
-    } else {
-        consoleLog(QStringLiteral("❌ Write error at #%1: %2")
-                       .arg(m_writeCount)
-                       .arg(m_outputFile->errorString()));
-    }
-
-    if (m_mixedBufferCallback)
-        m_mixedBufferCallback(m_mixed);
-}
-
-void AudioEngine::emitMetersIfDue()
-{
-    assertOnQueue();
-    const double now = m_uptime();
-    if (now - m_lastMetersEmittedAt < m_metersIntervalSeconds)
-        return;
-    m_lastMetersEmittedAt = now;
-    AudioMeters meters;
-    meters.mic = std::max(m_latestMicLevel, m_latestSCMicLevel);
-    meters.scMic = m_latestSCMicLevel;
-    meters.system = m_latestSystemLevel;
-    meters.peakWindowMax = std::max(m_micPeakWindowMax, m_scMicPeakWindowMax);
-    report(AudioEngineUpdate::makeMeters(meters));
 }
 
 } // namespace sorv

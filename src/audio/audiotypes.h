@@ -52,6 +52,12 @@ struct AudioEngineUpdate {
         MicSilent,
         MicEngineRestarted,
         FatalError,
+        // The file stopped taking audio (disk full, I/O error): the recording
+        // is over. `text` is the user-facing message; `flag` says whether
+        // anything was saved.
+        RecordingFailed,
+        // The requested length is in the file; nothing more is written.
+        DurationReached,
     };
 
     Kind kind = Kind::Meters;
@@ -84,6 +90,11 @@ struct AudioEngineUpdate {
     {
         return {Kind::FatalError, {}, false, message, 0};
     }
+    static AudioEngineUpdate recordingFailed(const QString& message, bool somethingSaved)
+    {
+        return {Kind::RecordingFailed, {}, somethingSaved, message, 0};
+    }
+    static AudioEngineUpdate durationReached() { return {Kind::DurationReached, {}, false, {}, 0}; }
 
     friend bool operator==(const AudioEngineUpdate&, const AudioEngineUpdate&) = default;
 };

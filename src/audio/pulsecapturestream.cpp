@@ -122,7 +122,7 @@ void PulseCaptureStream::onRead(pa_stream*, size_t, void* userdata)
 void PulseCaptureStream::read()
 {
     const size_t chunkSamples = static_cast<size_t>(m_framesPerChunk) * m_channels;
-    while (pa_stream_readable_size(m_stream) > 0) {
+    while (m_sink && pa_stream_readable_size(m_stream) > 0) {
         const void* data = nullptr;
         size_t nbytes = 0;
         if (pa_stream_peek(m_stream, &data, &nbytes) < 0 || nbytes == 0)
@@ -141,6 +141,20 @@ void PulseCaptureStream::read()
     }
 }
 
+PulseCaptureStream::Chunk PulseCaptureStream::makeChunk(size_t offset, size_t count,
+                                                        std::int64_t firstFrameNs) const
+{
+    Chunk chunk;
+    chunk.samples.assign(m_pending.begin() + static_cast<std::ptrdiff_t>(offset),
+                         m_pending.begin() + static_cast<std::ptrdiff_t>(offset + count));
+    float peak = 0.0f;
+    for (size_t i = 0; i < count; i += m_channels)
+        peak = std::max(peak, std::fabs(chunk.samples[i]));
+    chunk.peak = peak;
+    chunk.hostTimeNs = firstFrameNs;
+    return chunk;
+}
+
 void PulseCaptureStream::deliver()
 {
     const size_t chunkSamples = static_cast<size_t>(m_framesPerChunk) * m_channels;
@@ -148,22 +162,45 @@ void PulseCaptureStream::deliver()
     const std::int64_t now = monotonicNowNs();
     const size_t total = m_pending.size();
     while (total - offset >= chunkSamples) {
-        Chunk chunk;
-        chunk.samples.assign(m_pending.begin() + static_cast<std::ptrdiff_t>(offset),
-                             m_pending.begin() +
-                                 static_cast<std::ptrdiff_t>(offset + chunkSamples));
-        float peak = 0.0f;
-        for (size_t i = 0; i < chunkSamples; i += m_channels)
-            peak = std::max(peak, std::fabs(chunk.samples[i]));
-        chunk.peak = peak;
-        // Stamp the first frame: the chunk ends (roughly) now.
+        // Stamp the first frame: the pending samples end (roughly) now.
         const auto remainingFrames = static_cast<double>((total - offset) / m_channels);
-        chunk.hostTimeNs = now - static_cast<std::int64_t>(remainingFrames / m_rate * 1e9);
+        Chunk chunk = makeChunk(offset, chunkSamples,
+                                now - static_cast<std::int64_t>(remainingFrames / m_rate * 1e9));
         offset += chunkSamples;
-        if (m_sink)
-            m_sink(std::move(chunk));
+        m_sink(std::move(chunk));
     }
     m_pending.erase(m_pending.begin(), m_pending.begin() + static_cast<std::ptrdiff_t>(offset));
+}
+
+PulseCaptureStream::Chunk PulseCaptureStream::takeRemaining()
+{
+    if (!m_stream)
+        return {};
+    PulseContext::Lock lock(m_context);
+    // What the server has already captured for us is still part of the
+    // recording; read it, but hand nothing more to the sink.
+    while (pa_stream_readable_size(m_stream) > 0) {
+        const void* data = nullptr;
+        size_t nbytes = 0;
+        if (pa_stream_peek(m_stream, &data, &nbytes) < 0 || nbytes == 0)
+            break;
+        const size_t count = nbytes / sizeof(float);
+        if (data) {
+            const auto* samples = static_cast<const float*>(data);
+            m_pending.insert(m_pending.end(), samples, samples + count);
+        } else {
+            m_pending.resize(m_pending.size() + count, 0.0f);
+        }
+        pa_stream_drop(m_stream);
+    }
+    m_sink = {};
+    pa_stream_set_read_callback(m_stream, nullptr, nullptr);
+    const size_t whole = m_pending.size() - m_pending.size() % m_channels;
+    const auto frames = static_cast<double>(whole / m_channels);
+    Chunk rest =
+        makeChunk(0, whole, monotonicNowNs() - static_cast<std::int64_t>(frames / m_rate * 1e9));
+    m_pending.clear();
+    return rest;
 }
 
 } // namespace sorv

@@ -43,6 +43,11 @@ public:
     // PulseAudio's error code (PA_ERR_ACCESS for a refusal) otherwise.
     bool start(QString* message, int* paError, int timeoutMs = 5000);
 
+    // Ends delivery (no more chunks reach the sink) and returns what the
+    // stream still holds: the samples of a last, partial chunk. For the end
+    // of a recording, so its last fraction of a second is not lost.
+    Chunk takeRemaining();
+
     // What the server actually delivers (normally 48000 Hz, 1 channel).
     double sampleRate() const { return m_rate; }
     std::uint32_t channels() const { return m_channels; }
@@ -53,6 +58,7 @@ private:
     static void onState(pa_stream* s, void* userdata);
     void read();
     void deliver();
+    Chunk makeChunk(size_t offset, size_t count, std::int64_t firstFrameNs) const;
     void close();
 
     PulseContext& m_context;

@@ -24,6 +24,14 @@ public:
     using UpdateHandler = std::function<void(const AudioEngineUpdate&)>;
     using MixedBufferCallback = std::function<void(const AudioBuffer&)>;
 
+    struct StartRequest {
+        QString outputPath;
+        std::uint32_t deviceId = 0; // 0: the system default input device
+        // Stop writing after this many frames and report DurationReached
+        // (0: until stopped).
+        std::int64_t frameLimit = 0;
+    };
+
     virtual ~RecordingEngine() = default;
 
     // Granted unless the sound server refuses this client outright. A missing
@@ -33,11 +41,11 @@ public:
     // Opens the output file and starts the microphone; completes once the
     // microphone runs (nullopt) or with the reason it could not. System audio
     // comes up afterwards on its own and reports through `onUpdate`.
-    virtual void start(const QString& outputPath, std::uint32_t deviceId, UpdateHandler onUpdate,
+    virtual void start(const StartRequest& request, UpdateHandler onUpdate,
                        std::function<void(std::optional<RecorderError>)> done) = 0;
 
-    // Stops capture and closes the file; drops the update handler and the
-    // mixed-buffer callback.
+    // Stops capture, writes what the streams still hold and closes the file;
+    // drops the update handler and the mixed-buffer callback.
     virtual void stop(std::function<void()> done) = 0;
 
     // Switches the microphone (0 = system default); restarts it when running.

@@ -4,6 +4,8 @@
 
 #include <sndfile.h>
 
+#include <cerrno>
+
 namespace sorv {
 
 WavWriter::~WavWriter()
@@ -18,13 +20,16 @@ bool WavWriter::open(const QString& path, int sampleRate, int channels)
     m_error.clear();
     m_frames = 0;
     m_channels = channels;
+    m_diskFull = false;
 
     SF_INFO info{};
     info.samplerate = sampleRate;
     info.channels = channels;
     info.format = SF_FORMAT_RF64 | SF_FORMAT_FLOAT;
+    errno = 0;
     m_file = sf_open(QFile::encodeName(path).constData(), SFM_WRITE, &info);
     if (!m_file) {
+        m_diskFull = errno == ENOSPC || errno == EDQUOT;
         m_error = QString::fromUtf8(sf_strerror(nullptr));
         return false;
     }
@@ -43,9 +48,11 @@ bool WavWriter::write(std::span<const float> samples)
         return false;
     }
     const auto wanted = static_cast<sf_count_t>(samples.size());
+    errno = 0;
     const sf_count_t written = sf_write_float(m_file, samples.data(), wanted);
     m_frames += written / m_channels;
     if (written != wanted) {
+        m_diskFull = errno == ENOSPC || errno == EDQUOT;
         const char* reason = sf_strerror(m_file);
         m_error = reason && *reason && QByteArrayView(reason) != "No Error."
                       ? QString::fromUtf8(reason)

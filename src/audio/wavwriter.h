@@ -29,10 +29,13 @@ public:
     // errorString() set when not everything could be written.
     bool write(std::span<const float> samples);
 
-    // Frames written so far (the file's length in frames).
+    // Frames written so far (the file's length in frames). After a short
+    // write it counts what did reach the file, and the header says the same.
     std::int64_t frames() const { return m_frames; }
     const QString& path() const { return m_path; }
     const QString& errorString() const { return m_error; }
+    // The last failure was the file system running out of space (or quota).
+    bool diskFull() const { return m_diskFull; }
 
     void close();
 
@@ -42,6 +45,7 @@ private:
     QString m_error;
     int m_channels = 1;
     std::int64_t m_frames = 0;
+    bool m_diskFull = false;
 };
 
 } // namespace sorv

@@ -1,11 +1,9 @@
 // sorvelandrix login [--email E] [--password-stdin]
 
+#include "cli/clisession.h"
 #include "cli/command.h"
-#include "core/secretstore.h"
-#include "core/settings.h"
-#include "service/authmanager.h"
+#include "cli/commands.h"
 
-#include <QCoreApplication>
 #include <QJsonObject>
 
 #include <cstdio>
@@ -15,9 +13,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-using namespace sorv;
-using namespace sorv::cli;
-
+namespace sorv::cli {
 namespace {
 
 std::optional<QString> readLine()
@@ -49,7 +45,7 @@ std::optional<QString> prompt(const char* text, bool echo)
     return line;
 }
 
-int run(CommandContext& ctx)
+int runLogin(CommandContext& ctx)
 {
     QString email;
     bool passwordFromStdin = false;
@@ -80,8 +76,8 @@ int run(CommandContext& ctx)
         return kExitUsage;
     }
 
-    SecretStore secrets;
-    AuthManager auth(secrets);
+    CliSession session(ctx);
+    AuthManager& auth = session.auth();
     bool codeAsked = false;
     bool done = false;
     QObject::connect(
@@ -89,17 +85,15 @@ int run(CommandContext& ctx)
         [&] {
             if (auth.isLoggingIn() || done)
                 return;
-            if (auth.isLoggedIn()) {
-                ctx.print(QStringLiteral("Signed in as %1")
-                              .arg(auth.userName().isEmpty()
-                                       ? auth.userEmail()
-                                       : QStringLiteral("%1 <%2>").arg(auth.userName(),
-                                                                       auth.userEmail())));
+            // A session from an earlier sign-in does not make this one a success.
+            if (auth.loginError().isEmpty() && auth.pendingMfaChallengeId().isEmpty() &&
+                auth.isLoggedIn()) {
+                ctx.print(QStringLiteral("Signed in as %1").arg(auth.displayName()));
                 ctx.event({{QStringLiteral("event"), QStringLiteral("signedIn")},
                            {QStringLiteral("email"), auth.userEmail()},
                            {QStringLiteral("name"), auth.userName()}});
                 done = true;
-                QCoreApplication::exit(kExitOk);
+                ctx.finish(kExitOk);
                 return;
             }
             // A wrong code may be typed again, as in the sign-in form.
@@ -117,7 +111,7 @@ int run(CommandContext& ctx)
                 if (!code) {
                     ctx.error(QStringLiteral("No code given"));
                     done = true;
-                    QCoreApplication::exit(kExitFailure);
+                    ctx.finish(kExitFailure);
                     return;
                 }
                 auth.verifyMfa(code->trimmed());
@@ -125,19 +119,21 @@ int run(CommandContext& ctx)
             }
             ctx.error(auth.loginError());
             done = true;
-            QCoreApplication::exit(kExitFailure);
+            ctx.finish(kExitFailure);
         },
-        Qt::QueuedConnection); // exit() only counts once exec() runs
+        Qt::QueuedConnection); // the prompts read the terminal outside the callback
     auth.login(email, *password);
-    return QCoreApplication::exec();
+    return ctx.exec();
 }
 
-const CommandRegistration registration({
-    QStringLiteral("login"),
-    QStringLiteral("login [--email E] [--password-stdin]"),
-    QStringLiteral(
-        "sign in (with --password-stdin: password, then the code if asked, one per line)"),
-    run,
-});
-
 } // namespace
+
+Command loginCommand()
+{
+    return {QStringLiteral("login"), QStringLiteral("login [--email E] [--password-stdin]"),
+            QStringLiteral(
+                "sign in (with --password-stdin: password, then the code if asked, one per line)"),
+            runLogin};
+}
+
+} // namespace sorv::cli

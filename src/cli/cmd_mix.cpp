@@ -1,20 +1,23 @@
 // sorvelandrix mix MIC.wav SYSTEM.wav OUT.wav
 //
-// Runs two files through the recording mixer exactly as a recording whose
-// system audio is active from the first buffer: for each 4 096-frame
+// Runs two files through the recording's mix pipeline exactly as a recording
+// whose system audio is active from the first buffer: for each 4 096-frame
 // microphone buffer, the matching system samples go into the ring buffer
 // first, then the microphone buffer is mixed and written.
 
-#include "audio/audioengine.h"
 #include "audio/audiofilereader.h"
 #include "audio/mixer.h"
+#include "audio/mixpipeline.h"
 #include "cli/command.h"
-#include "core/log.h"
+#include "cli/commands.h"
 
 #include <QFileInfo>
 #include <QJsonObject>
 
 #include <algorithm>
+#include <optional>
+
+#include <sys/stat.h>
 
 namespace sorv::cli {
 namespace {
@@ -36,6 +39,17 @@ bool openInput(CommandContext& ctx, AudioFileReader& reader, const QString& path
     return true;
 }
 
+// The same file under another name (a link, a relative path) counts too.
+bool sameFile(const QString& a, const QString& b)
+{
+    struct stat sa {};
+    struct stat sb {};
+    if (::stat(QFile::encodeName(a).constData(), &sa) != 0 ||
+        ::stat(QFile::encodeName(b).constData(), &sb) != 0)
+        return false;
+    return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+}
+
 int runMix(CommandContext& ctx)
 {
     if (ctx.args.size() != 3) {
@@ -50,81 +64,73 @@ int runMix(CommandContext& ctx)
     AudioFileReader sys;
     if (!openInput(ctx, mic, micPath) || !openInput(ctx, sys, sysPath))
         return kExitFailure;
-    if (QFileInfo(outPath).absoluteFilePath() == QFileInfo(micPath).absoluteFilePath() ||
-        QFileInfo(outPath).absoluteFilePath() == QFileInfo(sysPath).absoluteFilePath()) {
+    if (sameFile(outPath, micPath) || sameFile(outPath, sysPath)) {
         ctx.error(QStringLiteral("%1: the output must not be one of the inputs").arg(outPath));
         return kExitFailure;
     }
 
-    AudioEngine engine;
+    MixPipeline pipeline;
+    std::optional<MixPipeline::WriteFailure> failure;
+    pipeline.setWriteFailureSink([&](const MixPipeline::WriteFailure& f) { failure = f; });
     QString openError;
-    bool opened = false;
-    engine.audioQueue().postAndWait([&] {
-        engine.resetMixState();
-        opened = engine.openOutputFile(outPath, &openError);
-        engine.setSystemAudioActiveFlag(true);
-    });
-    if (!opened) {
-        ctx.error(QStringLiteral("%1: cannot create the output file (%2)").arg(outPath, openError));
+    if (!pipeline.openOutput(outPath, &openError)) {
+        QFile::remove(outPath);
+        ctx.error(openError);
         return kExitFailure;
     }
+    pipeline.setSystemAudioActive(true);
 
     // The output covers the longer input: a shorter microphone file is
     // continued with silence so no system audio is cut off, and a shorter
     // system file is padded by the ring buffer as during a recording.
     const std::int64_t totalFrames = std::max(mic.frames(), sys.frames());
     std::vector<float> sysChunk(kBufferFrames);
+    AudioBuffer micBuffer;
     std::int64_t done = 0;
-    const bool showProgress =
-        !ctx.json && CommandContext::stdoutIsTerminal() && totalFrames > 60 * 48000;
+    const bool showProgress = !ctx.json && ctx.terminal && totalFrames > 60 * 48000;
     int lastPercent = -1;
-    while (done < totalFrames) {
+    while (done < totalFrames && !failure) {
         const std::int64_t n = std::min(kBufferFrames, totalFrames - done);
-        AudioBuffer micBuffer;
         micBuffer.samples.assign(static_cast<size_t>(n), 0.0f);
         mic.readMono(micBuffer.samples);
         const std::int64_t sysGot =
             sys.readMono(std::span<float>(sysChunk.data(), static_cast<size_t>(n)));
-        engine.audioQueue().post(
-            [&engine, chunk = std::vector<float>(sysChunk.begin(), sysChunk.begin() + sysGot),
-             buffer = std::move(micBuffer)]() mutable {
-                engine.receiveSystemAudio(chunk, peakLevel(chunk));
-                const float peak = peakLevel(buffer.samples);
-                engine.processMicBuffer(std::move(buffer), peak);
-            });
+        const std::span<const float> sysPart(sysChunk.data(), static_cast<size_t>(sysGot));
+        pipeline.receiveSystemAudio(sysPart, peakLevel(sysPart));
+        pipeline.processMicBuffer(micBuffer, peakLevel(micBuffer.samples));
         done += n;
-        // Keep the queue from running far ahead of the reader.
-        if ((done / kBufferFrames) % 64 == 0)
-            engine.audioQueue().postAndWait([] {});
         const int percent = static_cast<int>(100 * done / std::max<std::int64_t>(totalFrames, 1));
         if (showProgress && percent != lastPercent) {
             lastPercent = percent;
-            std::fprintf(stdout, "\rMixing… %3d %%", percent);
-            std::fflush(stdout);
+            ctx.draw(QStringLiteral("\rMixing… %1 %").arg(percent, 3));
         }
     }
-    std::int64_t written = 0;
-    engine.audioQueue().postAndWait([&] {
-        written = engine.outputFrames();
-        engine.closeOutputFile();
-    });
+    const std::int64_t written = pipeline.closeOutput();
     if (showProgress)
-        std::fputs("\n", stdout);
+        ctx.draw(QStringLiteral("\n"));
+    if (failure) {
+        ctx.error(failure->message());
+        return kExitFailure;
+    }
 
     const double seconds = static_cast<double>(written) / 48000.0;
-    ctx.print(QStringLiteral("Mixed %1 s of audio into %2")
-                  .arg(QString::number(seconds, 'f', 2), QFileInfo(outPath).absoluteFilePath()));
+    const QString out = QFileInfo(outPath).absoluteFilePath();
+    ctx.print(
+        QStringLiteral("Mixed %1 s of audio into %2").arg(QString::number(seconds, 'f', 2), out));
     ctx.event({{QStringLiteral("event"), QStringLiteral("mixed")},
-               {QStringLiteral("wav"), QFileInfo(outPath).absoluteFilePath()},
+               {QStringLiteral("wav"), out},
                {QStringLiteral("frames"), static_cast<qint64>(written)}});
     return written == totalFrames ? kExitOk : kExitFailure;
 }
 
-const CommandRegistration registration{Command{
-    QStringLiteral("mix"), QStringLiteral("mix MIC.wav SYSTEM.wav OUT.wav"),
-    QStringLiteral("mix a microphone and a system-audio file (48 kHz) the way a recording is "
-                   "mixed, into a 32-bit float mono WAV"),
-    runMix}};
-
 } // namespace
+
+Command mixCommand()
+{
+    return {QStringLiteral("mix"), QStringLiteral("mix MIC.wav SYSTEM.wav OUT.wav"),
+            QStringLiteral("mix a microphone and a system-audio file (48 kHz) the way a recording "
+                           "is mixed, into a 32-bit float mono WAV"),
+            runMix};
+}
+
 } // namespace sorv::cli

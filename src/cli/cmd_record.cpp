@@ -1,144 +1,106 @@
 // sorvelandrix record [--duration SECONDS] [--save|--discard]
 //
 // One recording through AudioRecorder: microphone and system audio until the
-// duration ends or Ctrl-C (SIGINT/SIGTERM), then the file is kept and its
-// path printed, uploaded with --save, or deleted with --discard.
+// duration (measured on the audio itself) is in the file, or Ctrl-C, SIGTERM
+// or SIGHUP; then the file is kept and its path printed, uploaded with
+// --save, or deleted with --discard. A closed output pipe stops it the same
+// clean way.
 
+#include "cli/clisession.h"
 #include "cli/command.h"
-#include "cli/session.h"
+#include "cli/commands.h"
 #include "cli/uploadreporter.h"
-#include "core/log.h"
-#include "core/secretstore.h"
+#include "core/format.h"
+#include "core/signalnotifier.h"
 #include "recording/audiorecorder.h"
-#include "service/authmanager.h"
 
-#include <QCoreApplication>
 #include <QJsonObject>
-#include <QSocketNotifier>
 #include <QTimer>
 
-#include <cerrno>
+#include <cmath>
 #include <csignal>
-#include <cstdio>
-#include <fcntl.h>
+#include <memory>
 #include <optional>
-#include <unistd.h>
 
 namespace sorv::cli {
 namespace {
 
-// Self-pipe: the handler only writes a byte; the event loop does the rest.
-int g_signalPipe[2] = {-1, -1};
-
-void onSignal(int)
-{
-    const int saved = errno;
-    const char byte = 1;
-    [[maybe_unused]] const auto n = ::write(g_signalPipe[1], &byte, 1);
-    errno = saved;
-}
-
-bool installStopSignals()
-{
-    if (::pipe2(g_signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
-        return false;
-    struct sigaction sa {};
-    sa.sa_handler = onSignal;
-    sigemptyset(&sa.sa_mask);
-    sa.sa_flags = SA_RESTART;
-    return ::sigaction(SIGINT, &sa, nullptr) == 0 && ::sigaction(SIGTERM, &sa, nullptr) == 0;
-}
-
-QString meterBar(float level)
-{
-    constexpr int kWidth = 20;
-    const int filled = std::clamp(static_cast<int>(level * kWidth + 0.5f), 0, kWidth);
-    return QString(filled, QChar(0x2588)) + QString(kWidth - filled, QChar(0x00B7));
-}
-
-QString clockText(double seconds)
-{
-    const int s = static_cast<int>(seconds);
-    return QStringLiteral("%1:%2")
-        .arg(s / 60, 2, 10, QLatin1Char('0'))
-        .arg(s % 60, 2, 10, QLatin1Char('0'));
-}
+const QString kUsage = QStringLiteral("record [--duration SECONDS] [--save|--discard]");
+// Longer than any meeting, and still exact as a count of frames.
+constexpr double kMaxDurationSeconds = 7 * 24 * 3600;
 
 int runRecord(CommandContext& ctx)
 {
     double duration = 0.0;
     bool discard = false;
     bool save = false;
+    const auto usage = [&ctx](const QString& why) {
+        ctx.error(why + QStringLiteral("\nUsage: sorvelandrix ") + kUsage);
+        return kExitUsage;
+    };
     for (qsizetype i = 0; i < ctx.args.size(); ++i) {
         const QString& a = ctx.args.at(i);
-        if (a == QLatin1String("--duration") && i + 1 < ctx.args.size()) {
+        if (a == QLatin1String("--duration")) {
             bool ok = false;
-            duration = ctx.args.at(++i).toDouble(&ok);
-            if (!ok || duration <= 0) {
-                ctx.error(QStringLiteral("--duration needs a positive number of seconds"));
-                return kExitUsage;
-            }
+            duration = i + 1 < ctx.args.size() ? ctx.args.at(++i).toDouble(&ok) : 0.0;
+            if (!ok || !std::isfinite(duration) || duration <= 0 || duration > kMaxDurationSeconds)
+                return usage(QStringLiteral("--duration needs a number of seconds between 0 and "
+                                            "%1")
+                                 .arg(kMaxDurationSeconds, 0, 'f', 0));
         } else if (a == QLatin1String("--discard")) {
             discard = true;
         } else if (a == QLatin1String("--save")) {
             save = true;
         } else {
-            ctx.error(QStringLiteral(
-                "Usage: sorvelandrix record [--duration SECONDS] [--save|--discard]"));
-            return kExitUsage;
+            return usage(QStringLiteral("Unexpected argument %1").arg(a));
         }
     }
-    if (save && discard) {
-        ctx.error(QStringLiteral("--save and --discard exclude each other"));
-        return kExitUsage;
-    }
-    if (!installStopSignals()) {
-        ctx.error(QStringLiteral("Could not install the Ctrl-C handler"));
-        return kExitFailure;
-    }
+    if (save && discard)
+        return usage(QStringLiteral("--save and --discard exclude each other"));
 
     // With --save the session must be there before anything is recorded.
-    std::unique_ptr<SecretStore> secrets;
-    std::unique_ptr<AuthManager> auth;
+    std::optional<CliSession> session;
     if (save) {
-        secrets = std::make_unique<SecretStore>();
-        auth = std::make_unique<AuthManager>(*secrets);
-        if (!requireSignedIn(*auth, ctx))
+        session.emplace(ctx);
+        if (!session->requireSignedIn())
             return kExitFailure;
     }
 
     AudioRecorder recorder;
-    if (auth)
-        recorder.setAuthManager(auth.get());
+    if (session)
+        recorder.setAuthManager(&session->auth());
+    if (duration > 0)
+        recorder.setDurationLimit(duration);
     std::unique_ptr<UploadReporter> uploadReporter;
     std::optional<RecordingState::Kind> lastKind;
-    const bool liveMeter = !ctx.json && CommandContext::stdoutIsTerminal();
     bool stopRequested = false;
+    // SIGTERM, SIGHUP and a closed pipe ask the process to end: the recording
+    // is kept, and --save's upload is left for later.
+    bool endRequested = false;
     bool meterShown = false;
 
     auto endMeterLine = [&] {
         if (meterShown)
-            std::fputs("\n", stdout);
+            ctx.draw(QStringLiteral("\n"));
         meterShown = false;
     };
-    auto finish = [&](int code) {
-        endMeterLine();
-        QCoreApplication::exit(code);
-    };
 
-    QSocketNotifier signals(g_signalPipe[0], QSocketNotifier::Read);
-    QObject::connect(&signals, &QSocketNotifier::activated, &recorder, [&] {
-        char buf[16];
-        while (::read(g_signalPipe[0], buf, sizeof buf) > 0) {
-        }
+    SignalNotifier signals({SIGINT, SIGTERM, SIGHUP, SIGPIPE});
+    if (!signals.isValid()) {
+        ctx.error(QStringLiteral("Could not install the Ctrl-C handler"));
+        return kExitFailure;
+    }
+    QObject::connect(&signals, &SignalNotifier::received, &recorder, [&](int number) {
+        // Whoever read our output is gone; stop as cleanly as for Ctrl-C.
+        if (number == SIGPIPE)
+            ctx.closeOutput();
         stopRequested = true;
-        recorder.stopRecording(); // only acts while recording; otherwise remembered
+        endRequested = endRequested || number != SIGINT;
+        if (recorder.state().kind() == RecordingState::Kind::Uploading)
+            recorder.cancelUpload();
+        else
+            recorder.stopRecording(); // only acts while recording; otherwise remembered
     });
-
-    QTimer durationTimer;
-    durationTimer.setSingleShot(true);
-    QObject::connect(&durationTimer, &QTimer::timeout, &recorder,
-                     [&] { recorder.stopRecording(); });
 
     QTimer meterTimer;
     meterTimer.setInterval(100);
@@ -147,11 +109,10 @@ int runRecord(CommandContext& ctx)
             ctx.event({{QStringLiteral("event"), QStringLiteral("meters")},
                        {QStringLiteral("mic"), double(recorder.micLevel())},
                        {QStringLiteral("system"), double(recorder.systemLevel())}});
-        } else if (liveMeter) {
-            std::fprintf(stdout, "\r🎤 %s  🔊 %s  %s", qPrintable(meterBar(recorder.micLevel())),
-                         qPrintable(meterBar(recorder.systemLevel())),
-                         qPrintable(clockText(recorder.elapsed())));
-            std::fflush(stdout);
+        } else if (ctx.terminal) {
+            ctx.draw(QStringLiteral("\r🎤 %1  🔊 %2  %3")
+                         .arg(meterBar(recorder.micLevel()), meterBar(recorder.systemLevel()),
+                              recorder.elapsedText()));
             meterShown = true;
         }
     });
@@ -194,8 +155,6 @@ int runRecord(CommandContext& ctx)
                 recorder.stopRecording();
                 break;
             }
-            if (duration > 0)
-                durationTimer.start(static_cast<int>(duration * 1000));
             meterTimer.start();
             break;
         case RecordingState::Kind::Stopping:
@@ -209,18 +168,25 @@ int runRecord(CommandContext& ctx)
                 recorder.discardRecording();
                 ctx.print(QStringLiteral("Recording discarded"));
                 ctx.event({{QStringLiteral("event"), QStringLiteral("discarded")}});
-            } else {
-                ctx.print(QStringLiteral("Saved recording: %1").arg(path));
-                ctx.event({{QStringLiteral("event"), QStringLiteral("saved")},
-                           {QStringLiteral("wav"), path}});
-                if (save) {
-                    // The reporter follows the upload and ends the run.
-                    uploadReporter = std::make_unique<UploadReporter>(ctx, recorder, path);
-                    recorder.saveRecording();
-                    break;
-                }
+                ctx.finish(kExitOk);
+                break;
             }
-            finish(kExitOk);
+            ctx.print(QStringLiteral("Saved recording: %1").arg(path));
+            ctx.event({{QStringLiteral("event"), QStringLiteral("saved")},
+                       {QStringLiteral("wav"), path}});
+            if (save && endRequested) {
+                ctx.error(QStringLiteral("Stopped before the upload. Upload it with: %1")
+                              .arg(ctx.commandLine({QStringLiteral("upload"), path})));
+                ctx.finish(kExitFailure);
+                break;
+            }
+            if (save) {
+                // The reporter follows the upload and ends the run.
+                uploadReporter = std::make_unique<UploadReporter>(ctx, recorder, path);
+                recorder.saveRecording();
+                break;
+            }
+            ctx.finish(kExitOk);
             break;
         }
         case RecordingState::Kind::Error:
@@ -229,7 +195,7 @@ int runRecord(CommandContext& ctx)
             meterTimer.stop();
             endMeterLine();
             ctx.error(state.message());
-            finish(kExitFailure);
+            ctx.finish(kExitFailure);
             break;
         default:
             break;
@@ -237,15 +203,18 @@ int runRecord(CommandContext& ctx)
     });
 
     QTimer::singleShot(0, &recorder, [&] { recorder.requestStartRecording(); });
-    return QCoreApplication::exec();
+    return ctx.exec();
 }
 
-const CommandRegistration registration{Command{
-    QStringLiteral("record"), QStringLiteral("record [--duration SECONDS] [--save|--discard]"),
-    QStringLiteral("record the microphone and system audio until the duration ends or Ctrl-C, "
-                   "then keep the WAV file and print its path, upload it with --save, or delete "
-                   "it with --discard"),
-    runRecord}};
-
 } // namespace
+
+Command recordCommand()
+{
+    return {QStringLiteral("record"), kUsage,
+            QStringLiteral("record the microphone and system audio until the duration ends or "
+                           "Ctrl-C, then keep the WAV file and print its path, upload it with "
+                           "--save, or delete it with --discard"),
+            runRecord};
+}
+
 } // namespace sorv::cli

@@ -1,57 +1,57 @@
 // sorvelandrix recordings
 
+#include "cli/clisession.h"
 #include "cli/command.h"
-#include "core/secretstore.h"
-#include "service/authmanager.h"
-#include "service/recordingformat.h"
+#include "cli/commands.h"
+#include "service/recordingsmodel.h"
 
-#include <QCoreApplication>
 #include <QJsonObject>
 
-using namespace sorv;
-using namespace sorv::cli;
-
+namespace sorv::cli {
 namespace {
 
-int run(CommandContext& ctx)
+int runRecordings(CommandContext& ctx)
 {
-    SecretStore secrets;
-    AuthManager auth(secrets);
-    auth.fetchRecordings(&auth, [&ctx](const RecordingsFetchResult& result) {
-        if (result.error) {
-            ctx.error(*result.error);
-            QCoreApplication::exit(kExitFailure);
+    CliSession session(ctx);
+    if (!session.requireSignedIn())
+        return kExitFailure;
+    RecordingsModel& model = *session.auth().recordings();
+    QObject::connect(&model, &RecordingsModel::refreshed, &model, [&] {
+        if (!model.error().isEmpty()) {
+            ctx.error(model.error());
+            ctx.finish(kExitFailure);
             return;
         }
-        if (result.recordings.isEmpty())
+        if (model.rowCount() == 0)
             ctx.print(QStringLiteral("No recordings yet."));
-        for (const Recording& r : result.recordings) {
-            const QString date = formatRecordingDate(r.created_at);
-            const QString duration =
-                r.duration_ms ? formatDurationMs(*r.duration_ms) : QStringLiteral("--");
-            const QString title = r.ai_title.value_or(r.original_filename);
+        for (int row = 0; row < model.rowCount(); ++row) {
+            const QModelIndex i = model.index(row);
+            const auto text = [&](int role) { return model.data(i, role).toString(); };
             ctx.print(QStringLiteral("%1  %2  %3  %4")
-                          .arg(date, -6)
-                          .arg(duration, 8)
-                          .arg(title.left(48), -48)
-                          .arg(r.status));
+                          .arg(text(RecordingsModel::DateTextRole), -6)
+                          .arg(text(RecordingsModel::DurationTextRole), 8)
+                          .arg(text(RecordingsModel::TitleRole).left(48), -48)
+                          .arg(text(RecordingsModel::StatusRole)));
             ctx.event({{QStringLiteral("event"), QStringLiteral("recording")},
-                       {QStringLiteral("id"), r.id},
-                       {QStringLiteral("date"), date},
-                       {QStringLiteral("duration"), duration},
-                       {QStringLiteral("title"), title},
-                       {QStringLiteral("status"), r.status}});
+                       {QStringLiteral("id"), text(RecordingsModel::IdRole)},
+                       {QStringLiteral("date"), text(RecordingsModel::DateTextRole)},
+                       {QStringLiteral("duration"), text(RecordingsModel::DurationTextRole)},
+                       {QStringLiteral("title"), text(RecordingsModel::TitleRole)},
+                       {QStringLiteral("status"), text(RecordingsModel::StatusRole)},
+                       {QStringLiteral("url"), text(RecordingsModel::WebAddressRole)}});
         }
-        QCoreApplication::exit(kExitOk);
+        ctx.finish(kExitOk);
     });
-    return QCoreApplication::exec();
+    model.refresh();
+    return ctx.exec();
 }
 
-const CommandRegistration registration({
-    QStringLiteral("recordings"),
-    QStringLiteral("recordings"),
-    QStringLiteral("list the recordings on your account"),
-    run,
-});
-
 } // namespace
+
+Command recordingsCommand()
+{
+    return {QStringLiteral("recordings"), QStringLiteral("recordings"),
+            QStringLiteral("list the recordings on your account"), runRecordings};
+}
+
+} // namespace sorv::cli

@@ -1,20 +1,22 @@
 // sorvelandrix upload FILE
 //
 // Sends a kept recording to the service, the way Retry does: the session is
-// refreshed, the body staged and streamed with progress, one refresh and
-// retry after a 401. A recording in the recordings directory is deleted once
-// the service has it; a file elsewhere is never touched.
+// refreshed and checked, the body streamed from the file with progress, one
+// refresh and retry after a 401. A recording in the recordings directory is
+// deleted once the service has it; a file elsewhere is never touched. Ctrl-C
+// or SIGTERM stops the upload and keeps the file.
 
+#include "cli/clisession.h"
 #include "cli/command.h"
-#include "cli/session.h"
+#include "cli/commands.h"
 #include "cli/uploadreporter.h"
-#include "core/secretstore.h"
+#include "core/signalnotifier.h"
 #include "recording/audiorecorder.h"
-#include "service/authmanager.h"
 
-#include <QCoreApplication>
 #include <QFileInfo>
 #include <QTimer>
+
+#include <csignal>
 
 namespace sorv::cli {
 namespace {
@@ -34,23 +36,31 @@ int runUpload(CommandContext& ctx)
         ctx.error(QStringLiteral("%1: cannot be read").arg(ctx.args.at(0)));
         return kExitFailure;
     }
-    SecretStore secrets;
-    AuthManager auth(secrets);
-    if (!requireSignedIn(auth, ctx))
+    CliSession session(ctx);
+    if (!session.requireSignedIn())
         return kExitFailure;
     AudioRecorder recorder;
-    recorder.setAuthManager(&auth);
-    UploadReporter reporter(ctx, recorder, file.absoluteFilePath());
+    recorder.setAuthManager(&session.auth());
     const QString path = file.absoluteFilePath();
+    UploadReporter reporter(ctx, recorder, path);
+    SignalNotifier signals({SIGINT, SIGTERM, SIGHUP, SIGPIPE});
+    QObject::connect(&signals, &SignalNotifier::received, &recorder, [&](int number) {
+        if (number == SIGPIPE)
+            ctx.closeOutput();
+        recorder.cancelUpload();
+    });
     QTimer::singleShot(0, &recorder, [&] { recorder.uploadRecording(path); });
-    return QCoreApplication::exec();
+    return ctx.exec();
 }
 
-const CommandRegistration registration{
-    Command{QStringLiteral("upload"), QStringLiteral("upload FILE"),
+} // namespace
+
+Command uploadCommand()
+{
+    return {QStringLiteral("upload"), QStringLiteral("upload FILE"),
             QStringLiteral("upload a kept recording to the service (with progress); a recording "
                            "in the recordings directory is deleted once the service has it"),
-            runUpload}};
+            runUpload};
+}
 
-} // namespace
 } // namespace sorv::cli

@@ -1,67 +1,44 @@
 // sorvelandrix whoami
 
+#include "cli/clisession.h"
 #include "cli/command.h"
-#include "cli/session.h"
-#include "core/secretstore.h"
-#include "service/authmanager.h"
+#include "cli/commands.h"
 
-#include <QCoreApplication>
 #include <QJsonObject>
 
-using namespace sorv;
-using namespace sorv::cli;
-
+namespace sorv::cli {
 namespace {
 
-void report(CommandContext& ctx, AuthManager& auth, bool confirmed)
+int runWhoami(CommandContext& ctx)
 {
-    if (!confirmed) {
-        // A refused refresh has ended the session and says so; anything else
-        // (service unreachable) leaves the stored session alone.
-        ctx.error(auth.isLoggedIn()
-                      ? QStringLiteral("Could not confirm the session with the service.")
-                      : auth.sessionExpiredBanner());
-        QCoreApplication::exit(kExitFailure);
-        return;
-    }
-    ctx.print(auth.userName().isEmpty()
-                  ? auth.userEmail()
-                  : QStringLiteral("%1 <%2>").arg(auth.userName(), auth.userEmail()));
-    ctx.event({{QStringLiteral("event"), QStringLiteral("user")},
-               {QStringLiteral("email"), auth.userEmail()},
-               {QStringLiteral("name"), auth.userName()}});
-    QCoreApplication::exit(kExitOk);
-}
-
-int run(CommandContext& ctx)
-{
-    SecretStore secrets;
-    AuthManager auth(secrets);
-    if (!requireSignedIn(auth, ctx))
+    CliSession session(ctx);
+    if (!session.requireSignedIn())
         return kExitFailure;
-    // Not validateSession(): a check from a terminal must not sign the user
-    // out just because the service is unreachable right now.
-    auth.verifyAccessToken(&auth, [&](bool valid) {
-        if (valid) {
-            report(ctx, auth, true);
-            return;
-        }
-        auth.refreshAccessToken(&auth, [&](bool refreshed) {
-            if (!refreshed) {
-                report(ctx, auth, false);
-                return;
-            }
-            auth.verifyAccessToken(&auth, [&](bool validNow) { report(ctx, auth, validNow); });
-        });
-    });
-    return QCoreApplication::exec();
+    AuthManager& auth = session.auth();
+    QObject::connect(&auth, &AuthManager::sessionConfirmed, &auth,
+                     [&](bool confirmed, const QString& message) {
+                         if (!confirmed) {
+                             ctx.error(message);
+                             ctx.finish(kExitFailure);
+                             return;
+                         }
+                         ctx.print(auth.displayName());
+                         ctx.event({{QStringLiteral("event"), QStringLiteral("user")},
+                                    {QStringLiteral("email"), auth.userEmail()},
+                                    {QStringLiteral("name"), auth.userName()}});
+                         ctx.finish(kExitOk);
+                     });
+    auth.confirmSession();
+    return ctx.exec();
 }
-
-const CommandRegistration registration({
-    QStringLiteral("whoami"),
-    QStringLiteral("whoami"),
-    QStringLiteral("show who is signed in (checks the session with the service)"),
-    run,
-});
 
 } // namespace
+
+Command whoamiCommand()
+{
+    return {QStringLiteral("whoami"), QStringLiteral("whoami"),
+            QStringLiteral("show who is signed in (checks the session with the service)"),
+            runWhoami};
+}
+
+} // namespace sorv::cli

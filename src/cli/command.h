@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QByteArray>
+#include <QEventLoop>
 #include <QJsonObject>
 #include <QString>
 #include <QStringList>
@@ -9,20 +11,61 @@
 
 namespace sorv::cli {
 
+// Exit statuses.
+constexpr int kExitOk = 0;
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+
 // What every command gets: its own arguments (after the command name, global
-// options removed) and the output conventions of the CLI.
-struct CommandContext {
+// options removed) and the output conventions of the command line. The
+// outputs are replaceable so that the commands run in tests without a child
+// process.
+class CommandContext {
+public:
+    using Writer = std::function<void(const QByteArray&)>;
+
+    CommandContext();
+
     QStringList args;
     bool json = false;
+    // The --server given on the command line (empty: none), so the commands
+    // printed for the user to run next reach the same service.
+    QString server;
+    // Standard output is a terminal: progress bars and lines rewritten in place.
+    bool terminal = false;
 
     // Human text on standard output (ignored with --json).
     void print(const QString& text) const;
+    // Text on standard output without a line end, for lines redrawn with "\r"
+    // on a terminal (ignored with --json).
+    void draw(const QString& text) const;
     // One JSON Lines event on standard output (only with --json).
     void event(const QJsonObject& object) const;
     // An error on standard error; with --json also an "error" event.
     void error(const QString& message) const;
-    // True when standard output is a terminal (progress bars, live meters).
-    static bool stdoutIsTerminal();
+
+    // The reader of standard output went away (a closed pipe): nothing more
+    // is written there.
+    void closeOutput() { m_outputClosed = true; }
+
+    // "sorvelandrix [--server URL] ARGS": a command the user can run as shown
+    // (arguments quoted for the shell where they need it).
+    QString commandLine(const QStringList& arguments) const;
+
+    // Runs the command's event loop until finish().
+    int exec();
+    void finish(int code);
+
+    // Where the text goes (standard output and error by default).
+    Writer out;
+    Writer err;
+
+private:
+    void writeOut(const QByteArray& bytes) const;
+    bool m_outputClosed = false;
+    QEventLoop m_loop;
+    int m_code = kExitOk;
+    bool m_finished = false;
 };
 
 using CommandFn = std::function<int(CommandContext&)>;
@@ -34,18 +77,11 @@ struct Command {
     CommandFn run;
 };
 
-// Commands register themselves from their own file with a static
-// CommandRegistration; the CLI's sources are compiled into the executable
-// directly, so none is dropped by the linker.
-std::vector<Command>& commandRegistry();
+// Every command, in the order --help lists them.
+const std::vector<Command>& commands();
 
-struct CommandRegistration {
-    explicit CommandRegistration(Command command);
-};
-
-// Exit statuses.
-constexpr int kExitOk = 0;
-constexpr int kExitFailure = 1;
-constexpr int kExitUsage = 2;
+// The whole command line after the program's name: global options, the
+// command and its arguments. Returns the exit status.
+int run(const QStringList& arguments, CommandContext& ctx);
 
 } // namespace sorv::cli

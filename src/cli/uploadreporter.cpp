@@ -1,14 +1,12 @@
 #include "uploadreporter.h"
 
-#include "core/paths.h"
-#include "core/settings.h"
+#include "core/format.h"
 #include "recording/audiorecorder.h"
 
-#include <QCoreApplication>
 #include <QFileInfo>
 #include <QJsonObject>
 
-#include <cstdio>
+#include <algorithm>
 
 namespace sorv::cli {
 
@@ -18,23 +16,10 @@ UploadReporter::UploadReporter(CommandContext& ctx, AudioRecorder& recorder, con
     connect(&recorder, &AudioRecorder::stateChanged, this, &UploadReporter::onStateChanged);
 }
 
-QString UploadReporter::formatBytes(double bytes)
-{
-    static const char* const units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
-    int unit = 0;
-    while (bytes >= 1024.0 && unit < 4) {
-        bytes /= 1024.0;
-        ++unit;
-    }
-    return unit == 0
-               ? QStringLiteral("%1 B").arg(bytes, 0, 'f', 0)
-               : QStringLiteral("%1 %2").arg(bytes, 0, 'f', 1).arg(QLatin1String(units[unit]));
-}
-
 void UploadReporter::drawProgress(double fraction, bool final)
 {
     const double sent = fraction * static_cast<double>(m_size);
-    const double seconds = std::max(0.001, m_clock.elapsed() / 1000.0);
+    const double seconds = std::max(0.001, static_cast<double>(m_clock.elapsed()) / 1000.0);
     const int permille = static_cast<int>(fraction * 1000.0);
     if (m_ctx.json) {
         if (permille / 10 == m_lastPermille / 10 && !final)
@@ -46,18 +31,18 @@ void UploadReporter::drawProgress(double fraction, bool final)
                      {QStringLiteral("total"), m_size}});
         return;
     }
-    if (!CommandContext::stdoutIsTerminal() || (permille == m_lastPermille && !final))
+    if (!m_ctx.terminal || (permille == m_lastPermille && !final))
         return;
     m_lastPermille = permille;
     constexpr int kWidth = 30;
     const int filled = std::clamp(static_cast<int>(fraction * kWidth), 0, kWidth);
     const QString bar =
         QString(filled, QLatin1Char('#')) + QString(kWidth - filled, QLatin1Char('-'));
-    std::fprintf(stdout, "\rUploading [%s] %5.1f %%  %s / %s  %s/s ", qPrintable(bar),
-                 fraction * 100.0, qPrintable(formatBytes(sent)),
-                 qPrintable(formatBytes(static_cast<double>(m_size))),
-                 qPrintable(formatBytes(sent / seconds)));
-    std::fflush(stdout);
+    m_ctx.draw(QStringLiteral("\rUploading [%1] %2 %  %3 / %4  %5 ")
+                   .arg(bar)
+                   .arg(fraction * 100.0, 5, 'f', 1)
+                   .arg(formatBytes(sent), formatBytes(static_cast<double>(m_size)),
+                        formatRate(sent / seconds)));
     m_barShown = true;
 }
 
@@ -74,13 +59,9 @@ void UploadReporter::onStateChanged()
         if (m_clock.isValid())
             drawProgress(1.0, true);
         if (m_barShown)
-            std::fputs("\n", stdout);
+            m_ctx.draw(QStringLiteral("\n"));
         const QString id = state.idOrEmpty();
-        QString origin = Settings::serverOrigin();
-        while (origin.endsWith(QLatin1Char('/')))
-            origin.chop(1);
-        const QString address =
-            id.isEmpty() ? QString() : origin + QStringLiteral("/recording/") + id;
+        const QString address = m_recorder.uploadedRecordingUrl();
         m_ctx.print(id.isEmpty() ? QStringLiteral("Uploaded %1").arg(state.name())
                                  : QStringLiteral("Uploaded %1\nRecording id: %2\n%3")
                                        .arg(state.name(), id, address));
@@ -91,18 +72,24 @@ void UploadReporter::onStateChanged()
             e.insert(QStringLiteral("url"), address);
         }
         m_ctx.event(e);
-        QCoreApplication::exit(kExitOk);
+        m_ctx.finish(kExitOk);
         break;
     }
     case RecordingState::Kind::Error: {
         if (m_barShown)
-            std::fputs("\n", stdout);
-        m_ctx.error(state.message());
+            m_ctx.draw(QStringLiteral("\n"));
+        const QString retry = m_ctx.commandLine({QStringLiteral("upload"), m_path});
+        // The window's wording points at its own sign-in form; a terminal
+        // needs the commands to run.
+        if (m_recorder.signInRequired())
+            m_ctx.error(QStringLiteral("Sign-in required: the session has ended.\nSign in with: %1")
+                            .arg(m_ctx.commandLine({QStringLiteral("login")})));
+        else
+            m_ctx.error(state.message());
         if (QFileInfo::exists(m_path))
             m_ctx.error(
-                QStringLiteral("The recording is kept at %1\nRetry with: sorvelandrix upload %1")
-                    .arg(m_path));
-        QCoreApplication::exit(kExitFailure);
+                QStringLiteral("The recording is kept at %1\nRetry with: %2").arg(m_path, retry));
+        m_ctx.finish(kExitFailure);
         break;
     }
     default:

@@ -14,14 +14,11 @@ namespace sorv::cli {
 
 // Shows an upload driven by AudioRecorder: a progress bar (percentage, bytes,
 // rate) on a terminal, `progress` events with --json, then the recording's id
-// and web address, or the failure with how to retry. Ends the event loop
-// with the exit status once the upload has finished.
+// and web address, or the failure with the command that retries it. Ends the
+// command's event loop once the upload has finished.
 class UploadReporter : public QObject {
 public:
     UploadReporter(CommandContext& ctx, AudioRecorder& recorder, const QString& path);
-
-    // Formats "12.3 MiB" style sizes.
-    static QString formatBytes(double bytes);
 
 private:
     void onStateChanged();

@@ -1,6 +1,7 @@
 #include "secretstore.h"
 
 #include "log.h"
+#include "mainthread.h"
 #include "paths.h"
 #include "secretservicekeyring.h"
 #include "serialqueue.h"
@@ -25,6 +26,7 @@ namespace sorv {
 struct SecretStore::Shared {
     std::mutex mutex;
     SecretStore* receiver = nullptr;
+    QPointer<const QObject> guard; // made on the main thread, with the store
     SecretServiceKeyring keyring;
 
     void deliver(std::function<void(SecretStore&)> fn)
@@ -33,8 +35,7 @@ struct SecretStore::Shared {
         if (!receiver)
             return;
         SecretStore* store = receiver;
-        QMetaObject::invokeMethod(
-            store, [store, fn = std::move(fn)] { fn(*store); }, Qt::QueuedConnection);
+        postToMainThread(guard, [store, fn = std::move(fn)] { fn(*store); });
     }
 };
 
@@ -57,6 +58,7 @@ SecretStore::SecretStore(Options options, QObject* parent)
 
     m_shared = std::make_shared<Shared>();
     m_shared->receiver = this;
+    m_shared->guard = this;
     m_queue = std::make_unique<SerialQueue>(QStringLiteral("com.sorvelandrix.secrets"));
 
     // The load is the one place that waits, once, and never longer than the
@@ -163,11 +165,15 @@ void SecretStore::adoptKeyring(const QHash<QString, QString>& keyringValues)
     QSet<QString> moveToKeyring(fileValues.keyBegin(), fileValues.keyEnd());
     moveToKeyring += m_removedInFile;
     moveToKeyring += m_changedBeforeKeyring;
+    const QHash<QString, QString> before = m_values;
     for (auto it = keyringValues.constBegin(); it != keyringValues.constEnd(); ++it) {
         if (!moveToKeyring.contains(it.key()))
             m_values.insert(it.key(), it.value());
     }
     setUsingKeyring(true);
+    // A keyring that answered late may bring a session the start did not see.
+    if (m_values != before)
+        Q_EMIT valuesChanged();
     for (const QString& account : std::as_const(moveToKeyring)) {
         if (const auto it = m_values.constFind(account); it != m_values.constEnd())
             write(account, *it);
@@ -203,6 +209,52 @@ void SecretStore::setUsingKeyring(bool on)
         return;
     m_usingKeyring = on;
     Q_EMIT usingKeyringChanged();
+}
+
+QString SecretStore::lockFilePath() const
+{
+    return m_options.directory + QStringLiteral("/secrets.lock");
+}
+
+void SecretStore::replaceValues(const QHash<QString, QString>& values)
+{
+    if (values == m_values)
+        return;
+    m_values = values;
+    Q_EMIT valuesChanged();
+}
+
+void SecretStore::reload(const QObject* context, std::function<void()> done)
+{
+    const QPointer<const QObject> guard(context ? context : this);
+    if (!m_usingKeyring || !m_shared) {
+        // The file is the store: what another process wrote is in it.
+        if (!m_keyringPending || QFile::exists(filePath()))
+            replaceValues(readFile(&m_removedInFile));
+        postToMainThread(guard, std::move(done));
+        return;
+    }
+    m_queue->post([shared = m_shared, guard, done = std::move(done)] {
+        SecretServiceKeyring::LoadResult r = shared->keyring.loadAll();
+        shared->deliver([r, guard, done](SecretStore& store) {
+            if (r.error.isEmpty())
+                store.replaceValues(r.values);
+            else
+                consoleLog(
+                    QStringLiteral("⚠️ Could not read the keyring again: %1").arg(r.error));
+            if (guard)
+                done();
+        });
+    });
+}
+
+void SecretStore::whenWritten(std::function<void()> fn)
+{
+    if (!m_queue) {
+        fn();
+        return;
+    }
+    m_queue->post(std::move(fn));
 }
 
 QString SecretStore::filePath() const

@@ -6,6 +6,7 @@
 #include <QString>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -54,6 +55,17 @@ public:
 
     bool usingKeyring() const { return m_usingKeyring; }
     QString filePath() const;
+    // The lock file that programs sharing these secrets take around changes
+    // that must not interleave (the refresh-token rotation).
+    QString lockFilePath() const;
+
+    // Reads the secrets again from where they live (another program may have
+    // changed them), then calls `done` on the main thread. Never synchronous.
+    void reload(const QObject* context, std::function<void()> done);
+
+    // Runs `fn` once the writes made so far have reached the keyring, on the
+    // keyring's worker thread (at once, here, when there is no keyring).
+    void whenWritten(std::function<void()> fn);
 
     // Waits (at most `bound`) until writes already handed to the keyring are
     // done. For the end of a command-line run, so a token is not lost at exit.
@@ -61,6 +73,9 @@ public:
 
 Q_SIGNALS:
     void usingKeyringChanged();
+    // The stored values changed other than through write()/remove(): a late
+    // keyring answer or a reload.
+    void valuesChanged();
 
 private:
     struct Shared;
@@ -70,6 +85,7 @@ private:
     void writeFile();
     QHash<QString, QString> readFile(QSet<QString>* removed = nullptr) const;
     void setUsingKeyring(bool on);
+    void replaceValues(const QHash<QString, QString>& values);
 
     Options m_options;
     QHash<QString, QString> m_values;

@@ -14,8 +14,6 @@ namespace sorv {
 class Settings {
 public:
     static inline const QString kServerKey = QStringLiteral("sorvelandrix_server");
-    static inline const QString kEmailKey = QStringLiteral("sorvelandrix_email");
-    static inline const QString kNameKey = QStringLiteral("sorvelandrix_name");
     static inline const QString kSpeechLocaleKey = QStringLiteral("speechLocale");
     static inline const QString kDefaultOrigin = QStringLiteral("https://sorvelandrix.com");
 

@@ -2,15 +2,20 @@
 
 #include "audio/audioengine.h"
 #include "audio/screencaptureaccess.h"
+#include "core/format.h"
 #include "core/log.h"
+#include "core/mainthread.h"
 #include "core/notify.h"
 #include "core/paths.h"
+#include "service/authmanager.h"
+#include "service/requestrules.h"
 
-#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
-#include <QPointer>
+#include <QFileInfo>
+
+#include <cmath>
 
 namespace sorv {
 
@@ -24,9 +29,6 @@ const QString kNoRecordingFile =
 const QString kSignInFirst = QStringLiteral("Sign in first, then tap Retry upload.");
 const QString kSelectedMicrophone = QStringLiteral("The selected microphone");
 
-// Screen capture confirmed once in this run: later starts skip the probe.
-bool s_screenCaptureConfirmed = false;
-
 } // namespace
 
 AudioRecorder::AudioRecorder(QObject* parent)
@@ -34,7 +36,7 @@ AudioRecorder::AudioRecorder(QObject* parent)
 {}
 
 AudioRecorder::AudioRecorder(std::unique_ptr<RecordingEngine> engine, QObject* parent)
-    : QObject(parent), m_engine(std::move(engine))
+    : QObject(parent), m_engine(std::move(engine)), m_self(this)
 {
     qRegisterMetaType<RecordingState>();
     qRegisterMetaType<InputDevice>();
@@ -44,26 +46,20 @@ AudioRecorder::AudioRecorder(std::unique_ptr<RecordingEngine> engine, QObject* p
             setElapsed(static_cast<double>(m_startTime.nsecsElapsed()) / 1e9);
     });
     // X11 lets every client capture: the probe answers at once.
-    m_screenProbe = [](std::function<void(ProbeResult)> done) { done(ProbeResult::Allowed); };
+    m_screenProbe = [](std::function<void(ProbeResult)> done) {
+        done(screenCapturePreflight() ? ProbeResult::Allowed : ProbeResult::Failed);
+    };
+    connect(&m_uploader, &RecordingUploader::progress, this,
+            [this](double fraction) { setState(RecordingState::uploading(fraction)); });
+    RecordingUploader::sweepStaleBodies();
     refreshInputDevices();
 }
 
 AudioRecorder::~AudioRecorder() = default;
 
-void AudioRecorder::onMain(const QPointer<AudioRecorder>& self, std::function<void()> fn)
+void AudioRecorder::onMain(std::function<void()> fn) const
 {
-    // Posted to the application object, which outlives us: the guard is
-    // checked on the main thread, where this object is destroyed.
-    QObject* context = QCoreApplication::instance();
-    if (!context)
-        return;
-    QMetaObject::invokeMethod(
-        context,
-        [self, fn = std::move(fn)] {
-            if (self)
-                fn();
-        },
-        Qt::QueuedConnection);
+    postToMainThread(m_self, std::move(fn));
 }
 
 // --- Published fields ------------------------------------------------------
@@ -82,6 +78,19 @@ void AudioRecorder::setState(const RecordingState& state)
         m_isProcessing = state.isProcessing();
         Q_EMIT isProcessingChanged();
     }
+    updateCanRetryUpload();
+}
+
+QString AudioRecorder::elapsedText() const
+{
+    return formatElapsed(m_elapsed);
+}
+
+QString AudioRecorder::uploadedRecordingUrl() const
+{
+    if (m_state.kind() != RecordingState::Kind::Uploaded || !m_state.id())
+        return {};
+    return recordingWebAddress(*m_state.id());
 }
 
 void AudioRecorder::setElapsed(double v)
@@ -109,6 +118,11 @@ void AudioRecorder::setMicSilent(bool v)
     setAndNotify(this, m_micSilent, v, &AudioRecorder::micSilentChanged);
 }
 
+void AudioRecorder::setSignInRequired(bool v)
+{
+    setAndNotify(this, m_signInRequired, v, &AudioRecorder::signInRequiredChanged);
+}
+
 // Optional texts: a null string is "none", distinct from an empty text.
 void AudioRecorder::setSystemAudioError(const QString& v)
 {
@@ -126,9 +140,37 @@ void AudioRecorder::setMicSilentMessage(const QString& v)
     setAndNotifyOptionalText(this, m_micSilentMessage, v, &AudioRecorder::micSilentMessageChanged);
 }
 
+void AudioRecorder::setPaths(const QString& output, const QString& wav, const QString& video)
+{
+    if (output == m_outputPath && wav == m_lastWavPath && video == m_lastVideoPath)
+        return;
+    m_outputPath = output;
+    m_lastWavPath = wav;
+    m_lastVideoPath = video;
+    Q_EMIT pathsChanged();
+    updateCanRetryUpload();
+}
+
+void AudioRecorder::setFailedUploadPath(const QString& path)
+{
+    if (path == m_failedUploadPath)
+        return;
+    m_failedUploadPath = path;
+    Q_EMIT pathsChanged();
+    updateCanRetryUpload();
+}
+
+void AudioRecorder::updateCanRetryUpload()
+{
+    const QString file = !m_failedUploadPath.isEmpty() ? m_failedUploadPath : m_outputPath;
+    const bool can =
+        m_state.kind() == RecordingState::Kind::Error && !file.isEmpty() && QFileInfo::exists(file);
+    setAndNotify(this, m_canRetryUpload, can, &AudioRecorder::canRetryUploadChanged);
+}
+
 // --- Start -----------------------------------------------------------------
 
-void AudioRecorder::requestStartRecording()
+void AudioRecorder::requestStartRecording(bool recordVideo)
 {
     const auto kind = m_state.kind();
     if (kind != RecordingState::Kind::Idle && kind != RecordingState::Kind::Uploaded &&
@@ -139,11 +181,11 @@ void AudioRecorder::requestStartRecording()
     setState(RecordingState::preparing());
     setMicSilent(false);
     setMicSilentMessage(QString());
+    setSignInRequired(false);
     refreshInputDevices();
 
-    const QPointer<AudioRecorder> self(this);
-    m_engine->requestMicrophoneAccess([this, self, session](bool granted) {
-        onMain(self, [this, session, granted] {
+    m_engine->requestMicrophoneAccess([this, session, recordVideo](bool granted) {
+        onMain([this, session, granted, recordVideo] {
             if (session != m_session)
                 return;
             if (!granted) {
@@ -151,57 +193,51 @@ void AudioRecorder::requestStartRecording()
                 return;
             }
             consoleLog(QStringLiteral("✅ Microphone permission granted"));
-            if (!m_tokenRefreshHook) {
-                continueAfterPermission(session);
+            // The session is refreshed beside the start, never before it: a
+            // slow or hanging service must not cost the meeting's first words.
+            if (m_authManager)
+                m_authManager->refreshAccessToken(this, [](bool) {});
+            // Only a recording that shows the screen needs screen capture;
+            // system audio needs no such permission on Linux.
+            if (!recordVideo) {
+                startEngine(session);
                 return;
             }
-            // The refresh's outcome does not matter here: the start goes on.
-            m_tokenRefreshHook([this, session, self = QPointer<AudioRecorder>(this)] {
-                onMain(self, [this, session] {
-                    if (session == m_session)
-                        continueAfterPermission(session);
-                });
-            });
+            if (m_screenCaptureConfirmed) {
+                setScreenAccessWarning(QString());
+                startEngine(session);
+                return;
+            }
+            probeScreenCapture(session, 1);
         });
     });
 }
 
-void AudioRecorder::continueAfterPermission(std::uint64_t session)
-{
-    if (s_screenCaptureConfirmed) {
-        setScreenAccessWarning(QString());
-        startEngine(session);
-        return;
-    }
-    probeScreenCapture(session, 1);
-}
-
 void AudioRecorder::probeScreenCapture(std::uint64_t session, int attempt)
 {
-    m_screenProbe(
-        [this, session, attempt, self = QPointer<AudioRecorder>(this)](ProbeResult result) {
-            onMain(self, [this, session, attempt, result] {
-                if (session != m_session)
-                    return;
-                if (result == ProbeResult::Allowed) {
-                    s_screenCaptureConfirmed = true;
-                    setScreenAccessWarning(QString());
-                    startEngine(session);
-                    return;
-                }
-                if (result == ProbeResult::Declined && attempt < kScreenProbeAttempts) {
-                    // Waits of 1, 2 and 3 s: consent given a moment ago takes a while to apply.
-                    QTimer::singleShot(attempt * 1000, this, [this, session, attempt] {
-                        if (session == m_session)
-                            probeScreenCapture(session, attempt + 1);
-                    });
-                    return;
-                }
-                // The recording still starts; system audio may then fail on its own.
-                setScreenAccessWarning(screenCaptureAdviceText());
+    m_screenProbe([this, session, attempt](ProbeResult result) {
+        onMain([this, session, attempt, result] {
+            if (session != m_session)
+                return;
+            if (result == ProbeResult::Allowed) {
+                m_screenCaptureConfirmed = true;
+                setScreenAccessWarning(QString());
                 startEngine(session);
-            });
+                return;
+            }
+            if (result == ProbeResult::Declined && attempt < kScreenProbeAttempts) {
+                // Waits of 1, 2 and 3 s: consent given a moment ago takes a while to apply.
+                QTimer::singleShot(attempt * 1000, this, [this, session, attempt] {
+                    if (session == m_session)
+                        probeScreenCapture(session, attempt + 1);
+                });
+                return;
+            }
+            // The recording still starts; the screen part may then fail on its own.
+            setScreenAccessWarning(screenCaptureAdviceText());
+            startEngine(session);
         });
+    });
 }
 
 QString AudioRecorder::nextRecordingPath() const
@@ -229,39 +265,37 @@ void AudioRecorder::startEngine(std::uint64_t session)
         setState(RecordingState::error(QStringLiteral("Could not create the recordings folder")));
         return;
     }
-    m_lastWavPath = wav;
-    m_outputPath = wav;
-    m_lastVideoPath.clear();
+    setPaths(wav, wav, QString());
 
-    const QPointer<AudioRecorder> self(this);
-    auto onUpdate = [this, self](const AudioEngineUpdate& update) {
-        onMain(self, [this, update] { applyUpdate(update); });
+    RecordingEngine::StartRequest request;
+    request.outputPath = wav;
+    request.deviceId = m_selectedInputDeviceID;
+    if (m_durationLimit > 0)
+        request.frameLimit = std::llround(m_durationLimit * kCommonSampleRate);
+    auto onUpdate = [this](const AudioEngineUpdate& update) {
+        onMain([this, update] { applyUpdate(update); });
     };
-    m_engine->start(wav, m_selectedInputDeviceID, onUpdate,
-                    [this, self, session, wav](std::optional<RecorderError> error) {
-                        onMain(self, [this, session, wav, error] {
-                            if (session != m_session ||
-                                m_state.kind() != RecordingState::Kind::Preparing) {
-                                // Abandoned while starting: do not leave capture running.
-                                if (!error) {
-                                    m_engine->stop([] {});
-                                    QFile::remove(wav);
-                                }
-                                return;
-                            }
-                            if (error) {
-                                m_outputPath.clear();
-                                m_lastWavPath.clear();
-                                m_lastVideoPath.clear();
-                                setState(RecordingState::error(error->description()));
-                                return;
-                            }
-                            m_startTime.start();
-                            setState(RecordingState::recording());
-                            startClock();
-                            refreshInputDevices();
-                        });
-                    });
+    m_engine->start(request, onUpdate, [this, session, wav](std::optional<RecorderError> error) {
+        onMain([this, session, wav, error] {
+            if (session != m_session || m_state.kind() != RecordingState::Kind::Preparing) {
+                // Abandoned while starting: do not leave capture running.
+                if (!error) {
+                    m_engine->stop([] {});
+                    QFile::remove(wav);
+                }
+                return;
+            }
+            if (error) {
+                setPaths({}, {}, {});
+                setState(RecordingState::error(error->description()));
+                return;
+            }
+            m_startTime.start();
+            setState(RecordingState::recording());
+            m_clock.start();
+            refreshInputDevices();
+        });
+    });
 }
 
 // --- Engine updates ----------------------------------------------------------
@@ -287,7 +321,7 @@ void AudioRecorder::applyUpdate(const AudioEngineUpdate& update)
             break;
         }
         QString message = *update.text;
-        for (const InputDevice& d : std::as_const(m_availableInputDevices)) {
+        for (const InputDevice& d : m_inputDevices.devices()) {
             if (d.id == m_selectedInputDeviceID && !d.name.isEmpty()) {
                 message.replace(kSelectedMicrophone, d.name);
                 break;
@@ -303,7 +337,36 @@ void AudioRecorder::applyUpdate(const AudioEngineUpdate& update)
     case Kind::FatalError:
         setState(RecordingState::error(update.text.value_or(QString())));
         break;
+    case Kind::RecordingFailed:
+        endAfterWriteFailure(update.text.value_or(QString()), update.flag);
+        break;
+    case Kind::DurationReached:
+        stopRecording();
+        break;
     }
+}
+
+void AudioRecorder::endAfterWriteFailure(const QString& message, bool somethingSaved)
+{
+    // The file takes no more audio: the recording is over, and says so.
+    if (m_state.kind() != RecordingState::Kind::Recording)
+        return;
+    const std::uint64_t session = ++m_session;
+    m_clock.stop();
+    rewireMixedBuffers();
+    setState(RecordingState::error(message));
+    const QString file = m_outputPath;
+    m_engine->stop([this, session, somethingSaved, file] {
+        onMain([this, session, somethingSaved, file] {
+            // An empty file is no recording: nothing is left to retry.
+            if (!somethingSaved) {
+                QFile::remove(file);
+                if (session == m_session)
+                    setPaths({}, {}, {});
+            }
+            updateCanRetryUpload();
+        });
+    });
 }
 
 // --- Stop, save, discard -----------------------------------------------------
@@ -313,11 +376,11 @@ void AudioRecorder::stopRecording()
     if (m_state.kind() != RecordingState::Kind::Recording)
         return;
     setState(RecordingState::stopping());
-    stopClock();
+    m_clock.stop();
     rewireMixedBuffers();
     const std::uint64_t session = m_session;
-    m_engine->stop([this, session, self = QPointer<AudioRecorder>(this)] {
-        onMain(self, [this, session] {
+    m_engine->stop([this, session] {
+        onMain([this, session] {
             if (session == m_session && m_state.kind() == RecordingState::Kind::Stopping)
                 setState(RecordingState::pendingSave());
         });
@@ -328,8 +391,50 @@ void AudioRecorder::saveRecording()
 {
     if (m_state.kind() != RecordingState::Kind::PendingSave || m_outputPath.isEmpty())
         return;
-    m_failedUploadPath.clear();
-    startUploadLater(m_outputPath);
+    setFailedUploadPath({});
+    const QString path = m_outputPath;
+    onMain([this, path] { uploadRecording(path); });
+}
+
+void AudioRecorder::uploadRecording(const QString& path)
+{
+    if (m_uploader.isRunning())
+        return;
+    setSignInRequired(false);
+    QStringList companions;
+    if (!m_lastWavPath.isEmpty() && m_lastWavPath != path)
+        companions << m_lastWavPath;
+    m_uploader.setAuthManager(m_authManager);
+    connect(
+        &m_uploader, &RecordingUploader::finished, this,
+        [this, path](const RecordingUploader::Outcome& outcome) { uploadFinished(path, outcome); },
+        Qt::SingleShotConnection);
+    m_uploader.upload(path, companions);
+}
+
+void AudioRecorder::uploadFinished(const QString& path, const RecordingUploader::Outcome& outcome)
+{
+    using Kind = RecordingUploader::Outcome::Kind;
+    if (outcome.keepForRetry)
+        setFailedUploadPath(path);
+    switch (outcome.kind) {
+    case Kind::Uploaded:
+        setFailedUploadPath({});
+        setState(RecordingState::uploaded(outcome.name, outcome.id));
+        break;
+    case Kind::SignInRequired:
+        setSignInRequired(true);
+        setState(RecordingState::error(outcome.message));
+        break;
+    case Kind::Failed:
+        setState(RecordingState::error(outcome.message));
+        break;
+    }
+}
+
+void AudioRecorder::cancelUpload()
+{
+    m_uploader.cancel();
 }
 
 void AudioRecorder::discardRecording()
@@ -340,9 +445,7 @@ void AudioRecorder::discardRecording()
         QFile::remove(m_outputPath);
     if (!m_lastWavPath.isEmpty() && m_lastWavPath != m_outputPath)
         QFile::remove(m_lastWavPath);
-    m_outputPath.clear();
-    m_lastVideoPath.clear();
-    m_lastWavPath.clear();
+    setPaths({}, {}, {});
     resetToIdle();
 }
 
@@ -353,28 +456,17 @@ void AudioRecorder::retryUpload()
         setState(RecordingState::error(kNoRecordingFile));
         return;
     }
-    if (!m_signedInCheck || !m_signedInCheck()) {
+    if (!m_authManager || !m_authManager->isLoggedIn()) {
         setState(RecordingState::error(kSignInFirst));
         return;
     }
-    startUploadLater(file);
-}
-
-void AudioRecorder::startUploadLater(const QString& path)
-{
-    // As its own step on the main thread, after the caller has returned.
-    onMain(QPointer<AudioRecorder>(this), [this, path] {
-        if (m_uploadHandler)
-            m_uploadHandler(path);
-        else
-            uploadRecording(path);
-    });
+    onMain([this, file] { uploadRecording(file); });
 }
 
 void AudioRecorder::resetToIdle()
 {
     ++m_session;
-    stopClock();
+    m_clock.stop();
     setState(RecordingState::idle());
     clearSessionFields();
 }
@@ -386,11 +478,22 @@ void AudioRecorder::clearSessionFields()
     setSystemLevel(0.0f);
     setScreenAccessWarning(QString());
     setSystemAudioError(QString());
-    m_failedUploadPath.clear();
-    s_screenCaptureConfirmed = false;
+    setFailedUploadPath({});
+    setSignInRequired(false);
+    m_screenCaptureConfirmed = false;
 }
 
-// --- Devices and mixed audio -------------------------------------------------
+// --- Session, devices and mixed audio ------------------------------------------
+
+void AudioRecorder::setAuthManager(AuthManager* auth)
+{
+    m_authManager = auth;
+}
+
+AuthManager* AudioRecorder::authManager() const
+{
+    return m_authManager;
+}
 
 void AudioRecorder::selectInputDevice(quint32 id)
 {
@@ -409,11 +512,8 @@ void AudioRecorder::selectInputDevice(quint32 id)
 
 void AudioRecorder::refreshInputDevices()
 {
-    const QList<InputDevice> devices = m_engine->listInputDevices();
-    if (devices == m_availableInputDevices)
-        return;
-    m_availableInputDevices = devices;
-    Q_EMIT availableInputDevicesChanged();
+    if (m_inputDevices.setDevices(m_engine->listInputDevices()))
+        Q_EMIT availableInputDevicesChanged();
 }
 
 void AudioRecorder::setOnMixedAudioBuffer(MixedBufferCallback callback)
@@ -424,21 +524,9 @@ void AudioRecorder::setOnMixedAudioBuffer(MixedBufferCallback callback)
 
 void AudioRecorder::rewireMixedBuffers()
 {
-    // The engine gets a copy of the consumer as it is now; later changes
-    // re-wire. The video recorder joins here once video mode exists.
+    // The engine gets the consumers as they are now; later changes re-wire.
+    // The transcript's consumer and the video recorder each get every buffer.
     m_engine->setMixedBufferCallback(m_onMixedAudioBuffer);
-}
-
-// --- Clock ------------------------------------------------------------------
-
-void AudioRecorder::startClock()
-{
-    m_clock.start();
-}
-
-void AudioRecorder::stopClock()
-{
-    m_clock.stop();
 }
 
 } // namespace sorv

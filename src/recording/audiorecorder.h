@@ -1,39 +1,39 @@
 #pragma once
 
 #include "audio/inputdevice.h"
+#include "audio/inputdevicemodel.h"
 #include "audio/recordingengine.h"
 #include "recording/recordingstate.h"
-#include "recording/uploadtransfer.h"
-#include "service/authmanager.h"
+#include "recording/recordinguploader.h"
 
 #include <QElapsedTimer>
 #include <QList>
 #include <QObject>
 #include <QPointer>
 #include <QString>
-#include <QStringList>
 #include <QTimer>
 
 #include <cstdint>
 #include <functional>
 #include <memory>
 
-class QUrl;
-class QNetworkRequest;
-
 namespace sorv {
+
+class AuthManager;
 
 // The controller the views drive for one recording at a time: session state,
 // microphone permission, file names, engine start and stop, the elapsed
 // clock, and the finished file waiting to be saved or discarded. Lives on the
 // main thread; every published field changes there. The engine is awaited
-// through callbacks that hop back here, never by blocking.
+// through callbacks that hop back here, never by blocking; the upload is the
+// RecordingUploader's, this controller only publishes its states.
 class AudioRecorder : public QObject {
     Q_OBJECT
     Q_PROPERTY(sorv::RecordingState state READ state NOTIFY stateChanged)
     Q_PROPERTY(bool isRecording READ isRecording NOTIFY isRecordingChanged)
     Q_PROPERTY(bool isProcessing READ isProcessing NOTIFY isProcessingChanged)
     Q_PROPERTY(double elapsed READ elapsed NOTIFY elapsedChanged)
+    Q_PROPERTY(QString elapsedText READ elapsedText NOTIFY elapsedChanged)
     Q_PROPERTY(float micLevel READ micLevel NOTIFY micLevelChanged)
     Q_PROPERTY(float systemLevel READ systemLevel NOTIFY systemLevelChanged)
     Q_PROPERTY(bool systemAudioActive READ systemAudioActive NOTIFY systemAudioActiveChanged)
@@ -44,20 +44,21 @@ class AudioRecorder : public QObject {
     Q_PROPERTY(QString micSilentMessage READ micSilentMessage NOTIFY micSilentMessageChanged)
     Q_PROPERTY(QList<sorv::InputDevice> availableInputDevices READ availableInputDevices NOTIFY
                    availableInputDevicesChanged)
+    Q_PROPERTY(sorv::InputDeviceModel* inputDevices READ inputDevices CONSTANT)
     Q_PROPERTY(quint32 selectedInputDeviceID READ selectedInputDeviceID NOTIFY
                    selectedInputDeviceIDChanged)
     Q_PROPERTY(bool isVideoMode READ isVideoMode NOTIFY isVideoModeChanged)
+    Q_PROPERTY(QString outputPath READ outputPath NOTIFY pathsChanged)
+    Q_PROPERTY(QString lastWavPath READ lastWavPath NOTIFY pathsChanged)
+    Q_PROPERTY(QString lastVideoPath READ lastVideoPath NOTIFY pathsChanged)
+    Q_PROPERTY(QString failedUploadPath READ failedUploadPath NOTIFY pathsChanged)
+    Q_PROPERTY(bool canRetryUpload READ canRetryUpload NOTIFY canRetryUploadChanged)
+    Q_PROPERTY(QString uploadedRecordingUrl READ uploadedRecordingUrl NOTIFY stateChanged)
+    Q_PROPERTY(bool signInRequired READ signInRequired NOTIFY signInRequiredChanged)
 
 public:
     using MixedBufferCallback = RecordingEngine::MixedBufferCallback;
-    // Refreshes the session's access token and calls `done` when finished,
-    // whatever the outcome (on any thread).
-    using TokenRefreshHook = std::function<void(std::function<void()> done)>;
-    // Whether a session is signed in (for Retry upload).
-    using SignedInCheck = std::function<bool()>;
-    // Hands a finished recording to the upload.
-    using UploadHandler = std::function<void(const QString& path)>;
-    // One screen-capture access probe; answers on any thread.
+    // One screen-capture access probe (video mode); answers on any thread.
     enum class ProbeResult { Allowed, Declined, Failed };
     using ScreenCaptureProbe = std::function<void(std::function<void(ProbeResult)> done)>;
 
@@ -73,6 +74,7 @@ public:
     bool isRecording() const { return m_isRecording; }
     bool isProcessing() const { return m_isProcessing; }
     double elapsed() const { return m_elapsed; }
+    QString elapsedText() const;
     float micLevel() const { return m_micLevel; }
     float systemLevel() const { return m_systemLevel; }
     bool systemAudioActive() const { return m_systemAudioActive; }
@@ -81,7 +83,8 @@ public:
     QString screenAccessWarning() const { return m_screenAccessWarning; }
     bool micSilent() const { return m_micSilent; }
     QString micSilentMessage() const { return m_micSilentMessage; }
-    QList<InputDevice> availableInputDevices() const { return m_availableInputDevices; }
+    QList<InputDevice> availableInputDevices() const { return m_inputDevices.devices(); }
+    InputDeviceModel* inputDevices() { return &m_inputDevices; }
     quint32 selectedInputDeviceID() const { return m_selectedInputDeviceID; }
     bool isVideoMode() const { return m_isVideoMode; }
 
@@ -90,31 +93,39 @@ public:
     QString lastWavPath() const { return m_lastWavPath; }
     QString lastVideoPath() const { return m_lastVideoPath; }
     QString failedUploadPath() const { return m_failedUploadPath; }
+    // An error screen may offer "Retry upload": a file to send still exists.
+    bool canRetryUpload() const { return m_canRetryUpload; }
+    // Where the uploaded recording is shown on the service's web site (empty
+    // unless the state is uploaded with an id).
+    QString uploadedRecordingUrl() const;
+    // The last upload ended because the session did: sign in, then retry.
+    bool signInRequired() const { return m_signInRequired; }
 
-    // The session: refreshed before each start, and used by the upload.
-    // Installs the token-refresh hook and the signed-in check.
+    // The session the upload uses; its refresh runs beside each start.
     void setAuthManager(AuthManager* auth);
-    AuthManager* authManager() const { return m_authManager; }
+    AuthManager* authManager() const;
 
-    void setTokenRefreshHook(TokenRefreshHook hook) { m_tokenRefreshHook = std::move(hook); }
-    void setSignedInCheck(SignedInCheck check) { m_signedInCheck = std::move(check); }
-    void setUploadHandler(UploadHandler handler) { m_uploadHandler = std::move(handler); }
+    // Video mode only: the screen-capture probe (X11 allows at once).
     void setScreenCaptureProbe(ScreenCaptureProbe probe) { m_screenProbe = std::move(probe); }
 
     // The live-transcript consumers' tap on the mixed audio; called on the
     // audio queue, so it must copy what it keeps and touch nothing here.
     void setOnMixedAudioBuffer(MixedBufferCallback callback);
 
-    RecordingEngine& engine() { return *m_engine; }
+    // Later recordings stop by themselves once the file holds this many
+    // seconds, measured on the audio itself (0: until stopped).
+    void setDurationLimit(double seconds) { m_durationLimit = seconds; }
 
 public Q_SLOTS:
-    void requestStartRecording();
+    void requestStartRecording(bool recordVideo = false);
     void stopRecording();
     void saveRecording();
     // Sends a recording to the service (the Save and Retry paths).
     void uploadRecording(const QString& path);
     void discardRecording();
     void retryUpload();
+    // Stops an upload under way; the recording is kept for Retry.
+    void cancelUpload();
     void resetToIdle();
     void selectInputDevice(quint32 id);
     void refreshInputDevices();
@@ -134,26 +145,11 @@ Q_SIGNALS:
     void availableInputDevicesChanged();
     void selectedInputDeviceIDChanged();
     void isVideoModeChanged();
+    void pathsChanged();
+    void canRetryUploadChanged();
+    void signInRequiredChanged();
 
 private:
-    struct UploadParameters {
-        QString boundary;
-        QString filename;
-        QString contentType;
-        QStringList companions;
-    };
-
-    void startUploadLater(const QString& path);
-    void beginUpload(const QString& path);
-    void performUpload(const QString& recordingPath, bool allowAuthRetry, const QString& bodyPath,
-                       const UploadParameters& params);
-    void sendUpload(const QString& recordingPath, bool allowAuthRetry, const QString& bodyPath,
-                    const UploadParameters& params, const QUrl& url);
-    void finishUpload(const QString& recordingPath, bool allowAuthRetry, const QString& bodyPath,
-                      const UploadParameters& params, const UploadTransfer::Answer& answer);
-    QNetworkRequest uploadRequest(const QUrl& url, const QString& boundary,
-                                  bool firstAttempt) const;
-
     void setState(const RecordingState& state);
     void setElapsed(double v);
     void setMicLevel(float v);
@@ -163,22 +159,26 @@ private:
     void setScreenAccessWarning(const QString& v);
     void setMicSilent(bool v);
     void setMicSilentMessage(const QString& v);
+    void setSignInRequired(bool v);
+    void setPaths(const QString& output, const QString& wav, const QString& video);
+    void setFailedUploadPath(const QString& path);
+    void updateCanRetryUpload();
 
-    void continueAfterPermission(std::uint64_t session);
     void probeScreenCapture(std::uint64_t session, int attempt);
     void startEngine(std::uint64_t session);
     void applyUpdate(const AudioEngineUpdate& update);
-    void startClock();
-    void stopClock();
+    void endAfterWriteFailure(const QString& message, bool somethingSaved);
+    void uploadFinished(const QString& path, const RecordingUploader::Outcome& outcome);
     void rewireMixedBuffers();
     void clearSessionFields();
     QString nextRecordingPath() const;
 
     // Runs fn on the main thread later, unless the recorder is gone by then.
-    // `self` is taken on the main thread, when the callback is made.
-    static void onMain(const QPointer<AudioRecorder>& self, std::function<void()> fn);
+    void onMain(std::function<void()> fn) const;
 
     std::unique_ptr<RecordingEngine> m_engine;
+    RecordingUploader m_uploader;
+    InputDeviceModel m_inputDevices;
 
     RecordingState m_state;
     bool m_isRecording = false;
@@ -191,9 +191,10 @@ private:
     QString m_screenAccessWarning;
     bool m_micSilent = false;
     QString m_micSilentMessage;
-    QList<InputDevice> m_availableInputDevices;
     quint32 m_selectedInputDeviceID = 0;
     bool m_isVideoMode = false;
+    bool m_canRetryUpload = false;
+    bool m_signInRequired = false;
 
     QString m_outputPath;
     QString m_lastWavPath;
@@ -201,13 +202,12 @@ private:
     QString m_failedUploadPath;
 
     MixedBufferCallback m_onMixedAudioBuffer;
-    TokenRefreshHook m_tokenRefreshHook;
-    SignedInCheck m_signedInCheck;
-    UploadHandler m_uploadHandler;
     ScreenCaptureProbe m_screenProbe;
     QPointer<AuthManager> m_authManager;
-    // The running transfer; it lives as long as the transfer does.
-    QPointer<UploadTransfer> m_uploadDelegate;
+    QPointer<const QObject> m_self; // for callbacks from other threads
+    // Screen capture was confirmed in this run: later video starts skip the probe.
+    bool m_screenCaptureConfirmed = false;
+    double m_durationLimit = 0.0;
 
     QTimer m_clock;
     QElapsedTimer m_startTime;

@@ -1,20 +1,13 @@
 #include "uploadbody.h"
 
-#include "core/paths.h"
-
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QUuid>
 
-#include <memory>
+#include <cstring>
 
 namespace sorv {
-
-namespace {
-constexpr qint64 kChunkSize = 1'048'576;
-}
 
 QString makeUploadBoundary()
 {
@@ -34,66 +27,6 @@ QString uploadContentType(const QString& filePath)
     return QStringLiteral("application/octet-stream");
 }
 
-QString stageMultipartBody(const QString& boundary, const QString& fieldName,
-                           const QString& filename, const QString& contentType,
-                           const QString& filePath, QString* error)
-{
-    auto fail = [error](const QString& message) {
-        if (error)
-            *error = message;
-        return QString();
-    };
-
-    QString dir = recordingsDirectory();
-    if (dir.isEmpty())
-        dir = QFileInfo(filePath).absolutePath();
-    const QString bodyPath = dir + QStringLiteral("/sorvelandrix-upload-") +
-                             QUuid::createUuid().toString(QUuid::WithoutBraces) +
-                             QStringLiteral(".body");
-
-    QFile source(filePath);
-    if (!source.open(QIODevice::ReadOnly))
-        return fail(QStringLiteral("%1: %2").arg(filePath, source.errorString()));
-
-    QFile body(bodyPath);
-    if (!body.open(QIODevice::WriteOnly | QIODevice::NewOnly))
-        return fail(QStringLiteral("Could not create staging file at %1").arg(bodyPath));
-    body.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-
-    auto abandon = [&](const QString& message) {
-        body.close();
-        QFile::remove(bodyPath);
-        return fail(message);
-    };
-
-    const QByteArray head = "--" + boundary.toUtf8() + "\r\n" +
-                            "Content-Disposition: form-data; name=\"" + fieldName.toUtf8() +
-                            "\"; filename=\"" + filename.toUtf8() + "\"\r\n" +
-                            "Content-Type: " + contentType.toUtf8() + "\r\n" + "\r\n";
-    if (body.write(head) != head.size())
-        return abandon(body.errorString());
-
-    // One chunk in memory at a time, whatever the recording's length.
-    const auto chunk = std::make_unique<char[]>(kChunkSize);
-    for (;;) {
-        const qint64 got = source.read(chunk.get(), kChunkSize);
-        if (got < 0)
-            return abandon(QStringLiteral("%1: %2").arg(filePath, source.errorString()));
-        if (got == 0)
-            break;
-        if (body.write(chunk.get(), got) != got)
-            return abandon(body.errorString());
-    }
-
-    const QByteArray tail = "\r\n--" + boundary.toUtf8() + "--\r\n";
-    if (body.write(tail) != tail.size() || !body.flush())
-        return abandon(body.errorString());
-    body.close();
-    if (body.error() != QFileDevice::NoError)
-        return abandon(body.errorString());
-    return bodyPath;
-}
-
 QString uploadFailureMessage(const QByteArray& data, int status)
 {
     const QJsonDocument doc = QJsonDocument::fromJson(data);
@@ -106,6 +39,92 @@ QString uploadFailureMessage(const QByteArray& data, int status)
         return QStringLiteral("Upload failed (HTTP 401). Your sign-in expired — use the profile "
                               "menu to sign in again, then Retry upload.");
     return QStringLiteral("Upload failed (HTTP %1)").arg(status);
+}
+
+QByteArray MultipartBodyDevice::partHeader(const QString& boundary, const QString& fieldName,
+                                           const QString& filename, const QString& contentType)
+{
+    return "--" + boundary.toUtf8() + "\r\n" + "Content-Disposition: form-data; name=\"" +
+           fieldName.toUtf8() + "\"; filename=\"" + filename.toUtf8() + "\"\r\n" +
+           "Content-Type: " + contentType.toUtf8() + "\r\n" + "\r\n";
+}
+
+QByteArray MultipartBodyDevice::closingDelimiter(const QString& boundary)
+{
+    return "\r\n--" + boundary.toUtf8() + "--\r\n";
+}
+
+MultipartBodyDevice::MultipartBodyDevice(const QString& filePath, const QString& boundary,
+                                         const QString& fieldName, const QString& filename,
+                                         const QString& contentType, QObject* parent)
+    : QIODevice(parent), m_file(filePath),
+      m_head(partHeader(boundary, fieldName, filename, contentType)),
+      m_tail(closingDelimiter(boundary))
+{}
+
+bool MultipartBodyDevice::open(OpenMode mode)
+{
+    if (mode != ReadOnly) {
+        setErrorString(QStringLiteral("the body can only be read"));
+        return false;
+    }
+    if (!m_file.open(QIODevice::ReadOnly)) {
+        setErrorString(QStringLiteral("%1: %2").arg(m_file.fileName(), m_file.errorString()));
+        return false;
+    }
+    m_fileSize = m_file.size();
+    m_position = 0;
+    return QIODevice::open(mode);
+}
+
+void MultipartBodyDevice::close()
+{
+    m_file.close();
+    QIODevice::close();
+}
+
+qint64 MultipartBodyDevice::bytesAvailable() const
+{
+    return totalSize() - m_position + QIODevice::bytesAvailable();
+}
+
+bool MultipartBodyDevice::atEnd() const
+{
+    return m_position >= totalSize() && QIODevice::bytesAvailable() == 0;
+}
+
+qint64 MultipartBodyDevice::readData(char* data, qint64 maxSize)
+{
+    qint64 done = 0;
+    const auto fromBuffer = [&](const QByteArray& bytes, qint64 offset) {
+        const qint64 n = std::min(maxSize - done, bytes.size() - offset);
+        std::memcpy(data + done, bytes.constData() + offset, static_cast<size_t>(n));
+        done += n;
+        m_position += n;
+    };
+    while (done < maxSize && m_position < totalSize()) {
+        if (m_position < m_head.size()) {
+            fromBuffer(m_head, m_position);
+        } else if (m_position < m_head.size() + m_fileSize) {
+            const qint64 got = m_file.read(
+                data + done, std::min(maxSize - done, m_head.size() + m_fileSize - m_position));
+            if (got <= 0) {
+                // The recording changed or vanished under us: end the body
+                // with an error rather than send something else.
+                setErrorString(QStringLiteral("%1: %2").arg(
+                    m_file.fileName(),
+                    got < 0 ? m_file.errorString() : QStringLiteral("the file became shorter")));
+                return done > 0 ? done : -1;
+            }
+            done += got;
+            m_position += got;
+        } else {
+            fromBuffer(m_tail, m_position - m_head.size() - m_fileSize);
+        }
+    }
+    if (done == 0 && m_position >= totalSize())
+        return -1;
+    return done;
 }
 
 } // namespace sorv

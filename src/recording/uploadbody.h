@@ -1,13 +1,11 @@
 #pragma once
 
 #include <QByteArray>
+#include <QFile>
+#include <QIODevice>
 #include <QString>
 
 namespace sorv {
-
-// The multipart body of an upload is staged in a file next to the recordings
-// and streamed from there, so a recording of any length is never held in
-// memory.
 
 // "sorvelandrix-" + an upper-case UUID: 49 characters.
 QString makeUploadBoundary();
@@ -15,14 +13,47 @@ QString makeUploadBoundary();
 // By the file's extension, compared in lower case.
 QString uploadContentType(const QString& filePath);
 
-// Writes the body file: one "file" part holding the recording's bytes
-// unchanged, copied 1 MiB at a time. Returns the body file's path, or an
-// empty string with *error set (a partly written body is removed).
-QString stageMultipartBody(const QString& boundary, const QString& fieldName,
-                           const QString& filename, const QString& contentType,
-                           const QString& filePath, QString* error);
-
 // The message for a refused upload: the service's "detail" when it gives one.
 QString uploadFailureMessage(const QByteArray& data, int status);
+
+// The multipart body of an upload, produced while it is sent: the one "file"
+// part's header, the recording's bytes read straight from its file, and the
+// closing delimiter. Nothing is copied to disk first and only one read's
+// worth is in memory, whatever the recording's length. It reads once, from
+// start to end (a retry builds a new one with the same boundary), so the
+// network stack can never send it twice on its own.
+class MultipartBodyDevice : public QIODevice {
+public:
+    MultipartBodyDevice(const QString& filePath, const QString& boundary, const QString& fieldName,
+                        const QString& filename, const QString& contentType,
+                        QObject* parent = nullptr);
+
+    // Opens the recording. False with errorString() when it cannot be read.
+    bool open(OpenMode mode = ReadOnly) override;
+    void close() override;
+
+    // The whole body's length, for Content-Length.
+    qint64 totalSize() const { return m_head.size() + m_fileSize + m_tail.size(); }
+
+    bool isSequential() const override { return true; }
+    qint64 bytesAvailable() const override;
+    bool atEnd() const override;
+    bool reset() override { return false; }
+
+    static QByteArray partHeader(const QString& boundary, const QString& fieldName,
+                                 const QString& filename, const QString& contentType);
+    static QByteArray closingDelimiter(const QString& boundary);
+
+protected:
+    qint64 readData(char* data, qint64 maxSize) override;
+    qint64 writeData(const char*, qint64) override { return -1; }
+
+private:
+    QFile m_file;
+    QByteArray m_head;
+    QByteArray m_tail;
+    qint64 m_fileSize = 0;
+    qint64 m_position = 0; // in the whole body
+};
 
 } // namespace sorv

@@ -19,22 +19,37 @@ QNetworkRequest APIClient::authorizedRequest(const QUrl& url) const
 void APIClient::fetchMeetings(const QObject* context,
                               std::function<void(QList<Meeting>)> done) const
 {
+    fetchMeetingsResult(context, [done](const ApiResult<QList<Meeting>>& result) {
+        if (!result.ok()) {
+            consoleLog(
+                QStringLiteral("Fetch meetings error: %1").arg(result.error().description()));
+            done({});
+            return;
+        }
+        done(result.value());
+    });
+}
+
+void APIClient::fetchMeetingsResult(const QObject* context,
+                                    std::function<void(ApiResult<QList<Meeting>>)> done) const
+{
     const std::optional<QUrl> url = endpointUrl(QStringLiteral("/api/meetings"));
     if (!url) {
-        QTimer::singleShot(0, context, [done] { done({}); });
+        QTimer::singleShot(0, context, [done] { done(APIError::invalidURL()); });
         return;
     }
     sendRequest("GET", authorizedRequest(*url), {}, context, [done](const HttpAnswer& answer) {
         // The status is not looked at: a body that is not a meeting list is the failure.
-        QString error = answer.errorText;
-        std::optional<QList<Meeting>> meetings;
-        if (!answer.transportError) {
-            if (const std::optional<QJsonValue> json = parseJsonBody(answer.body, &error))
-                meetings = meetingsFromJson(*json, &error);
+        if (answer.transportError) {
+            done(APIError::transport(answer.errorText));
+            return;
         }
+        QString error;
+        std::optional<QList<Meeting>> meetings;
+        if (const std::optional<QJsonValue> json = parseJsonBody(answer.body, &error))
+            meetings = meetingsFromJson(*json, &error);
         if (!meetings) {
-            consoleLog(QStringLiteral("Fetch meetings error: %1").arg(error));
-            done({});
+            done(APIError::decoding(error));
             return;
         }
         done(*meetings);
@@ -87,8 +102,10 @@ void APIClient::joinMeeting(const QString& meetingURL, const QString& botName,
 void APIClient::stopMeeting(const QString& id, const QObject* context,
                             std::function<void(std::optional<APIError>)> done) const
 {
+    // An id is one path segment, whatever it holds.
     const std::optional<QUrl> url =
-        endpointUrl(QStringLiteral("/api/meetings/") + id + QStringLiteral("/stop"));
+        endpointUrl(QStringLiteral("/api/meetings/") +
+                    QString::fromLatin1(QUrl::toPercentEncoding(id)) + QStringLiteral("/stop"));
     if (!url) {
         QTimer::singleShot(0, context, [done] { done(APIError::invalidURL()); });
         return;

@@ -27,9 +27,13 @@ public:
 
     // Never fails: any failure gives an empty list (and a console line).
     void fetchMeetings(const QObject* context, std::function<void(QList<Meeting>)> done) const;
+    // The same request, for callers that must tell an empty list from a
+    // failed one.
+    void fetchMeetingsResult(const QObject* context,
+                             std::function<void(ApiResult<QList<Meeting>>)> done) const;
     void joinMeeting(const QString& meetingURL, const QString& botName, const QObject* context,
                      std::function<void(ApiResult<Meeting>)> done) const;
-    // None on success.
+    // None on success. The id is percent-encoded into the path.
     void stopMeeting(const QString& id, const QObject* context,
                      std::function<void(std::optional<APIError>)> done) const;
 

@@ -1,16 +1,15 @@
 #include "authmanager.h"
 
-#include "core/notify.h"
-
 #include "core/log.h"
+#include "core/notify.h"
 #include "core/secretstore.h"
 #include "core/settings.h"
 #include "service/network.h"
+#include "service/recordingsmodel.h"
 #include "service/requestrules.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkReply>
 #include <QStringDecoder>
 #include <QTimer>
 #include <QUuid>
@@ -46,10 +45,19 @@ QString bodyPreview(const QByteArray& body)
     return decoder.hasError() ? QStringLiteral("<binary>") : text;
 }
 
+QNetworkRequest jsonRequest(const QUrl& url, int timeoutMs = Timeouts::kServiceMs)
+{
+    QNetworkRequest request = serviceRequest(url);
+    request.setTransferTimeout(timeoutMs);
+    request.setRawHeader("Content-Type", "application/json");
+    return request;
+}
+
 } // namespace
 
 AuthManager::AuthManager(SecretStore& secrets, QObject* parent)
-    : QObject(parent), m_secrets(secrets)
+    : QObject(parent), m_secrets(secrets), m_refreshLock(secrets.lockFilePath()),
+      m_recordings(std::make_unique<RecordingsModel>(*this))
 {
     // An older version kept the access token in the settings file.
     const QString legacy = Settings::value(tokenKey).toString();
@@ -57,14 +65,33 @@ AuthManager::AuthManager(SecretStore& secrets, QObject* parent)
         m_secrets.write(tokenKey, legacy);
         Settings::remove(tokenKey);
     }
-    if (!accessToken().isEmpty()) {
-        m_isLoggedIn = true;
-        m_userEmail = Settings::value(emailKey).toString();
-        m_userName = Settings::value(nameKey).toString();
-    }
+    adoptStoredSession();
+    // The keyring may answer after the start-up wait, with a session in it.
+    connect(&m_secrets, &SecretStore::valuesChanged, this, [this] {
+        if (!m_isLoggedIn)
+            adoptStoredSession();
+    });
+    connect(this, &AuthManager::userNameChanged, this, &AuthManager::displayNameChanged);
+    connect(this, &AuthManager::userEmailChanged, this, &AuthManager::displayNameChanged);
 }
 
 AuthManager::~AuthManager() = default;
+
+void AuthManager::adoptStoredSession()
+{
+    if (accessToken().isEmpty())
+        return;
+    setUserEmail(Settings::value(emailKey).toString());
+    setUserName(Settings::value(nameKey).toString());
+    setIsLoggedIn(true);
+}
+
+QString AuthManager::displayName() const
+{
+    if (m_userName.isEmpty())
+        return m_userEmail;
+    return QStringLiteral("%1 <%2>").arg(m_userName, m_userEmail);
+}
 
 QString AuthManager::accessToken() const
 {
@@ -81,7 +108,7 @@ QString AuthManager::deviceId()
     const QString stored = m_secrets.read(deviceIdKey).value_or(QString());
     if (!stored.isEmpty())
         return stored;
-    const QString created = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+    QString created = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
     m_secrets.write(deviceIdKey, created);
     return created;
 }
@@ -132,15 +159,11 @@ void AuthManager::setPendingMfa(const QString& challengeId, const QString& maske
                                 const QString& email)
 {
     m_pendingMfaEmail = email;
-    if (m_pendingMfaMaskedEmail != maskedEmail) {
-        m_pendingMfaMaskedEmail = maskedEmail;
-        Q_EMIT pendingMfaMaskedEmailChanged();
-    }
+    setAndNotify(this, m_pendingMfaMaskedEmail, maskedEmail,
+                 &AuthManager::pendingMfaMaskedEmailChanged);
     // Last: views switch to the code field on this change and read the rest.
-    if (m_pendingMfaChallengeId != challengeId) {
-        m_pendingMfaChallengeId = challengeId;
-        Q_EMIT pendingMfaChallengeIdChanged();
-    }
+    setAndNotify(this, m_pendingMfaChallengeId, challengeId,
+                 &AuthManager::pendingMfaChallengeIdChanged);
 }
 
 // ---- sign-in ---------------------------------------------------------------
@@ -155,8 +178,7 @@ void AuthManager::login(const QString& email, const QString& password)
         setIsLoggingIn(false);
         return;
     }
-    QNetworkRequest request = serviceRequest(*url);
-    request.setRawHeader("Content-Type", "application/json");
+    QNetworkRequest request = jsonRequest(*url);
     request.setRawHeader("X-Device-Id", deviceId().toUtf8());
     const QByteArray body =
         jsonBody({{QStringLiteral("email"), email}, {QStringLiteral("password"), password}});
@@ -177,10 +199,9 @@ void AuthManager::login(const QString& email, const QString& password)
                 applyTokenResponse(answer.body, email);
             }
         } else if (answer.status == 429) {
-            const QByteArray retryAfter = answer.header("Retry-After");
             setLoginError(QStringLiteral("Too many failed attempts. Try again in %1s.")
-                              .arg(answer.reply && answer.reply->hasRawHeader("Retry-After")
-                                       ? QString::fromUtf8(retryAfter)
+                              .arg(answer.hasHeader("Retry-After")
+                                       ? QString::fromUtf8(answer.header("Retry-After"))
                                        : QStringLiteral("?")));
         } else {
             setLoginError(
@@ -203,8 +224,7 @@ void AuthManager::verifyMfa(const QString& code)
         setIsLoggingIn(false);
         return;
     }
-    QNetworkRequest request = serviceRequest(*url);
-    request.setRawHeader("Content-Type", "application/json");
+    QNetworkRequest request = jsonRequest(*url);
     request.setRawHeader("X-Device-Id", deviceId().toUtf8());
     const QByteArray body = jsonBody({{QStringLiteral("challenge_id"), m_pendingMfaChallengeId},
                                       {QStringLiteral("code"), code}});
@@ -219,6 +239,12 @@ void AuthManager::verifyMfa(const QString& code)
         }
         setIsLoggingIn(false);
     });
+}
+
+void AuthManager::cancelMfa()
+{
+    setPendingMfa({}, {}, {});
+    setLoginError({});
 }
 
 void AuthManager::applyTokenResponse(const QByteArray& body, const QString& typedEmail)
@@ -250,79 +276,150 @@ void AuthManager::applyTokenResponse(const QByteArray& body, const QString& type
 
 // ---- tokens ------------------------------------------------------------------
 
-void AuthManager::verifyAccessToken(const QObject* context, std::function<void(bool)> done)
+void AuthManager::checkAccessToken(const QObject* context,
+                                   std::function<void(TokenCheck, const QString&)> done)
 {
     const QString token = accessToken();
     const std::optional<QUrl> url = endpointUrl(QStringLiteral("/api/auth/me"));
-    if (token.isEmpty() || !url) {
-        later(context, [done] { done(false); });
+    if (token.isEmpty()) {
+        later(context, [done] { done(TokenCheck::Rejected, QString()); });
+        return;
+    }
+    if (!url) {
+        later(context,
+              [done] { done(TokenCheck::Unreachable, QStringLiteral("Invalid server URL")); });
         return;
     }
     QNetworkRequest request = serviceRequest(*url);
-    request.setRawHeader("Authorization", "Bearer " + token.toUtf8());
-    sendRequest("GET", request, {}, context ? context : this,
-                [done](const HttpAnswer& answer) { done(answer.isHttp && answer.status == 200); });
+    setBearer(request, token);
+    sendRequest("GET", request, {}, context ? context : this, [done](const HttpAnswer& answer) {
+        if (answer.isHttp && answer.status == 200)
+            done(TokenCheck::Valid, QString());
+        else if (answer.isHttp && answer.status == 401)
+            done(TokenCheck::Rejected, QString());
+        else if (answer.isHttp)
+            done(TokenCheck::Unreachable,
+                 detailOf(answer.body).value_or(QStringLiteral("HTTP %1").arg(answer.status)));
+        else
+            done(TokenCheck::Unreachable, answer.errorText);
+    });
+}
+
+void AuthManager::verifyAccessToken(const QObject* context, std::function<void(bool)> done)
+{
+    checkAccessToken(
+        context, [done](TokenCheck check, const QString&) { done(check == TokenCheck::Valid); });
 }
 
 void AuthManager::refreshAccessToken(const QObject* context, std::function<void(bool)> done)
 {
-    m_refreshWaiters.push_back({context ? context : this, std::move(done)});
-    if (m_refreshRunning)
-        return;
-
-    m_refreshRunning = true;
-    const QString refresh = refreshToken();
-    const std::optional<QUrl> url = endpointUrl(QStringLiteral("/api/auth/refresh"));
-    if (refresh.isEmpty() || !url) {
-        later(this, [this] { finishRefresh(false); });
-        return;
-    }
-    QNetworkRequest request = serviceRequest(*url);
-    request.setTransferTimeout(10000);
-    request.setRawHeader("Content-Type", "application/json");
-    const QByteArray body = jsonBody({{QStringLiteral("refresh_token"), refresh}});
-    sendRequest("POST", request, body, this, [this](const HttpAnswer& answer) {
-        if (!answer.isHttp) {
-            consoleLog(
-                QStringLiteral("⚠️ Token refresh failed: %1")
-                    .arg(answer.transportError ? answer.errorText : QStringLiteral("no response")));
-            finishRefresh(false);
-            return;
-        }
-        if (answer.status == 200) {
-            const QJsonObject object = jsonObject(answer.body).value_or(QJsonObject());
-            const QJsonValue token = object.value(QLatin1String("token"));
-            if (!token.isString()) {
-                finishRefresh(false);
-                return;
-            }
-            m_secrets.write(tokenKey, token.toString());
-            const QJsonValue rotated = object.value(QLatin1String("refresh_token"));
-            if (rotated.isString())
-                m_secrets.write(refreshKey, rotated.toString());
-            consoleLog(QStringLiteral("🔑 Access token refreshed"));
-            finishRefresh(true);
-            return;
-        }
-        if (answer.status == 401) {
-            consoleLog(QStringLiteral("🔑 Refresh refused: the session has ended"));
-            expireSession(kExpiredBanner);
-        } else {
-            consoleLog(QStringLiteral("⚠️ Token refresh failed: HTTP %1").arg(answer.status));
-        }
-        finishRefresh(false);
+    refreshAccessToken(context, [done = std::move(done)](RefreshOutcome outcome) {
+        done(outcome == RefreshOutcome::Refreshed);
     });
 }
 
-void AuthManager::finishRefresh(bool result)
+void AuthManager::refreshAccessToken(const QObject* context,
+                                     std::function<void(RefreshOutcome)> done)
 {
+    m_refreshWaiters.push_back({context ? context : this, std::move(done)});
+    if (m_refreshRunning)
+        return;
+    m_refreshRunning = true;
+
+    // Another program (the application beside the command line) may rotate
+    // the same refresh token: one at a time, and whoever comes second uses
+    // what the first one got instead of presenting a token already spent.
+    const QString known = refreshToken();
+    m_refreshLock.acquire(this, [this, known](bool held) {
+        if (!held) {
+            consoleLog(QStringLiteral("⚠️ Token refresh failed: another program holds the "
+                                      "session lock (%1)")
+                           .arg(m_refreshLock.path()));
+            finishRefresh(RefreshOutcome::Failed);
+            return;
+        }
+        m_secrets.reload(this, [this, known] { refreshUnderLock(known); });
+    });
+}
+
+void AuthManager::refreshUnderLock(const QString& knownRefreshToken)
+{
+    const QString refresh = refreshToken();
+    if (refresh.isEmpty()) {
+        finishRefresh(RefreshOutcome::NoRefreshToken);
+        return;
+    }
+    if (refresh != knownRefreshToken && !accessToken().isEmpty()) {
+        consoleLog(QStringLiteral("🔑 Access token refreshed by another program; using it"));
+        adoptStoredSession();
+        finishRefresh(RefreshOutcome::Refreshed);
+        return;
+    }
+    const std::optional<QUrl> url = endpointUrl(QStringLiteral("/api/auth/refresh"));
+    if (!url) {
+        finishRefresh(RefreshOutcome::Failed);
+        return;
+    }
+    const QByteArray body = jsonBody({{QStringLiteral("refresh_token"), refresh}});
+    sendRequest(
+        "POST", jsonRequest(*url, Timeouts::kRefreshMs), body, this,
+        [this, refresh](const HttpAnswer& answer) {
+            if (!answer.isHttp) {
+                consoleLog(QStringLiteral("⚠️ Token refresh failed: %1")
+                               .arg(answer.transportError ? answer.errorText
+                                                          : QStringLiteral("no response")));
+                finishRefresh(RefreshOutcome::Failed);
+                return;
+            }
+            if (answer.status == 200) {
+                const QJsonObject object = jsonObject(answer.body).value_or(QJsonObject());
+                const QJsonValue token = object.value(QLatin1String("token"));
+                if (!token.isString()) {
+                    finishRefresh(RefreshOutcome::Failed);
+                    return;
+                }
+                m_secrets.write(tokenKey, token.toString());
+                const QJsonValue rotated = object.value(QLatin1String("refresh_token"));
+                if (rotated.isString())
+                    m_secrets.write(refreshKey, rotated.toString());
+                consoleLog(QStringLiteral("🔑 Access token refreshed"));
+                finishRefresh(RefreshOutcome::Refreshed);
+                return;
+            }
+            if (answer.status == 401) {
+                // Only the token that was refused ends the session: one
+                // stored since then (a new sign-in, another program that
+                // does not take turns) is left alone.
+                m_secrets.reload(this, [this, refresh] {
+                    if (refreshToken() == refresh) {
+                        consoleLog(QStringLiteral("🔑 Refresh refused: the session has ended"));
+                        expireSession(kExpiredBanner);
+                        finishRefresh(RefreshOutcome::Refused);
+                        return;
+                    }
+                    adoptStoredSession();
+                    finishRefresh(accessToken().isEmpty() ? RefreshOutcome::Refused
+                                                          : RefreshOutcome::Refreshed);
+                });
+                return;
+            }
+            consoleLog(QStringLiteral("⚠️ Token refresh failed: HTTP %1").arg(answer.status));
+            finishRefresh(RefreshOutcome::Failed);
+        });
+}
+
+void AuthManager::finishRefresh(RefreshOutcome outcome)
+{
+    // The lock is let go once what this refresh stored has reached the
+    // keyring, so the next program to take it reads the new tokens.
+    m_secrets.whenWritten(m_refreshLock.releaser());
     // Callers that arrive from inside a callback start a new refresh.
     std::vector<RefreshWaiter> waiters;
     waiters.swap(m_refreshWaiters);
     m_refreshRunning = false;
     for (RefreshWaiter& waiter : waiters) {
         if (waiter.context)
-            waiter.done(result);
+            waiter.done(outcome);
     }
 }
 
@@ -343,12 +440,9 @@ void AuthManager::expireSession(const QString& banner)
     setSessionExpiredBanner(banner);
 }
 
-void AuthManager::validateSession(std::function<void()> done)
+void AuthManager::validateSession()
 {
-    const auto finish = [done] {
-        if (done)
-            done();
-    };
+    const auto finish = [this] { Q_EMIT sessionValidated(); };
     if (accessToken().isEmpty()) {
         later(this, finish);
         return;
@@ -380,23 +474,59 @@ void AuthManager::validateSession(std::function<void()> done)
     });
 }
 
+void AuthManager::confirmSession()
+{
+    if (accessToken().isEmpty()) {
+        later(this, [this] { Q_EMIT sessionConfirmed(false, QStringLiteral("Not signed in.")); });
+        return;
+    }
+    // Unlike validateSession(), a service that cannot be reached leaves the
+    // session alone: only a refusal ends it (through the refresh).
+    const auto unreachable = [this](const QString& error) {
+        Q_EMIT sessionConfirmed(
+            false, QStringLiteral("Could not confirm the session with the service: %1").arg(error));
+    };
+    checkAccessToken(this, [this, unreachable](TokenCheck check, const QString& error) {
+        if (check == TokenCheck::Valid) {
+            Q_EMIT sessionConfirmed(true, QString());
+            return;
+        }
+        if (check == TokenCheck::Unreachable) {
+            unreachable(error);
+            return;
+        }
+        refreshAccessToken(this, [this, unreachable](RefreshOutcome outcome) {
+            if (outcome != RefreshOutcome::Refreshed) {
+                if (m_isLoggedIn)
+                    unreachable(QStringLiteral("the session could not be refreshed"));
+                else
+                    Q_EMIT sessionConfirmed(false, m_sessionExpiredBanner);
+                return;
+            }
+            checkAccessToken(this, [this, unreachable](TokenCheck again, const QString& why) {
+                if (again == TokenCheck::Valid)
+                    Q_EMIT sessionConfirmed(true, QString());
+                else
+                    unreachable(why.isEmpty() ? QStringLiteral("the new token was refused") : why);
+            });
+        });
+    });
+}
+
 void AuthManager::logout()
 {
     const QString refresh = refreshToken();
     const std::optional<QUrl> url = endpointUrl(QStringLiteral("/api/auth/logout"));
     if (!refresh.isEmpty() && url) {
-        QNetworkRequest request(*url);
-        request.setTransferTimeout(60000);
-        request.setRawHeader("Content-Type", "application/json");
-        QNetworkReply* reply = sendRequest(
-            "POST", request, jsonBody({{QStringLiteral("refresh_token"), refresh}}), nullptr, {});
         ++m_detachedRequests;
         // The answer is ignored; the count only lets an exiting process give
         // the request a moment to leave.
-        connect(reply, &QNetworkReply::finished, this, [this] {
-            if (--m_detachedRequests == 0)
-                Q_EMIT detachedRequestsFinished();
-        });
+        sendRequest("POST", jsonRequest(*url, Timeouts::kLogoutMs),
+                    jsonBody({{QStringLiteral("refresh_token"), refresh}}), this,
+                    [this](const HttpAnswer&) {
+                        if (--m_detachedRequests == 0)
+                            Q_EMIT detachedRequestsFinished();
+                    });
     }
     clearLocalSession();
 }
@@ -418,9 +548,7 @@ void AuthManager::sendRecordingsRequest(const QUrl& url, bool isRetry, const QOb
                                         std::function<void(RecordingsFetchResult)> done)
 {
     QNetworkRequest request = serviceRequest(url);
-    const QString token = accessToken();
-    if (!token.isEmpty())
-        request.setRawHeader("Authorization", "Bearer " + token.toUtf8());
+    setBearer(request, accessToken());
 
     const QPointer<const QObject> guard(context);
     sendRequest(

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "core/filelock.h"
+#include "core/settings.h"
+#include "service/recordingsmodel.h"
 #include "service/records.h"
 
 #include <QNetworkRequest>
@@ -9,20 +12,22 @@
 #include <QUrl>
 
 #include <functional>
+#include <memory>
 #include <vector>
-
-class QNetworkReply;
 
 namespace sorv {
 
 class SecretStore;
 
 // The one signed-in session. Lives on the main thread: every published change
-// and every secret and settings access happens there, which is also what makes
-// the shared refresh safe without a lock.
+// and every secret and settings access happens there, which also makes the
+// shared refresh safe within the process; a lock file beside the secrets
+// makes it safe between processes (the application and the command line
+// share the tokens).
 //
-// Asynchronous operations of the service subsystem take a completion callback
-// and a context object: the callback runs on the main thread after the
+// Views call the invokable operations and read the published properties and
+// signals. The other controllers use the C++ operations that take a context
+// and a completion callback: the callback runs on the main thread after the
 // operation ends, never synchronously, and not at all once the context is
 // destroyed.
 class AuthManager : public QObject {
@@ -30,6 +35,7 @@ class AuthManager : public QObject {
     Q_PROPERTY(bool isLoggedIn READ isLoggedIn NOTIFY isLoggedInChanged)
     Q_PROPERTY(QString userName READ userName NOTIFY userNameChanged)
     Q_PROPERTY(QString userEmail READ userEmail NOTIFY userEmailChanged)
+    Q_PROPERTY(QString displayName READ displayName NOTIFY displayNameChanged)
     Q_PROPERTY(bool isLoggingIn READ isLoggingIn NOTIFY isLoggingInChanged)
     Q_PROPERTY(QString loginError READ loginError NOTIFY loginErrorChanged)
     Q_PROPERTY(
@@ -38,9 +44,10 @@ class AuthManager : public QObject {
                    pendingMfaChallengeIdChanged)
     Q_PROPERTY(QString pendingMfaMaskedEmail READ pendingMfaMaskedEmail NOTIFY
                    pendingMfaMaskedEmailChanged)
+    Q_PROPERTY(sorv::RecordingsModel* recordings READ recordings CONSTANT)
 
 public:
-    static inline const QString serverKey = QStringLiteral("sorvelandrix_server");
+    static inline const QString& serverKey = Settings::kServerKey;
     static inline const QString tokenKey = QStringLiteral("sorvelandrix_token");
     static inline const QString refreshKey = QStringLiteral("sorvelandrix_refresh");
     static inline const QString emailKey = QStringLiteral("sorvelandrix_email");
@@ -52,6 +59,20 @@ public:
     static inline const QString kOutOfDateBanner =
         QStringLiteral("Your saved sign-in is out of date. Sign in again to upload recordings.");
 
+    // What the service said of the stored access token.
+    enum class TokenCheck {
+        Valid,       // HTTP 200 from /api/auth/me
+        Rejected,    // HTTP 401: the token is no good
+        Unreachable, // no answer, or an answer that says nothing about the token
+    };
+    // How a refresh ended.
+    enum class RefreshOutcome {
+        Refreshed,      // a new access token is stored (here or by another program)
+        NoRefreshToken, // nothing to refresh with
+        Refused,        // the service refused the refresh token (HTTP 401)
+        Failed,         // anything else; the session stays
+    };
+
     // The store must outlive the manager.
     explicit AuthManager(SecretStore& secrets, QObject* parent = nullptr);
     ~AuthManager() override;
@@ -60,11 +81,14 @@ public:
     bool isLoggedIn() const { return m_isLoggedIn; }
     QString userName() const { return m_userName; }
     QString userEmail() const { return m_userEmail; }
+    // "Name <email>", or the e-mail alone when there is no name.
+    QString displayName() const;
     bool isLoggingIn() const { return m_isLoggingIn; }
     QString loginError() const { return m_loginError; }
     QString sessionExpiredBanner() const { return m_sessionExpiredBanner; }
     QString pendingMfaChallengeId() const { return m_pendingMfaChallengeId; }
     QString pendingMfaMaskedEmail() const { return m_pendingMfaMaskedEmail; }
+    RecordingsModel* recordings() const { return m_recordings.get(); }
 
     // The stored access token, empty when there is none.
     QString accessToken() const;
@@ -78,38 +102,56 @@ public:
     // True: a new access token is stored and the caller may retry once.
     // Concurrent callers share one request and all see its result.
     void refreshAccessToken(const QObject* context, std::function<void(bool)> done);
+    void refreshAccessToken(const QObject* context, std::function<void(RefreshOutcome)> done);
     bool isRefreshing() const { return m_refreshRunning; }
     // Ends the session locally and shows the banner.
     void expireSession(const QString& banner);
-    // The service confirms the stored token.
+    // The service confirms the stored token (true only for HTTP 200).
     void verifyAccessToken(const QObject* context, std::function<void(bool)> done);
+    // The same, telling a refusal apart from a service that cannot be reached.
+    void checkAccessToken(const QObject* context,
+                          std::function<void(TokenCheck, const QString& error)> done);
 
-    // Checks the stored session once at start; `done` runs when the check ends.
-    void validateSession(std::function<void()> done = {});
-    void login(const QString& email, const QString& password);
-    void verifyMfa(const QString& code);
-    // Signs out locally at once; the server is told in the background.
-    void logout();
+    // The recordings of the account (one page of up to 200).
+    void fetchRecordings(const QObject* context, std::function<void(RecordingsFetchResult)> done);
+
     // The sign-out request sent by logout() is still under way. It is never
     // waited on for the session, only (briefly) by a process about to exit.
     bool hasDetachedRequests() const { return m_detachedRequests > 0; }
-    void fetchRecordings(const QObject* context, std::function<void(RecordingsFetchResult)> done);
+
+public Q_SLOTS:
+    // Checks the stored session once at start; sessionValidated() follows.
+    void validateSession();
+    // Asks the service whether the stored session still holds, refreshing it
+    // if needed, without ending it when the service cannot be reached:
+    // sessionConfirmed() follows.
+    void confirmSession();
+    void login(const QString& email, const QString& password);
+    void verifyMfa(const QString& code);
+    // Forgets a pending code step ("Use a different account").
+    void cancelMfa();
+    // Signs out locally at once; the server is told in the background.
+    void logout();
 
 Q_SIGNALS:
     void isLoggedInChanged();
     void userNameChanged();
     void userEmailChanged();
+    void displayNameChanged();
     void isLoggingInChanged();
     void loginErrorChanged();
     void sessionExpiredBannerChanged();
     void pendingMfaChallengeIdChanged();
     void pendingMfaMaskedEmailChanged();
+    void sessionValidated();
+    // `message` says why when not confirmed.
+    void sessionConfirmed(bool confirmed, const QString& message);
     void detachedRequestsFinished();
 
 private:
     struct RefreshWaiter {
         QPointer<const QObject> context;
-        std::function<void(bool)> done;
+        std::function<void(RefreshOutcome)> done;
     };
 
     void setIsLoggedIn(bool value);
@@ -122,14 +164,18 @@ private:
                        const QString& email);
 
     QString refreshToken() const;
+    void adoptStoredSession();
     void applyTokenResponse(const QByteArray& body, const QString& typedEmail);
-    void finishRefresh(bool result);
+    void refreshUnderLock(const QString& knownRefreshToken);
+    void finishRefresh(RefreshOutcome outcome);
     void clearLocalSession();
     void sendRecordingsRequest(const QUrl& url, bool isRetry, const QObject* context,
                                std::function<void(RecordingsFetchResult)> done);
     void later(const QObject* context, std::function<void()> fn) const;
 
     SecretStore& m_secrets;
+    FileLock m_refreshLock;
+    std::unique_ptr<RecordingsModel> m_recordings;
 
     bool m_isLoggedIn = false;
     QString m_userName;

@@ -1,6 +1,7 @@
 #include "requestrules.h"
 
 #include "core/settings.h"
+#include "service/network.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -9,13 +10,7 @@ namespace sorv {
 
 std::optional<QUrl> endpointUrl(const QString& origin, const QString& path)
 {
-    qsizetype begin = 0;
-    qsizetype end = origin.size();
-    while (begin < end && origin.at(begin) == QLatin1Char('/'))
-        ++begin;
-    while (end > begin && origin.at(end - 1) == QLatin1Char('/'))
-        --end;
-    const QUrl url(origin.mid(begin, end - begin) + path, QUrl::StrictMode);
+    const QUrl url(trimmedOrigin(origin) + path, QUrl::StrictMode);
     // A relative result cannot be requested; treat it like one that does not parse.
     if (!url.isValid() || url.scheme().isEmpty())
         return std::nullopt;
@@ -37,18 +32,33 @@ QString languageCode(const QString& fallbackLocale)
 QNetworkRequest serviceRequest(const QUrl& url)
 {
     QNetworkRequest request(url);
-    request.setTransferTimeout(15000);
+    request.setTransferTimeout(Timeouts::kServiceMs);
     return request;
 }
 
 QNetworkRequest authorizedRequest(const QUrl& url, const QString& accessToken)
 {
     QNetworkRequest request = serviceRequest(url);
-    if (!accessToken.isEmpty())
-        request.setRawHeader("Authorization", "Bearer " + accessToken.toUtf8());
+    setBearer(request, accessToken);
     request.setRawHeader("Content-Type", "application/json");
     request.setRawHeader("x-sorvelandrix-language", languageCode(kRequestFallbackLocale).toUtf8());
     return request;
+}
+
+QString trimmedOrigin(const QString& origin)
+{
+    qsizetype begin = 0;
+    qsizetype end = origin.size();
+    while (begin < end && origin.at(begin) == QLatin1Char('/'))
+        ++begin;
+    while (end > begin && origin.at(end - 1) == QLatin1Char('/'))
+        --end;
+    return origin.mid(begin, end - begin);
+}
+
+QString recordingWebAddress(const QString& id)
+{
+    return trimmedOrigin(Settings::serverOrigin()) + QStringLiteral("/recording/") + id;
 }
 
 std::optional<QString> detailOf(const QByteArray& body)

@@ -8,6 +8,9 @@
 
 namespace sorv {
 
+// The origin with every "/" trimmed from both ends.
+QString trimmedOrigin(const QString& origin);
+
 // Every endpoint URL is the origin with all "/" trimmed from both ends, then
 // the path (which begins with "/api/"). None when the result is not a usable
 // URL; the caller then takes its invalid-URL path.
@@ -30,6 +33,9 @@ QNetworkRequest serviceRequest(const QUrl& url);
 // "Authorization: Bearer" only when a token is given, JSON content type and
 // the language header.
 QNetworkRequest authorizedRequest(const QUrl& url, const QString& accessToken);
+
+// Where a recording is shown on the service's web site: origin + "/recording/" + id.
+QString recordingWebAddress(const QString& id);
 
 // The "detail" string of a JSON object body, if there is one.
 std::optional<QString> detailOf(const QByteArray& body);

@@ -120,6 +120,7 @@ private Q_SLOTS:
     void systemAudioAttempts_data();
     void systemAudioAttempts();
     void listsMicrophonesAndSwitchesMidRecording();
+    void durationIsMeasuredOnTheAudio();
 
 private:
     QString m_micTone;
@@ -153,7 +154,7 @@ void TestAudioCapture::mixesMicrophoneAndSystemAudio()
             ++mixedBuffers;
     });
     const QString wav = env.path(QStringLiteral("rec.wav"));
-    engine.start(wav, 0, reports.handler(), reports.startDone());
+    engine.start({wav}, reports.handler(), reports.startDone());
     QTRY_VERIFY_WITH_TIMEOUT(reports.started(), 10000);
     QVERIFY2(!reports.startError(), qPrintable(reports.startErrorText()));
     QElapsedTimer recording;
@@ -198,7 +199,7 @@ void TestAudioCapture::withoutSinkRecordsMicrophoneOnly()
     AudioEngine engine;
     Reports reports;
     const QString wav = env.path(QStringLiteral("mic-only.wav"));
-    engine.start(wav, 0, reports.handler(), reports.startDone());
+    engine.start({wav}, reports.handler(), reports.startDone());
     QTRY_VERIFY_WITH_TIMEOUT(reports.started(), 10000);
     QVERIFY2(!reports.startError(), qPrintable(reports.startErrorText()));
 
@@ -244,7 +245,7 @@ void TestAudioCapture::withoutMicrophoneStartFails()
 
     Reports reports;
     const QString wav = env.path(QStringLiteral("none.wav"));
-    engine.start(wav, 0, reports.handler(), reports.startDone());
+    engine.start({wav}, reports.handler(), reports.startDone());
     QTRY_VERIFY_WITH_TIMEOUT(reports.started(), 10000);
     QVERIFY(reports.startError().has_value());
     QCOMPARE(reports.startError()->description(), QStringLiteral("No microphone available"));
@@ -260,9 +261,10 @@ void TestAudioCapture::systemAudioAttempts_data()
     QTest::addColumn<bool>("active");
     QTest::addColumn<int>("attempts");
     QTest::addColumn<double>("minSeconds");
-    // Refusals wait 1.5 s, then 3.0 s; the third refusal is final.
-    QTest::newRow("refused twice, then works") << 2 << false << true << 3 << 4.4;
-    QTest::newRow("refused every time") << 3 << false << false << 3 << 4.4;
+    // Refusals wait one unit, then two (1.5 s and 3.0 s in the application;
+    // a unit of 50 ms here); the third refusal is final.
+    QTest::newRow("refused twice, then works") << 2 << false << true << 3 << 0.15;
+    QTest::newRow("refused every time") << 3 << false << false << 3 << 0.15;
     QTest::newRow("other error is not retried") << 0 << true << false << 1 << 0.0;
 }
 
@@ -279,7 +281,9 @@ void TestAudioCapture::systemAudioAttempts()
     QVERIFY2(sandbox.isRunning(), qPrintable(sandbox.errorString()));
     LogCapture log;
 
-    AudioEngine engine;
+    AudioEngine::Options options;
+    options.systemRetryUnit = std::chrono::milliseconds(50);
+    AudioEngine engine(options);
     engine.setSystemCaptureFaultInjector(
         [=](int attempt) -> std::optional<AudioEngine::SystemCaptureFailure> {
             if (otherError)
@@ -291,7 +295,7 @@ void TestAudioCapture::systemAudioAttempts()
     Reports reports;
     QElapsedTimer clock;
     clock.start();
-    engine.start(env.path(QStringLiteral("r.wav")), 0, reports.handler(), reports.startDone());
+    engine.start({env.path(QStringLiteral("r.wav"))}, reports.handler(), reports.startDone());
     QTRY_VERIFY_WITH_TIMEOUT(reports.systemAudio().has_value(), 15000);
     const double seconds = clock.elapsed() / 1000.0;
     stopEngine(engine);
@@ -303,9 +307,9 @@ void TestAudioCapture::systemAudioAttempts()
         QVERIFY(reports.systemAudio()->second.has_value());
         if (otherError)
             QCOMPARE(*reports.systemAudio()->second, QStringLiteral("boom"));
-        else // X11/headless: capture counts as allowed, so the advice is to restart the app
+        else // the advice is about the sound server, not about screen sharing
             QVERIFY(reports.systemAudio()->second->startsWith(
-                QStringLiteral("Screen recording was allowed")));
+                QStringLiteral("The sound server refused to let Sorvelandrix Recorder record")));
     }
 }
 
@@ -318,7 +322,7 @@ void TestAudioCapture::listsMicrophonesAndSwitchesMidRecording()
 
     AudioEngine engine;
     Reports reports;
-    engine.start(env.path(QStringLiteral("s.wav")), 0, reports.handler(), reports.startDone());
+    engine.start({env.path(QStringLiteral("s.wav"))}, reports.handler(), reports.startDone());
     QTRY_VERIFY_WITH_TIMEOUT(reports.started(), 10000);
     QVERIFY(!reports.startError());
 
@@ -331,7 +335,7 @@ void TestAudioCapture::listsMicrophonesAndSwitchesMidRecording()
 
     // The default microphone's id is remembered once it runs.
     std::uint32_t selected = 0;
-    engine.audioQueue().postAndWait([&] { selected = engine.selectedInputDeviceID(); });
+    engine.inspect([&](const AudioEngine& e) { selected = e.selectedInputDeviceID(); });
     QCOMPARE(selected, devices.first().id);
 
     // An id the server does not know falls back to the default; recording goes on.
@@ -339,19 +343,47 @@ void TestAudioCapture::listsMicrophonesAndSwitchesMidRecording()
     engine.selectInputDevice(0xdeadbeef, [&] { switched = true; });
     QTRY_VERIFY_WITH_TIMEOUT(switched, 10000);
     std::int64_t before = 0;
-    engine.audioQueue().postAndWait([&] { before = engine.micBufferCount(); });
+    engine.inspect([&](const AudioEngine& e) { before = e.pipeline().micBufferCount(); });
     QTRY_VERIFY_WITH_TIMEOUT(
         [&] {
             std::int64_t now = 0;
             QString source;
-            engine.audioQueue().postAndWait([&] {
-                now = engine.micBufferCount();
-                source = engine.micSourceName();
+            engine.inspect([&](const AudioEngine& e) {
+                now = e.pipeline().micBufferCount();
+                source = e.micSourceName();
             });
             return now > before + 3 && source == QStringLiteral("virtmic");
         }(),
         5000);
     stopEngine(engine);
+}
+
+void TestAudioCapture::durationIsMeasuredOnTheAudio()
+{
+    // 1.3 s is not a whole number of capture buffers: the file holds exactly
+    // that much all the same, and says so once.
+    IsolatedEnvironment env;
+    PulseSandbox sandbox;
+    QVERIFY2(sandbox.isRunning(), qPrintable(sandbox.errorString()));
+    QVERIFY(sandbox.playIntoMicrophone(m_micTone));
+
+    AudioEngine engine;
+    Reports reports;
+    const QString wav = env.path(QStringLiteral("timed.wav"));
+    engine.start({wav, 0, 62'400}, reports.handler(), reports.startDone());
+    const auto reached = [&] {
+        std::lock_guard g(reports.lock);
+        return std::count_if(reports.updates.begin(), reports.updates.end(), [](const auto& u) {
+            return u.kind == AudioEngineUpdate::Kind::DurationReached;
+        });
+    };
+    QTRY_COMPARE_WITH_TIMEOUT(reached(), 1l, 10000);
+    QTest::qWait(300); // more audio arrives; none of it is written
+    stopEngine(engine);
+    QCOMPARE(reached(), 1l);
+    const WavContents w = readWavFile(wav);
+    QVERIFY(w.ok);
+    QCOMPARE(w.samples.size(), size_t(62'400));
 }
 
 QTEST_GUILESS_MAIN(TestAudioCapture)

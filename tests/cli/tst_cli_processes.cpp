@@ -1,15 +1,17 @@
-// The session commands of the sorvelandrix executable against the local
-// service (with the e-mailed code), one process per command as a user runs them.
+// What only separate processes show: signing in with the e-mailed code typed
+// on standard input, and several programs sharing one session that all find
+// the access token expired at once.
 
+#include "core/secretstore.h"
 #include "localservicefixture.h"
-
+#include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
 
-#include <QElapsedTimer>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QProcess>
 #include <QtTest>
+
+#include <memory>
+#include <vector>
 
 using namespace sorv;
 using namespace sorv::local;
@@ -34,7 +36,7 @@ public:
         env.insert(QStringLiteral("SORVELANDRIX_SECRETS"), QStringLiteral("file"));
         // Under ASan, Qt 6.4's network manager sometimes leaves its HTTP
         // thread's objects behind when a process exits right after a reply.
-        // The same code is leak-checked in-process by tst_authmanager.
+        // The same code is leak-checked in-process by the other tests.
         env.insert(QStringLiteral("LSAN_OPTIONS"),
                    env.value(QStringLiteral("LSAN_OPTIONS")) + QStringLiteral(":detect_leaks=0"));
         process.setProcessEnvironment(env);
@@ -45,7 +47,7 @@ public:
     static Run finish(QProcess& process)
     {
         process.closeWriteChannel();
-        if (!process.waitForFinished(20000))
+        if (!process.waitForFinished(30000))
             process.kill();
         return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
                 QString::fromUtf8(process.readAllStandardError())};
@@ -64,11 +66,11 @@ private:
 
 } // namespace
 
-class TestCliSession : public QObject {
+class TestCliProcesses : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void signInUseTheBotAndSignOut()
+    void signInWithTheEmailedCode()
     {
         test::IsolatedEnvironment env;
         LocalService::Options options;
@@ -76,69 +78,20 @@ private Q_SLOTS:
         test::LocalServiceFixture service(options);
         const Cli cli(service.origin());
 
-        QCOMPARE(cli.run({"whoami"}).exitCode, 1);
-
-        // Password, then the code once the service has "e-mailed" it.
+        // Password, then the code once the service has "e-mailed" it; a wrong
+        // code may be typed again.
         QProcess login;
         cli.start(login, {"login", "--email", LocalService::kDemoEmail, "--password-stdin"});
         login.write("demo\n");
         QTRY_VERIFY_WITH_TIMEOUT(!service->lastMfaCode().isEmpty(), 10000);
-        login.write(service->lastMfaCode().toUtf8() + "\n");
+        login.write("000000\n" + service->lastMfaCode().toUtf8() + "\n");
         const Run signedIn = Cli::finish(login);
         QCOMPARE(signedIn.exitCode, 0);
         QVERIFY2(signedIn.out.contains("A sign-in code was sent to d***@sorvelandrix.local."),
                  qPrintable(signedIn.out));
+        QVERIFY(signedIn.err.contains("Invalid code"));
         QVERIFY(signedIn.out.contains("Signed in as Demo User <demo@sorvelandrix.local>"));
-
-        // Each command is a new process: the session comes from the secrets.
-        const Run me = cli.run({"whoami"});
-        QCOMPARE(me.exitCode, 0);
-        QCOMPARE(me.out.trimmed(), QStringLiteral("Demo User <demo@sorvelandrix.local>"));
-
-        const Run recordings = cli.run({"recordings"});
-        QCOMPARE(recordings.exitCode, 0);
-        QVERIFY2(recordings.out.contains(QRegularExpression(
-                     R"(^\d{1,2} \w{3} +1:35  Welcome to Sorvelandrix +completed$)",
-                     QRegularExpression::MultilineOption)),
-                 qPrintable(recordings.out));
-
-        const Run joined = cli.run({"--json", "join", "https://meet.google.com/abc-defg-hij"});
-        QCOMPARE(joined.exitCode, 0);
-        const QJsonObject meeting = QJsonDocument::fromJson(joined.out.toUtf8()).object();
-        const QString id = meeting.value("id").toString();
-        QVERIFY(!id.isEmpty());
-        QCOMPARE(meeting.value("status").toString(), QStringLiteral("joining"));
-        const QJsonObject sent =
-            QJsonDocument::fromJson(service->requestLog().last().body).object();
-        QCOMPARE(sent.value("bot_name").toString(), QStringLiteral("Sorvelandrix Recorder"));
-
-        const Run meetings = cli.run({"meetings"});
-        QCOMPARE(meetings.exitCode, 0);
-        QVERIFY(meetings.out.contains(id));
-
-        const Run refused = cli.run({"join", "https://example.com/party"});
-        QCOMPARE(refused.exitCode, 1);
-        QCOMPARE(refused.err.trimmed(),
-                 QStringLiteral(
-                     "This is not a Google Meet, Zoom, Microsoft Teams or Webex meeting link."));
-
-        QCOMPARE(cli.run({"stop-bot", id}).out.trimmed(), QStringLiteral("Bot stopped."));
-        const Run unknown = cli.run({"stop-bot", "no-such-meeting"});
-        QCOMPARE(unknown.exitCode, 1);
-        QCOMPARE(unknown.err.trimmed(), QStringLiteral("No response from server"));
-
-        const Run out = cli.run({"logout"});
-        QCOMPARE(out.exitCode, 0);
-        QCOMPARE(out.out.trimmed(), QStringLiteral("Signed out."));
-        QCOMPARE(service->requestCount("POST", "/api/auth/logout"), 1);
-        QCOMPARE(cli.run({"whoami"}).err.trimmed(), QStringLiteral("Not signed in."));
-    }
-
-    void wrongPasswordAndOfflineSignOut()
-    {
-        test::IsolatedEnvironment env;
-        test::LocalServiceFixture service;
-        const Cli cli(service.origin());
+        QCOMPARE(cli.run({"whoami"}).exitCode, 0);
 
         QProcess wrong;
         cli.start(wrong, {"login", "--email", LocalService::kDemoEmail, "--password-stdin"});
@@ -146,27 +99,40 @@ private Q_SLOTS:
         const Run refused = Cli::finish(wrong);
         QCOMPARE(refused.exitCode, 1);
         QCOMPARE(refused.err.trimmed(), QStringLiteral("Invalid email or password"));
+    }
 
-        QProcess login;
-        cli.start(login, {"login", "--email", LocalService::kDemoEmail, "--password-stdin"});
-        login.write("demo\n");
-        QCOMPARE(Cli::finish(login).exitCode, 0);
-
-        // An unreachable service does not end the stored session ...
-        service.stop();
-        const Run offline = cli.run({"whoami"});
-        QCOMPARE(offline.exitCode, 1);
-        service.restart();
+    void programsRefreshingAtOnceKeepTheSession()
+    {
+        // The refresh token rotates: of several programs that present the
+        // same one at once, only the first could succeed. They take turns
+        // and the later ones use what the first one got, so nobody is
+        // signed out and the service sees one refresh.
+        test::IsolatedEnvironment env;
+        test::LocalServiceFixture service;
+        qputenv("SORVELANDRIX_SECRETS", "file");
+        {
+            SecretStore secrets;
+            AuthManager auth(secrets);
+            auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
+            QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+        }
+        qunsetenv("SORVELANDRIX_SECRETS");
+        const Cli cli(service.origin());
+        for (int round = 0; round < 3; ++round) {
+            service->expireAccessTokens();
+            service->clearRequestLog();
+            std::vector<std::unique_ptr<QProcess>> programs;
+            for (int i = 0; i < 4; ++i) {
+                programs.push_back(std::make_unique<QProcess>());
+                cli.start(*programs.back(), {"whoami"});
+            }
+            for (auto& p : programs) {
+                const Run r = Cli::finish(*p);
+                QVERIFY2(r.exitCode == 0, qPrintable(r.err));
+            }
+            QCOMPARE(service->requestCount("POST", "/api/auth/refresh"), 1);
+        }
         QCOMPARE(cli.run({"whoami"}).exitCode, 0);
-
-        // ... and sign-out happens locally, promptly, with the service gone.
-        service.stop();
-        QElapsedTimer timer;
-        timer.start();
-        const Run out = cli.run({"logout"});
-        QCOMPARE(out.exitCode, 0);
-        QVERIFY(timer.elapsed() < 4000);
-        QCOMPARE(cli.run({"whoami"}).exitCode, 1);
     }
 
     void unusableOrigin()
@@ -182,5 +148,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestCliSession)
-#include "tst_cli_session.moc"
+QTEST_GUILESS_MAIN(TestCliProcesses)
+#include "tst_cli_processes.moc"

@@ -3,8 +3,11 @@
 // fails, and how files are named and cleaned up.
 
 #include "core/paths.h"
+#include "core/secretstore.h"
 #include "core/serialqueue.h"
+#include "localservicefixture.h"
 #include "recording/audiorecorder.h"
+#include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
 
 #include <QDateTime>
@@ -34,6 +37,7 @@ public:
     int stopCalls = 0;
     QList<std::uint32_t> selectedIds;
     QString lastOutputPath;
+    std::int64_t lastFrameLimit = 0;
     UpdateHandler onUpdate;
     std::function<void()> pendingStart;
     std::function<void()> pendingStop;
@@ -44,11 +48,13 @@ public:
     {
         queue.post([this, done] { done(grantAccess); });
     }
-    void start(const QString& outputPath, std::uint32_t, UpdateHandler handler,
+    void start(const StartRequest& request, UpdateHandler handler,
                std::function<void(std::optional<RecorderError>)> done) override
     {
         ++startCalls;
+        const QString outputPath = request.outputPath;
         lastOutputPath = outputPath;
+        lastFrameLimit = request.frameLimit;
         onUpdate = handler;
         auto finish = [this, outputPath, done] {
             queue.post([this, outputPath, done] {
@@ -114,18 +120,15 @@ struct Fixture {
 class TestAudioRecorder : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void init()
-    {
-        AudioRecorder probeReset(std::make_unique<FakeEngine>());
-        probeReset.resetToIdle();
-    }
     void recordsThenKeepsOrDiscards();
     void secondStartChangesNothing_data();
     void secondStartChangesNothing();
     void operationsOutsideTheirStateDoNothing();
     void microphoneRefusedStartsNoEngine();
     void engineStartFailureClearsFiles();
-    void tokenRefreshIsAwaitedBeforeTheEngine();
+    void startDoesNotWaitForTheSession();
+    void fileThatStopsTakingAudioEndsTheSession();
+    void durationIsHandedToTheEngine();
     void fatalErrorDuringRecording();
     void silentMicrophoneMessage_data();
     void silentMicrophoneMessage();
@@ -260,18 +263,56 @@ void TestAudioRecorder::engineStartFailureClearsFiles()
     QCOMPARE(f.recorder.elapsed(), 0.0);
 }
 
-void TestAudioRecorder::tokenRefreshIsAwaitedBeforeTheEngine()
+void TestAudioRecorder::startDoesNotWaitForTheSession()
+{
+    // A service that takes its time over the token refresh must not cost the
+    // meeting's first seconds: capture starts at once, the refresh runs beside.
+    Fixture f;
+    test::LocalServiceFixture service;
+    SecretStore secrets(SecretStore::Options::fileOnly());
+    secrets.write(AuthManager::tokenKey, QStringLiteral("t"));
+    secrets.write(AuthManager::refreshKey, QStringLiteral("r"));
+    AuthManager auth(secrets);
+    f.recorder.setAuthManager(&auth);
+    service->script("POST", QStringLiteral("/api/auth/refresh"),
+                    local::ScriptedAnswer::delayed(std::chrono::seconds(20)));
+    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    QTRY_COMPARE(service->requestCount("POST", QStringLiteral("/api/auth/refresh")), 1);
+    QVERIFY(auth.isRefreshing());
+    service.stop();
+}
+
+void TestAudioRecorder::fileThatStopsTakingAudioEndsTheSession()
+{
+    for (const bool somethingSaved : {true, false}) {
+        Fixture f;
+        QVERIFY(f.startAndWaitFor(Kind::Recording));
+        const QString wav = f.recorder.outputPath();
+        const QString message = QStringLiteral("Recording stopped: the disk is full.");
+        f.engine->send(AudioEngineUpdate::recordingFailed(message, somethingSaved));
+        QTRY_COMPARE(f.recorder.state(), RecordingState::error(message));
+        // The engine is stopped (the file is closed), the clock too.
+        QTRY_COMPARE(f.engine->stopCalls, 1);
+        QVERIFY(!f.recorder.isRecording());
+        const double at = f.recorder.elapsed();
+        QTest::qWait(250);
+        QCOMPARE(f.recorder.elapsed(), at);
+        // What was saved stays, and can still be sent; an empty file goes.
+        QTRY_COMPARE(QFile::exists(wav), somethingSaved);
+        QCOMPARE(f.recorder.canRetryUpload(), somethingSaved);
+        QCOMPARE(f.recorder.outputPath().isEmpty(), !somethingSaved);
+    }
+}
+
+void TestAudioRecorder::durationIsHandedToTheEngine()
 {
     Fixture f;
-    std::function<void()> finishRefresh;
-    f.recorder.setTokenRefreshHook([&](std::function<void()> done) { finishRefresh = done; });
-    f.recorder.requestStartRecording();
-    QTRY_VERIFY(finishRefresh);
-    QTest::qWait(100);
-    QCOMPARE(f.engine->startCalls, 0);
-    QCOMPARE(f.recorder.state().kind(), Kind::Preparing);
-    finishRefresh();
-    QTRY_COMPARE(f.recorder.state().kind(), Kind::Recording);
+    f.recorder.setDurationLimit(1.3);
+    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    QCOMPARE(f.engine->lastFrameLimit, qint64(62'400));
+    // The engine says when the file holds that much; the recording stops.
+    f.engine->send(AudioEngineUpdate::durationReached());
+    QTRY_COMPARE(f.recorder.state().kind(), Kind::PendingSave);
 }
 
 void TestAudioRecorder::fatalErrorDuringRecording()
@@ -372,18 +413,14 @@ void TestAudioRecorder::retryUploadRefusals()
                  QStringLiteral("Recording file is no longer available — please record again")));
 
     QVERIFY(f.toPendingSave());
-    QStringList uploaded;
-    f.recorder.setUploadHandler([&](const QString& path) { uploaded << path; });
-    for (const bool haveCheck : {false, true}) {
-        if (haveCheck)
-            f.recorder.setSignedInCheck([] { return false; });
+    SecretStore secrets(SecretStore::Options::fileOnly());
+    AuthManager auth(secrets);
+    for (AuthManager* session : {static_cast<AuthManager*>(nullptr), &auth}) {
+        f.recorder.setAuthManager(session);
         f.recorder.retryUpload();
         QCOMPARE(f.recorder.state(),
                  RecordingState::error(QStringLiteral("Sign in first, then tap Retry upload.")));
     }
-    f.recorder.setSignedInCheck([] { return true; });
-    f.recorder.retryUpload();
-    QTRY_COMPARE(uploaded, QStringList{f.recorder.outputPath()});
 }
 
 void TestAudioRecorder::screenCaptureProbe()
@@ -395,24 +432,36 @@ void TestAudioRecorder::screenCaptureProbe()
         ++probes;
         done(answer);
     });
-    // A refused probe does not stop the recording; it only warns.
+    const auto startVideo = [&] {
+        f.recorder.requestStartRecording(true);
+        return QTest::qWaitFor([&] { return f.recorder.state().kind() == Kind::Recording; }, 5000);
+    };
+    const auto fail = [&] {
+        f.engine->send(AudioEngineUpdate::fatalError(QStringLiteral("x")));
+        return QTest::qWaitFor([&] { return f.recorder.state().kind() == Kind::Error; }, 5000);
+    };
+    // Audio alone shows no screen: no probe, no warning.
     QVERIFY(f.startAndWaitFor(Kind::Recording));
+    QCOMPARE(probes, 0);
+    QVERIFY(f.recorder.screenAccessWarning().isNull());
+    QVERIFY(fail());
+
+    // A refused probe does not stop the recording; it only warns.
+    QVERIFY(startVideo());
     QCOMPARE(probes, 1);
     QVERIFY(!f.recorder.screenAccessWarning().isEmpty());
 
     // Once allowed, later starts trust it until resetToIdle forgets it.
     answer = AudioRecorder::ProbeResult::Allowed;
-    f.engine->send(AudioEngineUpdate::fatalError(QStringLiteral("x")));
-    QTRY_COMPARE(f.recorder.state().kind(), Kind::Error);
-    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    QVERIFY(fail());
+    QVERIFY(startVideo());
     QCOMPARE(probes, 2);
     QVERIFY(f.recorder.screenAccessWarning().isNull());
-    f.engine->send(AudioEngineUpdate::fatalError(QStringLiteral("x")));
-    QTRY_COMPARE(f.recorder.state().kind(), Kind::Error);
-    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    QVERIFY(fail());
+    QVERIFY(startVideo());
     QCOMPARE(probes, 2);
     f.recorder.resetToIdle();
-    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    QVERIFY(startVideo());
     QCOMPARE(probes, 3);
 }
 

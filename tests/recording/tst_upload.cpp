@@ -1,7 +1,8 @@
 // The upload of a finished recording, against the local service over
-// loopback: the staged body byte for byte, the answers that count as success
-// or refusal, the one refresh-and-retry after a 401, and the rule that a
-// recording is deleted only once the service has it.
+// loopback: the body byte for byte, the answers that count as success or
+// refusal, the one refresh-and-retry after a 401, a session that survives a
+// network blip, and the rule that a recording is deleted only once the
+// service has it.
 
 #include "audio/wavwriter.h"
 #include "core/log.h"
@@ -13,6 +14,7 @@
 #include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QRandomGenerator>
@@ -37,12 +39,6 @@ bool writeFile(const QString& path, const QByteArray& bytes)
 {
     QFile f(path);
     return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-}
-
-QStringList stagedBodies()
-{
-    return QDir(recordingsDirectory())
-        .entryList({QStringLiteral("sorvelandrix-upload-*.body")}, QDir::Files);
 }
 
 struct World {
@@ -116,10 +112,11 @@ private Q_SLOTS:
     }
     void cleanup() { setLogSink({}); }
 
-    void stagedBodyByteForByte_data();
-    void stagedBodyByteForByte();
+    void bodyByteForByte_data();
+    void bodyByteForByte();
     void boundaryForm();
-    void stagingFailureLeavesNothing();
+    void bodyOfAMissingFileDoesNotOpen();
+    void staleBodiesOfEarlierVersionsAreSwept();
     void failureMessages_data();
     void failureMessages();
 
@@ -128,12 +125,15 @@ private Q_SLOTS:
     void answersOtherThan200AreRefusals();
     void unauthorisedOnceThenRefreshAndRetry();
     void unauthorisedAndRefreshRefusedEndsTheSession();
-    void droppedConnectionKeepsTheRecording();
+    void droppedConnectionKeepsTheRecordingAndIsNotResent();
+    void networkBlipIsNotASignOut_data();
+    void networkBlipIsNotASignOut();
+    void cancelKeepsTheRecording();
     void retryAfterAFailureSendsItAgain();
     void fileOutsideTheRecordingsDirectoryIsNeverDeleted();
 };
 
-void TestUpload::stagedBodyByteForByte_data()
+void TestUpload::bodyByteForByte_data()
 {
     QTest::addColumn<QString>("filename");
     QTest::addColumn<int>("size");
@@ -142,12 +142,14 @@ void TestUpload::stagedBodyByteForByte_data()
     QTest::newRow("upper-case MP4") << "screen.MP4" << 1000 << "video/mp4";
     QTest::newRow("m4a") << "voice.m4a" << 10 << "audio/m4a";
     QTest::newRow("aac is not known") << "voice.aac" << 10 << "application/octet-stream";
-    // Larger than the 1 MiB copy chunk, and not a multiple of it.
-    QTest::newRow("several chunks") << "long.wav" << (3 * 1048576 + 17) << "audio/wav";
+    QTest::newRow("several megabytes") << "long.wav" << (3 * 1048576 + 17) << "audio/wav";
 }
 
-void TestUpload::stagedBodyByteForByte()
+void TestUpload::bodyByteForByte()
 {
+    // The body is produced while it is sent; it must be exactly the one
+    // multipart part a staged body file would hold, read in pieces of any
+    // size, and it reads once.
     QFETCH(QString, filename);
     QFETCH(int, size);
     QFETCH(QString, contentType);
@@ -159,22 +161,21 @@ void TestUpload::stagedBodyByteForByte()
     QVERIFY(writeFile(source, content));
 
     QCOMPARE(uploadContentType(source), contentType);
-    const QString boundary = QStringLiteral("sorvelandrix-0123");
-    QString error;
-    const QString body =
-        stageMultipartBody(boundary, QStringLiteral("file"), filename, contentType, source, &error);
-    QVERIFY2(!body.isEmpty(), qPrintable(error));
-    QVERIFY(QFileInfo(body).fileName().startsWith(QStringLiteral("sorvelandrix-upload-")));
-    QVERIFY(body.endsWith(QStringLiteral(".body")));
-    QCOMPARE(QFileInfo(body).absolutePath(), recordingsDirectory());
-
     const QByteArray expected = "--sorvelandrix-0123\r\n"
                                 "Content-Disposition: form-data; name=\"file\"; filename=\"" +
                                 filename.toUtf8() + "\"\r\nContent-Type: " + contentType.toUtf8() +
                                 "\r\n\r\n" + content + "\r\n--sorvelandrix-0123--\r\n";
-    QCOMPARE(readAll(body), expected);
-    QVERIFY(QFile::permissions(body) & QFileDevice::ReadOwner);
-    QVERIFY(!(QFile::permissions(body) & QFileDevice::ReadOther));
+    MultipartBodyDevice body(source, QStringLiteral("sorvelandrix-0123"), QStringLiteral("file"),
+                             filename, contentType);
+    QVERIFY2(body.open(), qPrintable(body.errorString()));
+    QVERIFY(body.isSequential());
+    QCOMPARE(body.totalSize(), qint64(expected.size()));
+    QByteArray read;
+    for (qint64 piece = 1; !body.atEnd(); piece = piece * 3 + 1)
+        read += body.read(piece % 70000 + 1);
+    QCOMPARE(read, expected);
+    QVERIFY(!body.reset());
+    QVERIFY(body.read(10).isEmpty());
 }
 
 void TestUpload::boundaryForm()
@@ -189,16 +190,32 @@ void TestUpload::boundaryForm()
     QVERIFY(a != b);
 }
 
-void TestUpload::stagingFailureLeavesNothing()
+void TestUpload::bodyOfAMissingFileDoesNotOpen()
 {
     test::IsolatedEnvironment env;
-    QString error;
-    QVERIFY(stageMultipartBody(QStringLiteral("b"), QStringLiteral("file"), QStringLiteral("x.wav"),
-                               QStringLiteral("audio/wav"), env.path(QStringLiteral("missing.wav")),
-                               &error)
-                .isEmpty());
-    QVERIFY(error.contains(QStringLiteral("missing.wav")));
-    QVERIFY(stagedBodies().isEmpty());
+    MultipartBodyDevice body(env.path(QStringLiteral("missing.wav")), QStringLiteral("b"),
+                             QStringLiteral("file"), QStringLiteral("x.wav"),
+                             QStringLiteral("audio/wav"));
+    QVERIFY(!body.open());
+    QVERIFY(body.errorString().contains(QStringLiteral("missing.wav")));
+}
+
+void TestUpload::staleBodiesOfEarlierVersionsAreSwept()
+{
+    // Earlier versions staged a copy of the recording beside it; one left by
+    // an interrupted upload goes at the next start, a fresh one stays.
+    test::IsolatedEnvironment env;
+    const QString old = recordingsDirectory() + QStringLiteral("/sorvelandrix-upload-old.body");
+    const QString fresh = recordingsDirectory() + QStringLiteral("/sorvelandrix-upload-new.body");
+    QVERIFY(writeFile(old, "old") && writeFile(fresh, "new"));
+    QFile oldFile(old);
+    QVERIFY(oldFile.open(QIODevice::ReadWrite));
+    QVERIFY(oldFile.setFileTime(QDateTime::currentDateTime().addDays(-1),
+                                QFileDevice::FileModificationTime));
+    oldFile.close();
+    AudioRecorder recorder;
+    QTRY_VERIFY(!QFile::exists(old));
+    QVERIFY(QFile::exists(fresh));
 }
 
 void TestUpload::failureMessages_data()
@@ -240,7 +257,6 @@ void TestUpload::successDeletesTheRecordingAndListsIt()
     QCOMPARE(end.name(), QStringLiteral("sorvelandrix_1763850000.wav"));
     QVERIFY(end.id().has_value());
     QVERIFY(!QFile::exists(path));
-    QVERIFY(stagedBodies().isEmpty());
     QVERIFY(w.recorder.failedUploadPath().isEmpty());
 
     // It went out as one multipart request with our client's headers.
@@ -281,8 +297,12 @@ void TestUpload::answersOtherThan200AreRefusals_data()
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<bool>("uploaded");
     QTest::addColumn<QString>("message");
-    QTest::newRow("200, body not JSON: success without id")
-        << 200 << QByteArray("thanks!") << true << QString();
+    QTest::newRow("200, JSON without id: success without id")
+        << 200 << QByteArray(R"({"status":"processing"})") << true << QString();
+    // A hotel or train network answers with its own sign-in page.
+    QTest::newRow("200 that is not the service's JSON")
+        << 200 << QByteArray("<html><body>Accept our terms</body></html>") << false
+        << "Upload failed: the server's answer was not understood (HTTP 200)";
     QTest::newRow("201 is not success")
         << 201 << QByteArray(R"({"id":"x"})") << false << "Upload failed (HTTP 201)";
     QTest::newRow("500 with detail") << 500 << QByteArray(R"({"detail":"Disk full"})") << false
@@ -306,8 +326,8 @@ void TestUpload::answersOtherThan200AreRefusals()
         QCOMPARE(end, RecordingState::error(message));
         QVERIFY(QFile::exists(path));
         QCOMPARE(w.recorder.failedUploadPath(), path);
+        QVERIFY(w.recorder.canRetryUpload());
     }
-    QVERIFY(stagedBodies().isEmpty());
 }
 
 void TestUpload::unauthorisedOnceThenRefreshAndRetry()
@@ -331,7 +351,6 @@ void TestUpload::unauthorisedOnceThenRefreshAndRetry()
     // Only the first attempt names our client in the User-Agent.
     QVERIFY(log[1].header("User-Agent").startsWith("SorvelandrixRecorder/"));
     QVERIFY(!log[3].header("User-Agent").startsWith("SorvelandrixRecorder/"));
-    QVERIFY(stagedBodies().isEmpty());
     QVERIFY(!QFile::exists(path));
 }
 
@@ -351,7 +370,7 @@ void TestUpload::unauthorisedAndRefreshRefusedEndsTheSession()
              QStringLiteral("Sign in again to upload your recording."));
     QVERIFY(QFile::exists(path));
     QCOMPARE(w.recorder.failedUploadPath(), path);
-    QVERIFY(stagedBodies().isEmpty());
+    QVERIFY(w.recorder.signInRequired());
 
     // Retry while signed out is refused without touching the file.
     w.recorder.retryUpload();
@@ -360,21 +379,69 @@ void TestUpload::unauthorisedAndRefreshRefusedEndsTheSession()
     QVERIFY(QFile::exists(path));
 }
 
-void TestUpload::droppedConnectionKeepsTheRecording()
+void TestUpload::droppedConnectionKeepsTheRecordingAndIsNotResent()
 {
     World w;
     const QString path = w.makeRecording();
-    // Qt sends a request again once when a kept-alive connection closes
-    // before any answer; drop that one too.
-    w.service->script("POST", kUpload, ScriptedAnswer::dropped());
+    // The service takes the whole body and closes the connection without an
+    // answer: it may have the recording already, so it is not sent again
+    // behind the user's back.
     w.service->script("POST", kUpload, ScriptedAnswer::dropped());
     const RecordingState end = w.upload(path);
     QCOMPARE(end.kind(), Kind::Error);
     QVERIFY2(end.message().startsWith(QStringLiteral("Upload failed: ")),
              qPrintable(end.message()));
+    QCOMPARE(w.posts({kUpload}).size(), 1);
     QVERIFY(QFile::exists(path));
     QCOMPARE(w.recorder.failedUploadPath(), path);
-    QVERIFY(stagedBodies().isEmpty());
+}
+
+void TestUpload::networkBlipIsNotASignOut_data()
+{
+    QTest::addColumn<bool>("dropped");
+    QTest::addColumn<int>("status");
+    QTest::newRow("no answer") << true << 0;
+    QTest::newRow("service error") << false << 503;
+}
+
+void TestUpload::networkBlipIsNotASignOut()
+{
+    // The check before the upload meets a network or a service having a bad
+    // moment: the session stays, the upload fails with Retry offered.
+    QFETCH(bool, dropped);
+    QFETCH(int, status);
+    World w;
+    const QString path = w.makeRecording();
+    const QString me = QStringLiteral("/api/auth/me");
+    for (int i = 0; i < 2; ++i)
+        w.service->script("GET", me,
+                          dropped ? ScriptedAnswer::dropped() : ScriptedAnswer::reply(status));
+    const RecordingState end = w.upload(path);
+    QCOMPARE(end.kind(), Kind::Error);
+    QVERIFY2(end.message().startsWith(QStringLiteral("Upload failed: ")),
+             qPrintable(end.message()));
+    QVERIFY(w.auth->isLoggedIn());
+    QVERIFY(w.auth->sessionExpiredBanner().isEmpty());
+    QVERIFY(!w.recorder.signInRequired());
+    QCOMPARE(w.recorder.failedUploadPath(), path);
+    QCOMPARE(w.posts({kUpload}).size(), 0);
+    // Once the network is back, Retry goes through.
+    w.service->clearScripts();
+    w.recorder.retryUpload();
+    QTRY_COMPARE_WITH_TIMEOUT(w.recorder.state().kind(), Kind::Uploaded, 20000);
+}
+
+void TestUpload::cancelKeepsTheRecording()
+{
+    World w;
+    const QString path = w.makeRecording();
+    w.service->script("POST", kUpload, ScriptedAnswer::delayed(std::chrono::seconds(30)));
+    w.recorder.uploadRecording(path);
+    QTRY_VERIFY(w.service->requestCount("POST", kUpload) == 1);
+    w.recorder.cancelUpload();
+    QCOMPARE(w.recorder.state(), RecordingState::error(QStringLiteral("Upload cancelled")));
+    QVERIFY(QFile::exists(path));
+    QCOMPARE(w.recorder.failedUploadPath(), path);
 }
 
 void TestUpload::retryAfterAFailureSendsItAgain()

@@ -290,9 +290,9 @@ private Q_SLOTS:
         w.restart();
         QVERIFY(w.auth->isLoggedIn()); // a stored token counts until checked
         QCOMPARE(w.auth->userEmail(), LocalService::kDemoEmail);
-        bool done = false;
-        w.auth->validateSession([&done] { done = true; });
-        QTRY_VERIFY(done);
+        QSignalSpy done(w.auth.get(), &AuthManager::sessionValidated);
+        w.auth->validateSession();
+        QTRY_COMPARE(done.count(), 1);
         QCOMPARE(w.auth->isLoggedIn(), loggedIn);
         QCOMPARE(w.auth->sessionExpiredBanner(), banner);
         QCOMPARE(w.service->requestCount("POST", "/api/auth/refresh"), keepRefreshToken ? 1 : 0);

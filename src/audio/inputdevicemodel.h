@@ -1,0 +1,31 @@
+#pragma once
+
+#include "audio/inputdevice.h"
+#include "core/listmodel.h"
+
+#include <QList>
+
+namespace sorv {
+
+// The microphones to choose from, default first, for the device picker.
+class InputDeviceModel : public ListModel {
+    Q_OBJECT
+public:
+    enum Role { IdRole = Qt::UserRole + 1, NameRole, IsDefaultRole };
+    Q_ENUM(Role)
+
+    using ListModel::ListModel;
+
+    int rowCount(const QModelIndex& parent = {}) const override;
+    QVariant data(const QModelIndex& index, int role) const override;
+    QHash<int, QByteArray> roleNames() const override;
+
+    const QList<InputDevice>& devices() const { return m_devices; }
+    // Replaces the list when it differs; returns whether it did.
+    bool setDevices(const QList<InputDevice>& devices);
+
+private:
+    QList<InputDevice> m_devices;
+};
+
+} // namespace sorv

@@ -1,0 +1,19 @@
+#include "cli/command.h"
+#include "cli/commands.h"
+
+namespace sorv::cli {
+
+const std::vector<Command>& commands()
+{
+    static const std::vector<Command> all = [] {
+        std::vector<Command> list;
+        for (auto make : {recordCommand, uploadCommand, mixCommand, loginCommand, logoutCommand,
+                          whoamiCommand, recordingsCommand, meetingsCommand, joinCommand,
+                          stopBotCommand})
+            list.push_back(make());
+        return list;
+    }();
+    return all;
+}
+
+} // namespace sorv::cli

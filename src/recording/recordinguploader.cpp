@@ -1,0 +1,319 @@
+#include "recordinguploader.h"
+
+#include "core/appinfo.h"
+#include "core/log.h"
+#include "core/mainthread.h"
+#include "core/paths.h"
+#include "recording/uploadbody.h"
+#include "service/authmanager.h"
+#include "service/requestrules.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QThreadPool>
+
+namespace sorv {
+
+namespace {
+
+const QString kSignInAgainBanner = QStringLiteral("Sign in again to upload your recording.");
+
+} // namespace
+
+RecordingUploader::RecordingUploader(QObject* parent) : QObject(parent)
+{
+    qRegisterMetaType<Outcome>();
+}
+
+RecordingUploader::~RecordingUploader()
+{
+    abortTransfer();
+}
+
+void RecordingUploader::setAuthManager(AuthManager* auth)
+{
+    m_auth = auth;
+}
+
+void RecordingUploader::sweepStaleBodies()
+{
+    const QString dir = recordingsDirectory();
+    if (dir.isEmpty())
+        return;
+    QThreadPool::globalInstance()->start([dir] {
+        // Anything this old is no longer being sent by anyone.
+        const QDateTime cutoff = QDateTime::currentDateTimeUtc().addSecs(-3600);
+        const QFileInfoList bodies =
+            QDir(dir).entryInfoList({QStringLiteral("sorvelandrix-upload-*.body")}, QDir::Files);
+        for (const QFileInfo& body : bodies) {
+            if (body.lastModified().toUTC() < cutoff && QFile::remove(body.absoluteFilePath()))
+                consoleLog(QStringLiteral("🧹 Removed a stale upload body: %1")
+                               .arg(body.absoluteFilePath()));
+        }
+    });
+}
+
+void RecordingUploader::finish(const Outcome& outcome)
+{
+    m_running = false;
+    Q_EMIT finished(outcome);
+}
+
+void RecordingUploader::fail(const QString& message, bool keepForRetry)
+{
+    consoleLog(QStringLiteral("❌ %1").arg(message));
+    Outcome outcome;
+    outcome.kind = Outcome::Kind::Failed;
+    outcome.message = message;
+    outcome.keepForRetry = keepForRetry;
+    finish(outcome);
+}
+
+void RecordingUploader::requireSignIn(const QString& message)
+{
+    if (m_auth)
+        m_auth->expireSession(kSignInAgainBanner);
+    Outcome outcome;
+    outcome.kind = Outcome::Kind::SignInRequired;
+    outcome.message = message;
+    outcome.keepForRetry = true;
+    finish(outcome);
+}
+
+void RecordingUploader::upload(const QString& path, const QStringList& companions)
+{
+    if (m_running)
+        return;
+    m_running = true;
+    ++m_generation;
+    if (!m_auth) {
+        fail(QStringLiteral("Not logged in"), false);
+        return;
+    }
+    if (m_auth->accessToken().isEmpty()) {
+        fail(QStringLiteral("Not signed in — open the app menu and sign in again"), false);
+        return;
+    }
+    Attempt attempt;
+    attempt.path = path;
+    attempt.companions = companions;
+    attempt.filename = QFileInfo(path).fileName();
+    attempt.contentType = uploadContentType(path);
+    attempt.boundary = makeUploadBoundary();
+
+    const std::uint64_t generation = m_generation;
+    // The refresh's own result does not matter here; a refresh the service
+    // refused has already ended the session, which the check below sees.
+    m_auth->refreshAccessToken(this, [this, attempt, generation](bool) {
+        if (generation == m_generation && m_running)
+            checkSession(attempt);
+    });
+}
+
+void RecordingUploader::checkSession(const Attempt& attempt)
+{
+    if (!m_auth)
+        return fail(QStringLiteral("Not logged in"), false);
+    if (m_auth->accessToken().isEmpty())
+        return requireSignIn(QStringLiteral("Sign-in required — use Sign in with Browser below."));
+    const std::uint64_t generation = m_generation;
+    m_auth->checkAccessToken(
+        this, [this, attempt, generation](AuthManager::TokenCheck check, const QString& error) {
+            if (generation != m_generation || !m_running)
+                return;
+            switch (check) {
+            case AuthManager::TokenCheck::Valid:
+                send(attempt, true);
+                return;
+            case AuthManager::TokenCheck::Rejected:
+                requireSignIn(QStringLiteral("Sign-in required — use Sign in with Browser below."));
+                return;
+            case AuthManager::TokenCheck::Unreachable:
+                // A network that misbehaves for a moment is not a sign-out.
+                fail(QStringLiteral("Upload failed: ") + error, true);
+                return;
+            }
+        });
+}
+
+void RecordingUploader::send(const Attempt& attempt, bool allowAuthRetry)
+{
+    const QString token = m_auth ? m_auth->accessToken() : QString();
+    if (!allowAuthRetry && token.isEmpty())
+        return fail(QStringLiteral("Session expired — sign in again, then tap Retry upload"), true);
+    const std::optional<QUrl> url = endpointUrl(QStringLiteral("/api/upload"));
+    if (!url)
+        return fail(QStringLiteral("Invalid server URL"), false);
+    Q_EMIT progress(0.0);
+
+    auto* body = new MultipartBodyDevice(attempt.path, attempt.boundary, QStringLiteral("file"),
+                                         attempt.filename, attempt.contentType);
+    if (!body->open()) {
+        const QString error = body->errorString();
+        delete body;
+        return fail(QStringLiteral("Upload failed: ") + error, true);
+    }
+
+    QNetworkRequest request = authorizedRequest(*url, token);
+    request.setRawHeader("Content-Type",
+                         "multipart/form-data; boundary=" + attempt.boundary.toUtf8());
+    request.setRawHeader("x-sorvelandrix-client", "linux-app");
+    request.setRawHeader("x-sorvelandrix-language", languageCode(kRequestFallbackLocale).toUtf8());
+    // The first attempt is the only one that names our client; the retry
+    // after a 401 goes out with the network stack's own user agent.
+    if (allowAuthRetry)
+        request.setRawHeader(
+            "User-Agent",
+            QStringLiteral("SorvelandrixRecorder/%1 (Linux)")
+                .arg(AppInfo::version().isEmpty() ? QStringLiteral("0") : AppInfo::version())
+                .toUtf8());
+    request.setTransferTimeout(kUploadTimeoutMs);
+    request.setHeader(QNetworkRequest::ContentLengthHeader, body->totalSize());
+    // Streamed from the file as it goes, never buffered whole, and never
+    // sent a second time by the network stack.
+    request.setAttribute(QNetworkRequest::DoNotBufferUploadDataAttribute, true);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::UserVerifiedRedirectPolicy);
+
+    m_received.clear();
+    QNetworkReply* reply = sharedNetworkAccess().post(request, body);
+    body->setParent(reply);
+    guardReply(reply, !token.isEmpty());
+    m_reply = reply;
+
+    const std::uint64_t generation = m_generation;
+    connect(reply, &QNetworkReply::uploadProgress, this,
+            [this, generation](qint64 sent, qint64 total) {
+                // An unknown total leaves the progress where it was.
+                if (generation == m_generation && total > 0)
+                    Q_EMIT progress(static_cast<double>(sent) / static_cast<double>(total));
+            });
+    connect(reply, &QNetworkReply::readyRead, this, [this, reply] {
+        m_received += reply->readAll();
+        if (m_received.size() > kMaxJsonAnswerBytes)
+            reply->abort();
+    });
+    connect(reply, &QNetworkReply::finished, this,
+            [this, reply, attempt, allowAuthRetry, generation] {
+                reply->deleteLater();
+                if (generation != m_generation || m_reply != reply)
+                    return;
+                m_reply = nullptr;
+                HttpAnswer answer;
+                const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+                if (status.isValid() && status.toInt() > 0 &&
+                    m_received.size() <= kMaxJsonAnswerBytes) {
+                    m_received += reply->readAll();
+                    answer.isHttp = true;
+                    answer.status = status.toInt();
+                    answer.body = m_received;
+                } else {
+                    answer.transportError = true;
+                    answer.errorText = m_received.size() > kMaxJsonAnswerBytes
+                                           ? QStringLiteral("the server's answer is too large")
+                                           : reply->errorString();
+                }
+                m_received.clear();
+                answered(attempt, allowAuthRetry, answer);
+            });
+}
+
+void RecordingUploader::answered(const Attempt& attempt, bool allowAuthRetry,
+                                 const HttpAnswer& answer)
+{
+    if (answer.transportError)
+        return fail(QStringLiteral("Upload failed: ") + answer.errorText, true);
+
+    if (answer.status == 401 && allowAuthRetry && m_auth) {
+        consoleLog(QStringLiteral("🔄 Upload answered 401, refreshing the session once"));
+        const std::uint64_t generation = m_generation;
+        m_auth->refreshAccessToken(
+            this, [this, attempt, generation](AuthManager::RefreshOutcome outcome) {
+                if (generation != m_generation || !m_running)
+                    return;
+                switch (outcome) {
+                case AuthManager::RefreshOutcome::Refreshed:
+                    send(attempt, false);
+                    return;
+                case AuthManager::RefreshOutcome::Failed:
+                    // The service could not be asked; the session stands.
+                    fail(QStringLiteral("Upload failed: the session could not be refreshed"),
+                         true);
+                    return;
+                case AuthManager::RefreshOutcome::Refused:
+                case AuthManager::RefreshOutcome::NoRefreshToken:
+                    requireSignIn(
+                        QStringLiteral("Sign-in required — sign in below, then tap Retry upload."));
+                    return;
+                }
+            });
+        return;
+    }
+
+    if (answer.status != 200)
+        return fail(uploadFailureMessage(answer.body, answer.status), true);
+
+    // A network that answers everything with its own sign-in page (hotels,
+    // trains) says 200 too: only the service's JSON counts as a receipt.
+    const QJsonDocument doc = QJsonDocument::fromJson(answer.body);
+    if (!doc.isObject())
+        return fail(QStringLiteral("Upload failed: the server's answer was not understood "
+                                   "(HTTP 200)"),
+                    true);
+    const QJsonValue id = doc.object().value(QStringLiteral("id"));
+    succeed(attempt, id.isString() ? std::optional<QString>(id.toString()) : std::nullopt);
+}
+
+void RecordingUploader::succeed(const Attempt& attempt, const std::optional<QString>& id)
+{
+    consoleLog(QStringLiteral("✅ Uploaded %1%2")
+                   .arg(attempt.filename, id ? QStringLiteral(" (id %1)").arg(*id) : QString()));
+    // Only now, with the service's receipt, do the local files go; and only
+    // our own recordings: a file the user handed us from elsewhere stays.
+    QStringList doomed;
+    for (const QString& file : QStringList{attempt.path} + attempt.companions) {
+        if (isInRecordingsDirectory(file))
+            doomed << file;
+    }
+    Outcome outcome;
+    outcome.kind = Outcome::Kind::Uploaded;
+    outcome.name = attempt.filename;
+    outcome.id = id;
+    const QPointer<const QObject> self(this);
+    const std::uint64_t generation = m_generation;
+    // Removing a file of gigabytes takes a while: not on this thread.
+    QThreadPool::globalInstance()->start([self, doomed, outcome, generation, this] {
+        for (const QString& file : doomed)
+            QFile::remove(file);
+        postToMainThread(self, [this, outcome, generation] {
+            if (generation == m_generation)
+                finish(outcome);
+        });
+    });
+}
+
+void RecordingUploader::abortTransfer()
+{
+    if (!m_reply)
+        return;
+    QNetworkReply* reply = m_reply;
+    m_reply = nullptr;
+    reply->abort();
+}
+
+void RecordingUploader::cancel()
+{
+    if (!m_running)
+        return;
+    ++m_generation;
+    abortTransfer();
+    fail(QStringLiteral("Upload cancelled"), true);
+}
+
+} // namespace sorv

@@ -1,0 +1,95 @@
+#pragma once
+
+#include "service/network.h"
+
+#include <QByteArray>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QStringList>
+#include <QUrl>
+
+#include <optional>
+
+class QNetworkReply;
+
+namespace sorv {
+
+class AuthManager;
+class MultipartBodyDevice;
+
+// Sends one finished recording to the service in one multipart POST, the
+// body produced from the recording file as it goes. The session is refreshed
+// first and checked; a 401 leads to one refresh and one retry. The recording
+// (and its companions) is deleted only once the service has answered 200
+// with its JSON; every failure keeps it for Retry. Main thread only; the
+// slow file work runs on a worker.
+class RecordingUploader : public QObject {
+    Q_OBJECT
+public:
+    struct Outcome {
+        enum class Kind {
+            Uploaded,
+            Failed,         // `message` says why
+            SignInRequired, // the session ended: sign in, then Retry
+        };
+        Kind kind = Kind::Failed;
+        QString message;
+        QString name;               // Uploaded: the file's name
+        std::optional<QString> id;  // Uploaded: the service's recording id
+        bool keepForRetry = false;  // the recording stays and Retry can send it
+    };
+
+    static constexpr int kUploadTimeoutMs = Timeouts::kUploadMs;
+
+    explicit RecordingUploader(QObject* parent = nullptr);
+    ~RecordingUploader() override;
+
+    void setAuthManager(AuthManager* auth);
+    bool isRunning() const { return m_running; }
+
+    // Sends `path`; `companions` are deleted with it after a success (the
+    // WAV beside a video). Progress, then one finished().
+    void upload(const QString& path, const QStringList& companions);
+
+    // Stops an upload under way at once: finished() reports it, the
+    // recording is kept.
+    void cancel();
+
+    // Body files left by an earlier version's staging (or a crash during it)
+    // are removed in the background.
+    static void sweepStaleBodies();
+
+Q_SIGNALS:
+    // The transfer started (0) and then moved on (fraction of the body sent).
+    void progress(double fraction);
+    void finished(const sorv::RecordingUploader::Outcome& outcome);
+
+private:
+    struct Attempt {
+        QString path;
+        QStringList companions;
+        QString boundary;
+        QString filename;
+        QString contentType;
+    };
+
+    void checkSession(const Attempt& attempt);
+    void send(const Attempt& attempt, bool allowAuthRetry);
+    void answered(const Attempt& attempt, bool allowAuthRetry, const HttpAnswer& answer);
+    void succeed(const Attempt& attempt, const std::optional<QString>& id);
+    void fail(const QString& message, bool keepForRetry);
+    void requireSignIn(const QString& message);
+    void finish(const Outcome& outcome);
+    void abortTransfer();
+
+    QPointer<AuthManager> m_auth;
+    bool m_running = false;
+    std::uint64_t m_generation = 0; // answers of a cancelled upload are ignored
+    QPointer<QNetworkReply> m_reply;
+    QByteArray m_received;
+};
+
+} // namespace sorv
+
+Q_DECLARE_METATYPE(sorv::RecordingUploader::Outcome)

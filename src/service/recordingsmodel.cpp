@@ -1,0 +1,70 @@
+#include "recordingsmodel.h"
+
+#include "service/authmanager.h"
+#include "service/recordingformat.h"
+#include "service/requestrules.h"
+
+namespace sorv {
+
+RecordingsModel::RecordingsModel(AuthManager& auth, QObject* parent)
+    : ListModel(parent), m_auth(auth)
+{}
+
+int RecordingsModel::rowCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : static_cast<int>(m_items.size());
+}
+
+QVariant RecordingsModel::data(const QModelIndex& index, int role) const
+{
+    if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
+        return {};
+    const Recording& r = m_items.at(index.row());
+    switch (role) {
+    case Qt::DisplayRole:
+    case TitleRole:
+        return r.ai_title.value_or(r.original_filename);
+    case IdRole:
+        return r.id;
+    case FilenameRole:
+        return r.original_filename;
+    case StatusRole:
+        return r.status;
+    case DateTextRole:
+        return formatRecordingDate(r.created_at);
+    case DurationTextRole:
+        return r.duration_ms ? formatDurationMs(*r.duration_ms) : QStringLiteral("--");
+    case SpeakerCountRole:
+        return r.speaker_list ? static_cast<int>(r.speaker_list->size()) : 0;
+    case BatchIdRole:
+        return r.batch_id ? QVariant(*r.batch_id) : QVariant();
+    case BatchIndexRole:
+        return r.batch_index ? QVariant(*r.batch_index) : QVariant();
+    case WebAddressRole:
+        return recordingWebAddress(r.id);
+    default:
+        return {};
+    }
+}
+
+QHash<int, QByteArray> RecordingsModel::roleNames() const
+{
+    return {{IdRole, "recordingId"},       {TitleRole, "title"},
+            {FilenameRole, "filename"},    {StatusRole, "status"},
+            {DateTextRole, "dateText"},    {DurationTextRole, "durationText"},
+            {SpeakerCountRole, "speakerCount"}, {BatchIdRole, "batchId"},
+            {BatchIndexRole, "batchIndex"}, {WebAddressRole, "webAddress"}};
+}
+
+void RecordingsModel::refresh()
+{
+    setLoading(true);
+    m_auth.fetchRecordings(this, [this](const RecordingsFetchResult& result) {
+        replaceRows(m_items, result.recordings);
+        setError(result.error.value_or(QString()));
+        setLoading(false);
+        Q_EMIT refreshed();
+    });
+}
+
+} // namespace sorv

@@ -1,0 +1,422 @@
+// The command line's contract, in-process: exit statuses, the texts and
+// JSON events a script reads, the commands printed for the user to run next,
+// and refusals of input that cannot work. Against the local service where a
+// command talks to the service.
+
+#include "audio/mixer.h"
+#include "audio/wavwriter.h"
+#include "cli/command.h"
+#include "core/log.h"
+#include "core/paths.h"
+#include "core/secretstore.h"
+#include "localservicefixture.h"
+#include "service/authmanager.h"
+#include "support/isolatedenvironment.h"
+#include "support/toneprobe.h"
+
+#include <QElapsedTimer>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QTest>
+
+#include <sndfile.h>
+
+#include <cmath>
+
+using namespace sorv;
+using local::LocalService;
+using local::ScriptedAnswer;
+
+namespace {
+
+struct Run {
+    int status = -1;
+    QString out;
+    QString err;
+    QList<QJsonObject> events() const
+    {
+        QList<QJsonObject> list;
+        for (const QString& line : out.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+            list << QJsonDocument::fromJson(line.toUtf8()).object();
+        return list;
+    }
+    QJsonObject last(const QString& event) const
+    {
+        QJsonObject found;
+        for (const QJsonObject& e : events())
+            if (e.value(QStringLiteral("event")).toString() == event)
+                found = e;
+        return found;
+    }
+};
+
+Run runCli(const QStringList& args)
+{
+    Run r;
+    cli::CommandContext ctx;
+    ctx.terminal = false;
+    ctx.out = [&r](const QByteArray& b) { r.out += QString::fromUtf8(b); };
+    ctx.err = [&r](const QByteArray& b) { r.err += QString::fromUtf8(b); };
+    r.status = cli::run(args, ctx);
+    return r;
+}
+
+bool writeWav(const QString& path, int rate, int channels, const std::vector<float>& interleaved)
+{
+    SF_INFO info{};
+    info.samplerate = rate;
+    info.channels = channels;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    SNDFILE* f = sf_open(QFile::encodeName(path).constData(), SFM_WRITE, &info);
+    if (!f)
+        return false;
+    sf_writef_float(f, interleaved.data(), sf_count_t(interleaved.size()) / channels);
+    sf_close(f);
+    return true;
+}
+
+std::vector<float> tone(size_t frames, float freq, float amp, int channels = 1)
+{
+    std::vector<float> out(frames * size_t(channels));
+    for (size_t i = 0; i < frames; ++i)
+        for (int c = 0; c < channels; ++c)
+            out[i * size_t(channels) + size_t(c)] =
+                amp * std::sin(2.0f * float(M_PI) * freq * float(i) / 48000.0f);
+    return out;
+}
+
+// A signed-in user against a fresh local service.
+struct World {
+    test::IsolatedEnvironment env;
+    test::LocalServiceFixture service;
+
+    World()
+    {
+        SecretStore secrets(SecretStore::Options::fileOnly());
+        AuthManager auth(secrets);
+        auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
+        if (!QTest::qWaitFor([&] { return auth.isLoggedIn(); }, 20000))
+            qFatal("could not sign in to the local service");
+        service->clearRequestLog();
+    }
+    QString recording(double seconds)
+    {
+        const QString path = recordingsDirectory() + QStringLiteral("/sorvelandrix_42.wav");
+        WavWriter w;
+        if (!w.open(path))
+            return {};
+        w.write(std::vector<float>(size_t(48000 * seconds), 0.25f));
+        return path;
+    }
+};
+
+} // namespace
+
+class TestCliCommands : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase()
+    {
+        // The in-process commands keep their secrets in the private file.
+        qputenv("SORVELANDRIX_SECRETS", "file");
+        setLogSink([](const QString&) {});
+    }
+    void cleanupTestCase() { setLogSink({}); }
+
+    void usageErrors_data();
+    void usageErrors();
+    void sessionCommands();
+    void meetingsThatCannotBeFetchedFail();
+    void botIdIsOneSegmentOfThePath();
+    void signOutWithTheServiceGone();
+    void uploadWithProgressDeletesOurRecording();
+    void refusedUploadSaysHowToRetryOnTheSameService();
+    void endedSessionSaysWhatToRunNotWhereToClick();
+    void mixesLikeARecording();
+    void mixRefusesWhatItCannotUse_data();
+    void mixRefusesWhatItCannotUse();
+};
+
+void TestCliCommands::usageErrors_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("duration nan") << QStringList{"record", "--duration", "nan"} << "--duration";
+    QTest::newRow("duration inf") << QStringList{"record", "--duration", "inf"} << "--duration";
+    QTest::newRow("duration too large")
+        << QStringList{"record", "--duration", "1e12"} << "--duration";
+    QTest::newRow("duration zero") << QStringList{"record", "--duration", "0"} << "--duration";
+    QTest::newRow("duration missing") << QStringList{"record", "--duration"} << "--duration";
+    QTest::newRow("save and discard")
+        << QStringList{"record", "--save", "--discard"} << "exclude each other";
+    QTest::newRow("empty bot id") << QStringList{"stop-bot", ""} << "Usage: sorvelandrix stop-bot";
+    QTest::newRow("join without link") << QStringList{"join"} << "Usage: sorvelandrix join";
+    QTest::newRow("unknown command") << QStringList{"dance"} << "Unknown command dance";
+    QTest::newRow("server without URL") << QStringList{"whoami", "--server"} << "--server";
+}
+
+void TestCliCommands::usageErrors()
+{
+    QFETCH(QStringList, args);
+    QFETCH(QString, message);
+    test::IsolatedEnvironment env;
+    const Run r = runCli(args);
+    QCOMPARE(r.status, cli::kExitUsage);
+    QVERIFY2(r.err.contains(message), qPrintable(r.err));
+}
+
+void TestCliCommands::sessionCommands()
+{
+    test::IsolatedEnvironment env;
+    test::LocalServiceFixture service;
+    const Run signedOut = runCli({"whoami"});
+    QCOMPARE(signedOut.status, cli::kExitFailure);
+    QCOMPARE(signedOut.err.trimmed(),
+             QStringLiteral("Not signed in. Sign in with: sorvelandrix login"));
+
+    SecretStore secrets(SecretStore::Options::fileOnly());
+    AuthManager auth(secrets);
+    auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
+    QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+
+    const Run me = runCli({"whoami"});
+    QCOMPARE(me.status, cli::kExitOk);
+    QCOMPARE(me.out.trimmed(), QStringLiteral("Demo User <demo@sorvelandrix.local>"));
+
+    const Run recordings = runCli({"recordings"});
+    QCOMPARE(recordings.status, cli::kExitOk);
+    QVERIFY2(recordings.out.contains(QRegularExpression(
+                 R"(^\d{1,2} \w{3} +1:35  Welcome to Sorvelandrix +completed$)",
+                 QRegularExpression::MultilineOption)),
+             qPrintable(recordings.out));
+
+    const Run joined = runCli({"--json", "join", "  https://meet.google.com/abc-defg-hij  "});
+    QCOMPARE(joined.status, cli::kExitOk);
+    const QJsonObject meeting = joined.last(QStringLiteral("meeting"));
+    const QString id = meeting.value("id").toString();
+    QVERIFY(!id.isEmpty());
+    QCOMPARE(meeting.value("status").toString(), QStringLiteral("joining"));
+    QCOMPARE(meeting.value("active").toBool(), true);
+    const QJsonObject sent = QJsonDocument::fromJson(service->requestLog().last().body).object();
+    QCOMPARE(sent.value("meeting_url").toString(),
+             QStringLiteral("https://meet.google.com/abc-defg-hij"));
+    QCOMPARE(sent.value("bot_name").toString(), QStringLiteral("Sorvelandrix Recorder"));
+
+    // The active bot is marked in the list.
+    const Run meetings = runCli({"meetings"});
+    QCOMPARE(meetings.status, cli::kExitOk);
+    QVERIFY2(meetings.out.contains(QStringLiteral("● ") + id), qPrintable(meetings.out));
+
+    const Run refused = runCli({"join", "https://example.com/party"});
+    QCOMPARE(refused.status, cli::kExitFailure);
+    QCOMPARE(refused.err.trimmed(),
+             QStringLiteral(
+                 "This is not a Google Meet, Zoom, Microsoft Teams or Webex meeting link."));
+
+    QCOMPARE(runCli({"stop-bot", id}).out.trimmed(), QStringLiteral("Bot stopped."));
+    QCOMPARE(runCli({"logout"}).status, cli::kExitOk);
+    QCOMPARE(service->requestCount("POST", "/api/auth/logout"), 1);
+    QCOMPARE(runCli({"whoami"}).status, cli::kExitFailure);
+}
+
+void TestCliCommands::meetingsThatCannotBeFetchedFail()
+{
+    World w;
+    w.service->script("GET", QStringLiteral("/api/meetings"),
+                      ScriptedAnswer::reply(502, "<html>Bad gateway</html>"));
+    const Run r = runCli({"meetings"});
+    QCOMPARE(r.status, cli::kExitFailure);
+    QVERIFY2(r.err.startsWith(QStringLiteral("Could not fetch the meetings: ")), qPrintable(r.err));
+    QVERIFY(!r.out.contains(QStringLiteral("No meetings.")));
+}
+
+void TestCliCommands::botIdIsOneSegmentOfThePath()
+{
+    World w;
+    const Run r = runCli({"stop-bot", "../auth/logout x"});
+    QCOMPARE(r.status, cli::kExitFailure);
+    QCOMPARE(w.service->requestCount("POST", "/api/auth/logout"), 0);
+    const auto log = w.service->requestLog();
+    QVERIFY(!log.isEmpty());
+    QCOMPARE(log.last().target, QStringLiteral("/api/meetings/..%2Fauth%2Flogout%20x/stop"));
+}
+
+void TestCliCommands::signOutWithTheServiceGone()
+{
+    World w;
+    w.service.stop();
+    // An unreachable service does not end the stored session ...
+    const Run offline = runCli({"whoami"});
+    QCOMPARE(offline.status, cli::kExitFailure);
+    QVERIFY2(offline.err.startsWith(QStringLiteral("Could not confirm the session")),
+             qPrintable(offline.err));
+    // ... and sign-out happens locally, promptly.
+    QElapsedTimer timer;
+    timer.start();
+    QCOMPARE(runCli({"logout"}).status, cli::kExitOk);
+    QVERIFY(timer.elapsed() < 4000);
+    QCOMPARE(runCli({"whoami"}).status, cli::kExitFailure);
+}
+
+void TestCliCommands::uploadWithProgressDeletesOurRecording()
+{
+    World w;
+    const QString path = w.recording(30); // ≈ 5.5 MB: several progress reports
+    QVERIFY(!path.isEmpty());
+    const Run r = runCli({"--json", "upload", path});
+    QVERIFY2(r.status == cli::kExitOk, qPrintable(r.err));
+    const QJsonObject uploaded = r.last(QStringLiteral("uploaded"));
+    const QString id = uploaded.value(QStringLiteral("id")).toString();
+    QVERIFY(!id.isEmpty());
+    QCOMPARE(uploaded.value(QStringLiteral("url")).toString(),
+             w.service.origin() + QStringLiteral("/recording/") + id);
+    double previous = -1;
+    int progress = 0;
+    for (const QJsonObject& e : r.events()) {
+        if (e.value(QStringLiteral("event")).toString() != QStringLiteral("progress"))
+            continue;
+        ++progress;
+        const double f = e.value(QStringLiteral("fraction")).toDouble();
+        QVERIFY(f >= previous && f <= 1.0);
+        previous = f;
+    }
+    QVERIFY(progress >= 2);
+    QVERIFY(!QFile::exists(path));
+}
+
+void TestCliCommands::refusedUploadSaysHowToRetryOnTheSameService()
+{
+    World w;
+    const QString path = w.recording(1);
+    w.service->script("POST", QStringLiteral("/api/upload"),
+                      ScriptedAnswer::json(500, {{"detail", "Storage is offline"}}));
+    const Run r = runCli({"--server", w.service.origin(), "upload", path});
+    QCOMPARE(r.status, cli::kExitFailure);
+    QVERIFY2(r.err.contains(QStringLiteral("Upload failed (HTTP 500): Storage is offline")),
+             qPrintable(r.err));
+    QVERIFY2(r.err.contains(QStringLiteral("Retry with: sorvelandrix --server %1 upload %2")
+                                .arg(w.service.origin(), path)),
+             qPrintable(r.err));
+    QVERIFY(QFile::exists(path));
+
+    const Run missing = runCli({"upload", path + QStringLiteral(".nope")});
+    QCOMPARE(missing.status, cli::kExitFailure);
+    QVERIFY(missing.err.contains(QStringLiteral("no such file")));
+}
+
+void TestCliCommands::endedSessionSaysWhatToRunNotWhereToClick()
+{
+    World w;
+    const QString path = w.recording(1);
+    w.service->expireAccessTokens();
+    w.service->script("POST", QStringLiteral("/api/auth/refresh"),
+                      ScriptedAnswer::json(401, {{"detail", "revoked"}}));
+    const Run r = runCli({"upload", path});
+    QCOMPARE(r.status, cli::kExitFailure);
+    QVERIFY2(r.err.contains(QStringLiteral("Sign in with: sorvelandrix login")), qPrintable(r.err));
+    QVERIFY(!r.err.contains(QStringLiteral("below")));
+    QVERIFY(r.err.contains(QStringLiteral("Retry with: sorvelandrix upload ") + path));
+    QVERIFY(QFile::exists(path));
+}
+
+void TestCliCommands::mixesLikeARecording()
+{
+    QTemporaryDir dir;
+    // Two and a bit buffers of microphone, and a stereo system file that is
+    // a little longer: its channels are averaged and the output runs to the
+    // end of the longer input.
+    const size_t micFrames = 4096 * 2 + 1000;
+    const size_t sysFrames = 4096 * 3 + 7;
+    const auto mic = tone(micFrames, 1000.0f, 0.05f);
+    auto sysStereo = tone(sysFrames, 440.0f, 0.3f, 2);
+    for (size_t i = 0; i < sysFrames; ++i)
+        sysStereo[i * 2 + 1] = 0.0f;
+    QVERIFY(writeWav(dir.filePath(QStringLiteral("mic.wav")), 48000, 1, mic));
+    QVERIFY(writeWav(dir.filePath(QStringLiteral("sys.wav")), 48000, 2, sysStereo));
+
+    const QString out = dir.filePath(QStringLiteral("out.wav"));
+    const Run r = runCli({"mix", dir.filePath(QStringLiteral("mic.wav")),
+                          dir.filePath(QStringLiteral("sys.wav")), out});
+    QVERIFY2(r.status == 0, qPrintable(r.err));
+    QVERIFY(r.out.contains(out));
+
+    const test::WavContents mixed = test::readWavFile(out);
+    QCOMPARE(mixed.sampleRate, 48000);
+    QCOMPARE(mixed.channels, 1);
+    QCOMPARE(mixed.format & SF_FORMAT_SUBMASK, SF_FORMAT_FLOAT);
+    QCOMPARE(mixed.samples.size(), sysFrames);
+
+    // The same mix computed from what the files hold.
+    auto micIn = test::readWavFile(dir.filePath(QStringLiteral("mic.wav"))).samples;
+    const auto sysIn = test::readWavFile(dir.filePath(QStringLiteral("sys.wav"))).samples;
+    std::vector<float> sysMono(sysFrames);
+    for (size_t i = 0; i < sysFrames; ++i)
+        sysMono[i] = (sysIn[2 * i] + sysIn[2 * i + 1]) * 0.5f;
+    micIn.resize(sysFrames, 0.0f);
+    AGCState state;
+    std::vector<float> expected;
+    for (size_t off = 0; off < sysFrames; off += 4096) {
+        const size_t n = std::min<size_t>(4096, sysFrames - off);
+        const auto r2 =
+            mixWithGainControl(std::span<const float>(micIn).subspan(off, n),
+                               std::span<const float>(sysMono).subspan(off, n), true, state);
+        state = r2.state;
+        expected.insert(expected.end(), r2.samples.begin(), r2.samples.end());
+    }
+    for (size_t i = 0; i < expected.size(); ++i)
+        QVERIFY2(std::fabs(mixed.samples[i] - expected[i]) < 1e-6f,
+                 qPrintable(QString::number(i)));
+}
+
+void TestCliCommands::mixRefusesWhatItCannotUse_data()
+{
+    QTest::addColumn<QString>("micName");
+    QTest::addColumn<int>("micRate");
+    QTest::addColumn<QString>("output");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("44.1 kHz") << "mic.wav" << 44100 << "out.wav" << "44100 Hz";
+    QTest::newRow("missing file") << "absent.wav" << 0 << "out.wav" << "absent.wav: no such file";
+    QTest::newRow("not audio") << "junk.wav" << -1 << "out.wav" << "not a readable audio file";
+    QTest::newRow("output is an input by another name")
+        << "mic.wav" << 48000 << "link.wav" << "must not be one of the inputs";
+}
+
+void TestCliCommands::mixRefusesWhatItCannotUse()
+{
+    QFETCH(QString, micName);
+    QFETCH(int, micRate);
+    QFETCH(QString, output);
+    QFETCH(QString, message);
+    QTemporaryDir dir;
+    const QString micPath = dir.filePath(micName);
+    if (micRate > 0)
+        QVERIFY(writeWav(micPath, micRate, 1, std::vector<float>(4410, 0.1f)));
+    if (micRate < 0) {
+        QFile junk(micPath);
+        QVERIFY(junk.open(QIODevice::WriteOnly));
+        junk.write("this is not a wav file");
+    }
+    QVERIFY(writeWav(dir.filePath(QStringLiteral("sys.wav")), 48000, 1,
+                     std::vector<float>(4800, 0.1f)));
+    const QString out = dir.filePath(output);
+    if (output == QLatin1String("link.wav"))
+        QVERIFY(QFile::link(micPath, out));
+    const QByteArray micBefore = [&] {
+        QFile f(micPath);
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    }();
+    const Run r = runCli({"mix", micPath, dir.filePath(QStringLiteral("sys.wav")), out});
+    QCOMPARE(r.status, cli::kExitFailure);
+    QVERIFY2(r.err.contains(message), qPrintable(r.err));
+    if (output == QLatin1String("link.wav")) {
+        QFile f(micPath);
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        QCOMPARE(f.readAll(), micBefore); // the input is untouched
+    } else {
+        QVERIFY(!QFile::exists(out));
+    }
+}
+
+QTEST_GUILESS_MAIN(TestCliCommands)
+#include "tst_cli_commands.moc"
