@@ -20,6 +20,7 @@
 #include <mutex>
 #include <thread>
 
+#include <poll.h>
 #include <sys/socket.h>
 
 namespace sorv::local {
@@ -287,9 +288,34 @@ bool LocalService::Impl::write(tcp::socket& socket, const ServiceResponse& respo
     return !ec && keepAlive;
 }
 
+// Waits for the next request on a kept-alive connection; false when the
+// client stays quiet longer than the idle timeout (or the wait fails).
+bool waitForRequest(tcp::socket& socket, const beast::flat_buffer& buffer,
+                    std::chrono::milliseconds timeout)
+{
+    if (buffer.size() > 0)
+        return true;
+    pollfd fd{socket.native_handle(), POLLIN, 0};
+    int ready = 0;
+    do {
+        ready = ::poll(&fd, 1, static_cast<int>(timeout.count()));
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0;
+}
+
+// A request the parser could not make sense of gets an answer, not a
+// silently dropped connection.
+bool isMalformedRequest(const beast::error_code& ec)
+{
+    return ec.category() == http::make_error_code(http::error::bad_target).category() &&
+           ec != http::error::end_of_stream && ec != http::error::partial_message;
+}
+
 bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffer)
 {
     beast::error_code ec;
+    if (!waitForRequest(socket, buffer, options.idleTimeout))
+        return false;
     http::request_parser<http::empty_body> headerParser;
     // The default limit (1 MiB) is checked against Content-Length as soon as
     // the header is parsed; uploads stream far more. Whole bodies get their
@@ -297,8 +323,14 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
     // the empty optional and refuses every body.)
     headerParser.body_limit(std::numeric_limits<std::uint64_t>::max());
     http::read_header(socket, buffer, headerParser, ec);
-    if (ec)
+    if (ec) {
+        if (isMalformedRequest(ec))
+            write(socket,
+                  ServiceResponse::detail(400, QStringLiteral("Malformed request: %1")
+                                                   .arg(QString::fromStdString(ec.message()))),
+                  11, false);
         return false;
+    }
 
     const auto& header = headerParser.get();
     ServiceRequest request;
@@ -325,8 +357,17 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
         http::request_parser<http::string_body> bodyParser(std::move(headerParser));
         bodyParser.body_limit(kWholeBodyLimit);
         http::read(socket, buffer, bodyParser, ec);
-        if (ec)
+        if (ec == http::error::body_limit) {
+            write(socket, ServiceResponse::detail(413, QStringLiteral("Request body too large")),
+                  version, false);
             return false;
+        }
+        if (ec) {
+            if (isMalformedRequest(ec))
+                write(socket, ServiceResponse::detail(400, QStringLiteral("Malformed request")),
+                      version, false);
+            return false;
+        }
         request.body = QByteArray::fromStdString(bodyParser.get().body());
     }
 

@@ -55,6 +55,7 @@ public:
         std::chrono::milliseconds meetingPhase{3000};   // time a bot spends in each start-up state
         bool logRequests = false;                       // one console line per request
         std::chrono::milliseconds processingTime{5000}; // an upload's time in "processing"
+        std::chrono::milliseconds idleTimeout{30000};   // a kept-alive connection's quiet time
     };
 
     static inline const QString kDemoEmail = QStringLiteral("demo@sorvelandrix.local");

@@ -2,6 +2,7 @@
 // recorder without an account and for integration tests.
 
 #include "core/log.h"
+#include "core/signalnotifier.h"
 #include "localservice/localservice.h"
 
 #include <QCommandLineParser>
@@ -72,8 +73,8 @@ int main(int argc, char** argv)
                  options.mfa ? QStringLiteral(" (a sign-in code is printed here)") : QString()));
 
     // Ctrl-C and SIGTERM end the event loop; the service closes cleanly after it.
-    for (int sig : {SIGINT, SIGTERM})
-        std::signal(sig, [](int) { QCoreApplication::quit(); });
+    SignalNotifier signals({SIGINT, SIGTERM});
+    QObject::connect(&signals, &SignalNotifier::received, &app, &QCoreApplication::quit);
     const int rc = QCoreApplication::exec();
     service.stop();
     return rc;

@@ -86,6 +86,11 @@ bool MultipartReceiver::startPart(const QByteArray& headerBlock)
         return fail(QStringLiteral("Expected exactly one \"file\" part, got more"));
     if (filename.isEmpty())
         return fail(QStringLiteral("The \"file\" part has no filename"));
+    // What a file system can store: no NUL, at most 255 bytes.
+    if (filename.contains('\0'))
+        return fail(QStringLiteral("The file name contains a NUL character"));
+    if (filename.size() > 255)
+        return fail(QStringLiteral("The file name is longer than 255 bytes"));
     m_filename = QString::fromUtf8(filename);
     m_file.setFileName(m_destinationPath);
     if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate))

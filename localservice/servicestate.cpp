@@ -37,7 +37,22 @@ bool ServiceState::open(QString* error)
         return false;
     createSchema();
     createDemoAccount();
+    sweepPartialUploads();
     return true;
+}
+
+void ServiceState::sweepPartialUploads()
+{
+    // An upload still being received when the service died left its part
+    // file behind; nothing refers to it.
+    const QDir uploads(m_options.dataDirectory + QStringLiteral("/uploads"));
+    for (const QString& id : uploads.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QDir dir(uploads.filePath(id));
+        if (dir.exists(QStringLiteral("upload.part"))) {
+            dir.removeRecursively();
+            consoleLog(QStringLiteral("🧹 Removed an unfinished upload (%1)").arg(id));
+        }
+    }
 }
 
 void ServiceState::createSchema()

@@ -81,6 +81,7 @@ public:
 
 private:
     void createSchema();
+    void sweepPartialUploads();
     void createDemoAccount();
     static QString hashPassword(const QString& salt, const QString& password);
 

@@ -94,7 +94,11 @@ void addUploadEndpoints(LocalService& service, ServiceState& state)
              if (filename.isEmpty() || filename.startsWith(QLatin1Char('.')))
                  filename = QStringLiteral("recording");
              const QString stored = dir + QLatin1Char('/') + filename;
-             QFile::rename(partial, stored);
+             if (!QFile::rename(partial, stored)) {
+                 QDir(dir).removeRecursively();
+                 return ServiceResponse::detail(400,
+                                                QStringLiteral("The file name cannot be stored"));
+             }
              const QString recordingId =
                  state.addUploadedRecording(id, account->id, filename, durationMs(stored), stored);
              return ServiceResponse::json(

@@ -10,10 +10,9 @@ namespace sorv {
 
 QString MixPipeline::WriteFailure::message() const
 {
-    const QString saved =
-        framesSaved > 0 ? QStringLiteral("The first %1 s are saved in %2.")
-                              .arg(QString::number(secondsSaved(), 'f', 1), path)
-                        : QStringLiteral("Nothing could be saved.");
+    const QString saved = framesSaved > 0 ? QStringLiteral("The first %1 s are saved in %2.")
+                                                .arg(QString::number(secondsSaved(), 'f', 1), path)
+                                          : QStringLiteral("Nothing could be saved.");
     if (diskFull)
         return QStringLiteral("Recording stopped: the disk is full. ") + saved;
     return QStringLiteral("Recording stopped: the recording could not be written (%1). ")
@@ -36,11 +35,12 @@ bool MixPipeline::openOutput(const QString& path, QString* error)
     if (m_output.open(path, static_cast<int>(kCommonSampleRate), static_cast<int>(kCommonChannels)))
         return true;
     if (error)
-        *error = m_output.diskFull()
-                     ? QStringLiteral("The recording file %1 could not be created: the disk is full.")
-                           .arg(path)
-                     : QStringLiteral("The recording file %1 could not be created: %2")
-                           .arg(path, m_output.errorString());
+        *error =
+            m_output.diskFull()
+                ? QStringLiteral("The recording file %1 could not be created: the disk is full.")
+                      .arg(path)
+                : QStringLiteral("The recording file %1 could not be created: %2")
+                      .arg(path, m_output.errorString());
     return false;
 }
 
@@ -103,8 +103,9 @@ bool MixPipeline::write(std::span<const float> samples, bool mixed)
     m_writeFailed = true;
     WriteFailure failure{m_output.path(), m_output.errorString(), m_output.diskFull(),
                          m_output.frames()};
-    consoleLog(mixed ? QStringLiteral("❌ Write error at #%1: %2").arg(m_writeCount).arg(failure.reason)
-                     : QStringLiteral("Write error: %1").arg(failure.reason));
+    consoleLog(
+        mixed ? QStringLiteral("❌ Write error at #%1: %2").arg(m_writeCount).arg(failure.reason)
+              : QStringLiteral("Write error: %1").arg(failure.reason));
     if (m_writeFailureSink)
         m_writeFailureSink(failure);
     return false;

@@ -30,8 +30,8 @@ public:
     // written afterwards, so the file keeps exactly what was saved before.
     struct WriteFailure {
         QString path;
-        QString reason;         // the writer's own error text
-        bool diskFull = false;  // no space left (or over quota)
+        QString reason;        // the writer's own error text
+        bool diskFull = false; // no space left (or over quota)
         std::int64_t framesSaved = 0;
         double secondsSaved() const { return static_cast<double>(framesSaved) / kCommonSampleRate; }
         // The text the user sees.

@@ -1,5 +1,5 @@
-#include "cli/command.h"
 #include "cli/commands.h"
+#include "cli/command.h"
 
 namespace sorv::cli {
 
@@ -7,9 +7,9 @@ const std::vector<Command>& commands()
 {
     static const std::vector<Command> all = [] {
         std::vector<Command> list;
-        for (auto make : {recordCommand, uploadCommand, mixCommand, loginCommand, logoutCommand,
-                          whoamiCommand, recordingsCommand, meetingsCommand, joinCommand,
-                          stopBotCommand})
+        for (auto make :
+             {recordCommand, uploadCommand, mixCommand, loginCommand, logoutCommand, whoamiCommand,
+              recordingsCommand, meetingsCommand, joinCommand, stopBotCommand})
             list.push_back(make());
         return list;
     }();

@@ -7,7 +7,8 @@ namespace sorv {
 
 QString formatElapsed(double seconds)
 {
-    const auto s = std::max<long long>(0, std::isfinite(seconds) ? static_cast<long long>(seconds) : 0);
+    const auto s =
+        std::max<long long>(0, std::isfinite(seconds) ? static_cast<long long>(seconds) : 0);
     if (s >= 3600)
         return QString::asprintf("%lld:%02lld:%02lld", s / 3600, (s % 3600) / 60, s % 60);
     return QString::asprintf("%02lld:%02lld", (s % 3600) / 60, s % 60);
@@ -33,7 +34,8 @@ QString formatRate(double bytesPerSecond)
 
 QString meterBar(float level, int width)
 {
-    const int filled = std::clamp(static_cast<int>(level * static_cast<float>(width) + 0.5f), 0, width);
+    const int filled =
+        std::clamp(static_cast<int>(level * static_cast<float>(width) + 0.5f), 0, width);
     return QString(filled, QChar(0x2588)) + QString(width - filled, QChar(0x00B7));
 }
 

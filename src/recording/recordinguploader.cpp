@@ -243,8 +243,7 @@ void RecordingUploader::answered(const Attempt& attempt, bool allowAuthRetry,
                     return;
                 case AuthManager::RefreshOutcome::Failed:
                     // The service could not be asked; the session stands.
-                    fail(QStringLiteral("Upload failed: the session could not be refreshed"),
-                         true);
+                    fail(QStringLiteral("Upload failed: the session could not be refreshed"), true);
                     return;
                 case AuthManager::RefreshOutcome::Refused:
                 case AuthManager::RefreshOutcome::NoRefreshToken:

@@ -35,9 +35,9 @@ public:
         };
         Kind kind = Kind::Failed;
         QString message;
-        QString name;               // Uploaded: the file's name
-        std::optional<QString> id;  // Uploaded: the service's recording id
-        bool keepForRetry = false;  // the recording stays and Retry can send it
+        QString name;              // Uploaded: the file's name
+        std::optional<QString> id; // Uploaded: the service's recording id
+        bool keepForRetry = false; // the recording stays and Retry can send it
     };
 
     static constexpr int kUploadTimeoutMs = Timeouts::kUploadMs;

@@ -65,10 +65,14 @@ QVariant MeetingsModel::data(const QModelIndex& index, int role) const
 
 QHash<int, QByteArray> MeetingsModel::roleNames() const
 {
-    return {{IdRole, "meetingId"},    {MeetingUrlRole, "meetingUrl"},
-            {MeetingCodeRole, "meetingCode"}, {PlatformRole, "platform"},
-            {StatusRole, "status"},   {BotNameRole, "botName"},
-            {CreatedAtRole, "createdAt"}, {IsActiveRole, "isActive"}};
+    return {{IdRole, "meetingId"},
+            {MeetingUrlRole, "meetingUrl"},
+            {MeetingCodeRole, "meetingCode"},
+            {PlatformRole, "platform"},
+            {StatusRole, "status"},
+            {BotNameRole, "botName"},
+            {CreatedAtRole, "createdAt"},
+            {IsActiveRole, "isActive"}};
 }
 
 void MeetingsModel::refresh()

@@ -49,11 +49,16 @@ QVariant RecordingsModel::data(const QModelIndex& index, int role) const
 
 QHash<int, QByteArray> RecordingsModel::roleNames() const
 {
-    return {{IdRole, "recordingId"},       {TitleRole, "title"},
-            {FilenameRole, "filename"},    {StatusRole, "status"},
-            {DateTextRole, "dateText"},    {DurationTextRole, "durationText"},
-            {SpeakerCountRole, "speakerCount"}, {BatchIdRole, "batchId"},
-            {BatchIndexRole, "batchIndex"}, {WebAddressRole, "webAddress"}};
+    return {{IdRole, "recordingId"},
+            {TitleRole, "title"},
+            {FilenameRole, "filename"},
+            {StatusRole, "status"},
+            {DateTextRole, "dateText"},
+            {DurationTextRole, "durationText"},
+            {SpeakerCountRole, "speakerCount"},
+            {BatchIdRole, "batchId"},
+            {BatchIndexRole, "batchIndex"},
+            {WebAddressRole, "webAddress"}};
 }
 
 void RecordingsModel::refresh()

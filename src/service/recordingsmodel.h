@@ -15,10 +15,10 @@ class RecordingsModel : public ListModel {
 public:
     enum Role {
         IdRole = Qt::UserRole + 1,
-        TitleRole,     // the service's title, else the file name
+        TitleRole, // the service's title, else the file name
         FilenameRole,
         StatusRole,
-        DateTextRole,  // "5 Mar"
+        DateTextRole, // "5 Mar"
         DurationTextRole,
         SpeakerCountRole,
         BatchIdRole,

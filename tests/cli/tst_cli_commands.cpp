@@ -186,9 +186,9 @@ void TestCliCommands::sessionCommands()
 
     const Run recordings = runCli({"recordings"});
     QCOMPARE(recordings.status, cli::kExitOk);
-    QVERIFY2(recordings.out.contains(QRegularExpression(
-                 R"(^\d{1,2} \w{3} +1:35  Welcome to Sorvelandrix +completed$)",
-                 QRegularExpression::MultilineOption)),
+    QVERIFY2(recordings.out.contains(
+                 QRegularExpression(R"(^\d{1,2} \w{3} +1:35  Welcome to Sorvelandrix +completed$)",
+                                    QRegularExpression::MultilineOption)),
              qPrintable(recordings.out));
 
     const Run joined = runCli({"--json", "join", "  https://meet.google.com/abc-defg-hij  "});
@@ -210,9 +210,9 @@ void TestCliCommands::sessionCommands()
 
     const Run refused = runCli({"join", "https://example.com/party"});
     QCOMPARE(refused.status, cli::kExitFailure);
-    QCOMPARE(refused.err.trimmed(),
-             QStringLiteral(
-                 "This is not a Google Meet, Zoom, Microsoft Teams or Webex meeting link."));
+    QCOMPARE(
+        refused.err.trimmed(),
+        QStringLiteral("This is not a Google Meet, Zoom, Microsoft Teams or Webex meeting link."));
 
     QCOMPARE(runCli({"stop-bot", id}).out.trimmed(), QStringLiteral("Bot stopped."));
     QCOMPARE(runCli({"logout"}).status, cli::kExitOk);
@@ -365,8 +365,7 @@ void TestCliCommands::mixesLikeARecording()
         expected.insert(expected.end(), r2.samples.begin(), r2.samples.end());
     }
     for (size_t i = 0; i < expected.size(); ++i)
-        QVERIFY2(std::fabs(mixed.samples[i] - expected[i]) < 1e-6f,
-                 qPrintable(QString::number(i)));
+        QVERIFY2(std::fabs(mixed.samples[i] - expected[i]) < 1e-6f, qPrintable(QString::number(i)));
 }
 
 void TestCliCommands::mixRefusesWhatItCannotUse_data()
@@ -375,11 +374,14 @@ void TestCliCommands::mixRefusesWhatItCannotUse_data()
     QTest::addColumn<int>("micRate");
     QTest::addColumn<QString>("output");
     QTest::addColumn<QString>("message");
-    QTest::newRow("44.1 kHz") << "mic.wav" << 44100 << "out.wav" << "44100 Hz";
-    QTest::newRow("missing file") << "absent.wav" << 0 << "out.wav" << "absent.wav: no such file";
-    QTest::newRow("not audio") << "junk.wav" << -1 << "out.wav" << "not a readable audio file";
-    QTest::newRow("output is an input by another name")
-        << "mic.wav" << 48000 << "link.wav" << "must not be one of the inputs";
+    QTest::newRow("44.1 kHz") << "mic.wav" << 44100 << "out.wav"
+                              << "44100 Hz";
+    QTest::newRow("missing file") << "absent.wav" << 0 << "out.wav"
+                                  << "absent.wav: no such file";
+    QTest::newRow("not audio") << "junk.wav" << -1 << "out.wav"
+                               << "not a readable audio file";
+    QTest::newRow("output is an input by another name") << "mic.wav" << 48000 << "link.wav"
+                                                        << "must not be one of the inputs";
 }
 
 void TestCliCommands::mixRefusesWhatItCannotUse()

@@ -12,6 +12,7 @@
 #include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QTcpSocket>
 #include <QTimer>
 #include <QtTest>
 
@@ -66,6 +67,31 @@ private:
     QString m_origin;
     QNetworkAccessManager m_nam;
 };
+
+// One exchange over a raw socket, for requests no HTTP client would send.
+QByteArray rawExchange(quint16 port, const QByteArray& request, int waitMs = 5000)
+{
+    QTcpSocket socket;
+    socket.connectToHost(QStringLiteral("127.0.0.1"), port);
+    if (!socket.waitForConnected(5000))
+        return {};
+    socket.write(request);
+    socket.waitForBytesWritten(5000);
+    QByteArray answer;
+    while (socket.waitForReadyRead(waitMs))
+        answer += socket.readAll();
+    return answer + socket.readAll();
+}
+
+QByteArray multipartUpload(const QString& token, const QByteArray& filename)
+{
+    const QByteArray body = "--b\r\nContent-Disposition: form-data; name=\"file\"; filename=\"" +
+                            filename + "\"\r\nContent-Type: audio/wav\r\n\r\nRIFF\r\n--b--\r\n";
+    return "POST /api/upload HTTP/1.1\r\nHost: x\r\nConnection: close\r\nAuthorization: Bearer " +
+           token.toUtf8() +
+           "\r\nContent-Type: multipart/form-data; boundary=b\r\nContent-Length: " +
+           QByteArray::number(body.size()) + "\r\n\r\n" + body;
+}
 
 } // namespace
 
@@ -286,6 +312,56 @@ private Q_SLOTS:
         const Answer a = wire.call("GET", "/api/auth/me");
         QCOMPARE(a.status, 0);
         QVERIFY(timer.elapsed() < 5000);
+    }
+
+    void abuseGetsClearAnswers()
+    {
+        test::IsolatedEnvironment env;
+        LocalService::Options options;
+        options.idleTimeout = 300ms;
+        test::LocalServiceFixture service(options);
+        const quint16 port = service->port();
+
+        // A request the parser cannot read is answered, not dropped.
+        const QByteArray garbage = rawExchange(port, "GET /\x01 nonsense\r\n\r\n");
+        QVERIFY2(garbage.startsWith("HTTP/1.1 400"), garbage.constData());
+
+        // A connection that says nothing is closed after the idle time.
+        QTcpSocket idle;
+        idle.connectToHost(QStringLiteral("127.0.0.1"), port);
+        QVERIFY(idle.waitForConnected(5000));
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(idle.waitForDisconnected(5000));
+        QVERIFY(timer.elapsed() < 3000);
+
+        // File names the disk cannot hold are refused, and nothing is kept.
+        Wire wire(service.origin());
+        const QString token = wire.signIn().value("token").toString();
+        for (const QByteArray& name : {QByteArray(5000, 'a'), QByteArray("a\0b.wav", 7)}) {
+            const QByteArray answer = rawExchange(port, multipartUpload(token, name));
+            QVERIFY2(answer.startsWith("HTTP/1.1 400"), answer.left(200).constData());
+            QVERIFY(answer.contains("\"detail\""));
+        }
+        QVERIFY(QDir(service.dataDirectory() + QStringLiteral("/uploads"))
+                    .entryList(QDir::Dirs | QDir::NoDotAndDotDot)
+                    .isEmpty());
+        const QByteArray fine = rawExchange(port, multipartUpload(token, "fine.wav"));
+        QVERIFY2(fine.startsWith("HTTP/1.1 200"), fine.left(200).constData());
+    }
+
+    void unfinishedUploadsAreSweptAtStart()
+    {
+        test::IsolatedEnvironment env;
+        test::LocalServiceFixture service;
+        const QString dir = service.dataDirectory() + QStringLiteral("/uploads/crashed");
+        QVERIFY(QDir().mkpath(dir));
+        QFile part(dir + QStringLiteral("/upload.part"));
+        QVERIFY(part.open(QIODevice::WriteOnly));
+        part.write("half an upload");
+        part.close();
+        service.restart();
+        QVERIFY(!QFileInfo::exists(dir));
     }
 };
 

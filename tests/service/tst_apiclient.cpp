@@ -204,6 +204,63 @@ private Q_SLOTS:
         setLogSink({});
     }
 
+    void postIsNeverSentTwice()
+    {
+        // The service takes the request and closes the connection without an
+        // answer, on a connection kept alive from an earlier request: it may
+        // have sent the bot already, so the request is not sent again.
+        World w;
+        await<QList<Meeting>>([&](const QObject* c, auto done) { w.client.fetchMeetings(c, done); },
+                              &w.context);
+        w.service->script("POST", "/api/meetings/join", ScriptedAnswer::dropped());
+        const auto failed = await<ApiResult<Meeting>>(
+            [&](const QObject* c, auto done) {
+                w.client.joinMeeting("https://meet.google.com/abc-defg-hij", "Bot", c, done);
+            },
+            &w.context);
+        QVERIFY(!failed.ok());
+        QCOMPARE(w.service->requestCount("POST", "/api/meetings/join"), 1);
+    }
+
+    void answersAreBounded()
+    {
+        World w;
+        w.service->script("GET", "/api/meetings",
+                          ScriptedAnswer::reply(200, QByteArray(5 * 1024 * 1024, ' ')));
+        const auto result = await<ApiResult<QList<Meeting>>>(
+            [&](const QObject* c, auto done) { w.client.fetchMeetingsResult(c, done); },
+            &w.context);
+        QVERIFY(!result.ok());
+        QVERIFY2(result.error().description().contains(QStringLiteral("too large")),
+                 qPrintable(result.error().description()));
+    }
+
+    void redirectsAreFollowedOnlyWhenNoLessSafe()
+    {
+        World w;
+        // Within the service: followed.
+        w.service->script("GET", "/api/meetings",
+                          ScriptedAnswer::reply(302, {}, {{"Location", "/api/meetings"}}));
+        auto result = await<ApiResult<QList<Meeting>>>(
+            [&](const QObject* c, auto done) { w.client.fetchMeetingsResult(c, done); },
+            &w.context);
+        QVERIFY(result.ok());
+        QCOMPARE(w.service->requestCount("GET", "/api/meetings"), 2);
+
+        // Elsewhere, with the token on the request: refused, nothing sent there.
+        const QByteArray elsewhere =
+            w.service.origin().replace("127.0.0.1", "localhost").toUtf8() + "/api/meetings";
+        w.service->script("GET", "/api/meetings",
+                          ScriptedAnswer::reply(302, {}, {{"Location", elsewhere}}));
+        result = await<ApiResult<QList<Meeting>>>(
+            [&](const QObject* c, auto done) { w.client.fetchMeetingsResult(c, done); },
+            &w.context);
+        QVERIFY(!result.ok());
+        QVERIFY2(result.error().description().startsWith(QStringLiteral("Refused a redirect")),
+                 qPrintable(result.error().description()));
+        QCOMPARE(w.service->requestCount("GET", "/api/meetings"), 3);
+    }
+
     void nothingIsCalledOnceTheContextIsGone()
     {
         World w;

@@ -452,6 +452,111 @@ private Q_SLOTS:
         QCOMPARE(parts.at(1), bodyLine);
     }
 
+    void tokenCheckTellsRefusalFromSilence()
+    {
+        World w;
+        w.signIn();
+        const auto check = [&] {
+            std::optional<AuthManager::TokenCheck> result;
+            w.auth->checkAccessToken(
+                w.auth.get(), [&](AuthManager::TokenCheck c, const QString&) { result = c; });
+            QTest::qWaitFor([&] { return result.has_value(); }, 20000);
+            return result.value_or(AuthManager::TokenCheck::Valid);
+        };
+        QCOMPARE(check(), AuthManager::TokenCheck::Valid);
+        w.service->script("GET", "/api/auth/me", ScriptedAnswer::reply(503));
+        QCOMPARE(check(), AuthManager::TokenCheck::Unreachable);
+        w.service->expireAccessTokens();
+        QCOMPARE(check(), AuthManager::TokenCheck::Rejected);
+        w.service.stop();
+        QCOMPARE(check(), AuthManager::TokenCheck::Unreachable);
+    }
+
+    void confirmationRefreshesButNeverSignsOutForSilence()
+    {
+        World w;
+        w.signIn();
+        QSignalSpy confirmed(w.auth.get(), &AuthManager::sessionConfirmed);
+        w.service->expireAccessTokens();
+        w.auth->confirmSession();
+        QTRY_COMPARE(confirmed.count(), 1);
+        QCOMPARE(confirmed.at(0).at(0).toBool(), true);
+        QCOMPARE(w.service->requestCount("POST", "/api/auth/refresh"), 1);
+
+        w.service.stop();
+        w.auth->confirmSession();
+        QTRY_COMPARE(confirmed.count(), 2);
+        QCOMPARE(confirmed.at(1).at(0).toBool(), false);
+        QVERIFY(confirmed.at(1).at(1).toString().startsWith(
+            QStringLiteral("Could not confirm the session with the service")));
+        QVERIFY(w.auth->isLoggedIn());
+    }
+
+    void sessionStoredLaterIsTakenUp()
+    {
+        // Tokens that arrive in the store after the start (another program
+        // signed in; the keyring answered late) sign the session in.
+        World w;
+        QVERIFY(!w.auth->isLoggedIn());
+        Settings::setValue(AuthManager::emailKey, QStringLiteral("other@example.org"));
+        {
+            SecretStore other(SecretStore::Options::fileOnly());
+            other.write(AuthManager::tokenKey, QStringLiteral("from-elsewhere"));
+        }
+        bool reloaded = false;
+        w.secrets.reload(w.auth.get(), [&] { reloaded = true; });
+        QTRY_VERIFY(reloaded);
+        QVERIFY(w.auth->isLoggedIn());
+        QCOMPARE(w.auth->userEmail(), QStringLiteral("other@example.org"));
+        QCOMPARE(w.auth->displayName(), QStringLiteral("other@example.org"));
+    }
+
+    void refusedTokenNoLongerStoredKeepsTheSession()
+    {
+        // While the refused refresh was under way, another program stored a
+        // newer session: the refusal concerns the old token only.
+        World w;
+        w.signIn();
+        ScriptedAnswer refused = ScriptedAnswer::reply(401);
+        refused.delay = 300ms;
+        w.service->script("POST", "/api/auth/refresh", refused);
+        std::optional<bool> result;
+        w.auth->refreshAccessToken(w.auth.get(), [&](bool ok) { result = ok; });
+        QTRY_COMPARE(w.service->requestCount("POST", "/api/auth/refresh"), 1);
+        {
+            SecretStore other(SecretStore::Options::fileOnly());
+            other.write(AuthManager::tokenKey, QStringLiteral("newer-token"));
+            other.write(AuthManager::refreshKey, QStringLiteral("newer-refresh"));
+        }
+        QTRY_VERIFY(result);
+        QVERIFY(*result);
+        QVERIFY(w.auth->isLoggedIn());
+        QCOMPARE(w.auth->accessToken(), QStringLiteral("newer-token"));
+        QVERIFY(w.auth->sessionExpiredBanner().isEmpty());
+    }
+
+    void noLogLineCarriesAToken()
+    {
+        ConsoleCapture capture;
+        World w;
+        w.signIn();
+        const QString access = w.auth->accessToken();
+        const QString refresh = *w.secrets.read(AuthManager::refreshKey);
+        w.service->expireAccessTokens();
+        fetchRecordings(*w.auth);
+        w.service->script("POST", "/api/auth/refresh", ScriptedAnswer::reply(500));
+        bool done = false;
+        w.auth->refreshAccessToken(w.auth.get(), [&](bool) { done = true; });
+        QTRY_VERIFY(done);
+        const QString rotated = w.auth->accessToken();
+        w.auth->logout();
+        QTRY_VERIFY(!w.auth->hasDetachedRequests());
+        QVERIFY(!capture.lines.isEmpty());
+        for (const QString& line : std::as_const(capture.lines))
+            for (const QString& token : {access, refresh, rotated})
+                QVERIFY2(!line.contains(token), qPrintable(line));
+    }
+
     void recordingsBadServerUrl()
     {
         World w;

@@ -2,6 +2,8 @@
 
 #include "core/log.h"
 #include "core/secretstore.h"
+#include "core/settings.h"
+#include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
 
 #include <QProcess>
@@ -79,6 +81,29 @@ private Q_SLOTS:
         QVERIFY(console.filter(QStringLiteral("⚠️")).isEmpty());
         QCOMPARE(lookup(QStringLiteral("sorvelandrix_token")), QStringLiteral("new-token"));
         QCOMPARE(lookup(QStringLiteral("sorvelandrix_refresh")), QString());
+    }
+
+    void sessionFromALateKeyringIsPickedUp()
+    {
+        // The keyring answers only after the start-up wait (a slow login
+        // keyring): the session it holds is taken up when it does, instead of
+        // the user looking signed out until the next start.
+        test::IsolatedEnvironment env;
+        {
+            SecretStore keyring;
+            keyring.write(AuthManager::tokenKey, QStringLiteral("late-token"));
+            keyring.flush(std::chrono::seconds(5));
+        }
+        Settings::setValue(AuthManager::emailKey, QStringLiteral("late@example.org"));
+        SecretStore::Options impatient;
+        impatient.loadWait = std::chrono::milliseconds(0);
+        SecretStore store(impatient);
+        AuthManager auth(store);
+        QSignalSpy signedIn(&auth, &AuthManager::isLoggedInChanged);
+        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 10000);
+        QCOMPARE(auth.userEmail(), QStringLiteral("late@example.org"));
+        QCOMPARE(auth.accessToken(), QStringLiteral("late-token"));
+        QVERIFY(store.usingKeyring());
     }
 };
 
