@@ -3,10 +3,10 @@
 #include "core/notify.h"
 #include "core/settings.h"
 #include "recording/audiorecorder.h"
+#include "transcript/mainthreadinbox.h"
 #include "transcript/pocketsphinxrecognizer.h"
 #include "transcript/speechlanguages.h"
 
-#include <QCoreApplication>
 #include <QThread>
 
 namespace sorv {
@@ -16,8 +16,10 @@ LocalTranscriptManager::LocalTranscriptManager(QObject* parent)
 {}
 
 LocalTranscriptManager::LocalTranscriptManager(RecognizerFactory factory, QObject* parent)
-    : QObject(parent), m_factory(std::move(factory))
+    : QObject(parent), m_factory(std::move(factory)),
+      m_audioInbox(std::make_shared<MainThreadInbox<AudioBuffer>>())
 {
+    m_audioInbox->setDeliver([this](AudioBuffer&& buffer) { appendOnMain(std::move(buffer)); });
     qRegisterMetaType<TranscriptSegment>();
     qRegisterMetaType<TranscriptStatus>();
     const QString stored = Settings::value(Settings::kSpeechLocaleKey).toString();
@@ -26,6 +28,8 @@ LocalTranscriptManager::LocalTranscriptManager(RecognizerFactory factory, QObjec
 
 LocalTranscriptManager::~LocalTranscriptManager()
 {
+    // The recorder may go on calling its tap: nothing reaches us any more.
+    m_audioInbox->setDeliver({});
     // The task before the recogniser that runs it.
     m_recognitionTask.reset();
     m_recognitionRequest.reset();
@@ -47,8 +51,8 @@ QString LocalTranscriptManager::unavailableText(const QString& locale)
 void LocalTranscriptManager::start(AudioRecorder& recorder)
 {
     start();
-    recorder.setOnMixedAudioBuffer([self = QPointer<LocalTranscriptManager>(this)](
-                                       const AudioBuffer& buffer) { postBuffer(self, buffer); });
+    recorder.setOnMixedAudioBuffer(
+        [inbox = m_audioInbox](const AudioBuffer& buffer) { inbox->post(AudioBuffer(buffer)); });
 }
 
 void LocalTranscriptManager::start()
@@ -202,28 +206,10 @@ void LocalTranscriptManager::handleNextTask(const SpeechRecognitionUpdate& updat
 
 void LocalTranscriptManager::appendMixedBuffer(const AudioBuffer& buffer)
 {
-    if (QThread::currentThread() == thread()) {
+    if (QThread::currentThread() == thread())
         appendOnMain(AudioBuffer(buffer));
-        return;
-    }
-    postBuffer(QPointer<LocalTranscriptManager>(this), buffer);
-}
-
-void LocalTranscriptManager::postBuffer(const QPointer<LocalTranscriptManager>& self,
-                                        const AudioBuffer& buffer)
-{
-    // Posted to the application object, which outlives the manager: the
-    // guard is checked on the main thread, where the manager is destroyed.
-    QObject* app = QCoreApplication::instance();
-    if (!app)
-        return;
-    QMetaObject::invokeMethod(
-        app,
-        [self, copy = buffer]() mutable {
-            if (self)
-                self->appendOnMain(std::move(copy));
-        },
-        Qt::QueuedConnection);
+    else
+        m_audioInbox->post(AudioBuffer(buffer));
 }
 
 void LocalTranscriptManager::appendOnMain(AudioBuffer&& buffer)

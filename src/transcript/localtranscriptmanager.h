@@ -7,7 +7,6 @@
 
 #include <QList>
 #include <QObject>
-#include <QPointer>
 #include <QString>
 
 #include <cstdint>
@@ -18,6 +17,7 @@
 namespace sorv {
 
 class AudioRecorder;
+template <typename T> class MainThreadInbox;
 
 // The on-device live transcript: the recorder's mixed audio goes to a speech
 // recogniser in the chosen speech language, and each utterance becomes one
@@ -106,8 +106,6 @@ private:
     void replaceText(qsizetype row, const QString& text);
     void clearSegments();
 
-    static void postBuffer(const QPointer<LocalTranscriptManager>& self, const AudioBuffer& buffer);
-
     QList<TranscriptSegment> m_segments;
     TranscriptStatus m_status;
     QString m_currentLocale;
@@ -119,6 +117,8 @@ private:
     bool m_usesMixedAudio = false;
 
     std::function<void()> m_stopServerTranscript;
+    // Mixed buffers from the audio queue, on their way here.
+    std::shared_ptr<MainThreadInbox<AudioBuffer>> m_audioInbox;
     // The segment that the running follow-up task grows.
     std::optional<std::int64_t> m_taskSegmentId;
     // Bumped by every start and stop, so a late authorisation answer for an

@@ -2,10 +2,10 @@
 
 #include "core/log.h"
 #include "core/serialqueue.h"
+#include "transcript/mainthreadinbox.h"
 #include "transcript/pocketsphinxdecoder.h"
 #include "transcript/speechdownsampler.h"
 
-#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QStringList>
 
@@ -44,61 +44,8 @@ Output failure(SpeechRecognitionError::Code code, const QString& description)
 
 } // namespace
 
-// Results on their way to the main thread: a locked list, and one queued
-// wake-up of the main thread per batch. The lock (not Qt's event queue)
-// carries the values, so the hand-over is visible to ThreadSanitizer.
-class PocketsphinxRecognizer::Mailbox : public std::enable_shared_from_this<Mailbox> {
-public:
-    using Deliver = std::function<void(Output&&)>;
-
-    // Main thread; an empty function stops delivery.
-    void setDeliver(Deliver deliver) { m_deliver = std::move(deliver); }
-
-    // Any thread.
-    void post(std::vector<Output>&& outputs)
-    {
-        if (outputs.empty())
-            return;
-        bool wake = false;
-        {
-            std::lock_guard lock(m_mutex);
-            wake = m_items.empty();
-            for (Output& o : outputs)
-                m_items.push_back(std::move(o));
-        }
-        QObject* app = QCoreApplication::instance();
-        if (!wake || !app)
-            return;
-        QMetaObject::invokeMethod(
-            app,
-            [weak = weak_from_this()] {
-                if (const auto self = weak.lock())
-                    self->drain();
-            },
-            Qt::QueuedConnection);
-    }
-
-private:
-    void drain()
-    {
-        std::deque<Output> items;
-        {
-            std::lock_guard lock(m_mutex);
-            items.swap(m_items);
-        }
-        for (Output& o : items) {
-            if (!m_deliver)
-                return;
-            // A copy: delivering may end the recogniser, which clears m_deliver.
-            const Deliver deliver = m_deliver;
-            deliver(std::move(o));
-        }
-    }
-
-    std::mutex m_mutex;
-    std::deque<Output> m_items;
-    Deliver m_deliver;
-};
+// Results on their way to the main thread.
+class PocketsphinxRecognizer::Mailbox : public MainThreadInbox<Output> {};
 
 // The queue side: pending audio (appended on the main thread, bounded), and
 // the decoder with its resampler (touched on the speech queue only).
