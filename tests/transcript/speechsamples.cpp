@@ -9,6 +9,25 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
+// Sanitizer settings for the programs that use these samples.
+#if defined(__SANITIZE_THREAD__)
+// The samples are made by espeak-ng and sox, started with QProcess while
+// other threads run; the child only executes them.
+extern "C" const char* __tsan_default_options()
+{
+    return "die_after_fork=0";
+}
+#endif
+#if defined(__SANITIZE_ADDRESS__)
+// Full stacks through pocketsphinx (built without frame pointers), so that
+// the one suppressed leak inside it (tests/support/lsan.supp) is told apart
+// from a decoder we failed to free.
+extern "C" const char* __asan_default_options()
+{
+    return "fast_unwind_on_malloc=0:malloc_context_size=8";
+}
+#endif
+
 namespace sorv::test {
 
 namespace {
