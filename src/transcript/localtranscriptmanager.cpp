@@ -68,8 +68,18 @@ void LocalTranscriptManager::start()
 
 void LocalTranscriptManager::changeLocale(const QString& locale)
 {
-    setAndNotify(this, m_currentLocale, locale, &LocalTranscriptManager::currentLocaleChanged);
     Settings::setValue(Settings::kSpeechLocaleKey, locale);
+    switchLocale(locale);
+}
+
+void LocalTranscriptManager::overrideLocale(const QString& locale)
+{
+    switchLocale(locale);
+}
+
+void LocalTranscriptManager::switchLocale(const QString& locale)
+{
+    setAndNotify(this, m_currentLocale, locale, &LocalTranscriptManager::currentLocaleChanged);
     if (!m_status.isActive())
         return;
     stop();

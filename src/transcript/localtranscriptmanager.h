@@ -76,6 +76,10 @@ public:
     // another thread, the manager must outlive the call.
     void appendMixedBuffer(const AudioBuffer& buffer);
 
+    // The language for this run only (the command line's --language): like
+    // changeLocale(), but nothing is stored.
+    void overrideLocale(const QString& locale);
+
 public Q_SLOTS:
     // Stores the locale under "speechLocale"; restarts recognition in it
     // when it is active.
@@ -92,6 +96,7 @@ Q_SIGNALS:
     void currentLocaleChanged();
 
 private:
+    void switchLocale(const QString& locale);
     void requestAuthorization();
     void startRecognition();
     void restart();

@@ -350,6 +350,11 @@ void TestLocalTranscriptManager::changingTheLocaleWhileActiveRestartsInIt()
     // An error is not active: changing again only stores it.
     manager.changeLocale(QStringLiteral("en-US"));
     QCOMPARE(manager.status().kind(), TranscriptStatus::Kind::Error);
+
+    // The command line's language applies to its run and is not stored.
+    manager.overrideLocale(QStringLiteral("en-GB"));
+    QCOMPARE(manager.currentLocale(), QStringLiteral("en-GB"));
+    QCOMPARE(Settings::value(Settings::kSpeechLocaleKey).toString(), QStringLiteral("en-US"));
 }
 
 void TestLocalTranscriptManager::locales_data()
