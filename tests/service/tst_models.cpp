@@ -51,7 +51,8 @@ private Q_SLOTS:
     {
         World w;
         RecordingsModel& model = *w.auth.recordings();
-        QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+        QAbstractItemModelTester tester(&model,
+                                        QAbstractItemModelTester::FailureReportingMode::QtTest);
         w.service->addRecording(LocalService::kDemoEmail, QStringLiteral("b.wav"), 61'000,
                                 QStringLiteral("Standup"));
         QVERIFY(refreshAndWait(model, [&] { model.refresh(); }));
@@ -63,7 +64,8 @@ private Q_SLOTS:
         QVERIFY(titles.contains(QStringLiteral("Standup")));
         const int standup = int(titles.indexOf(QStringLiteral("Standup")));
         const QModelIndex i = model.index(standup);
-        QCOMPARE(model.data(i, RecordingsModel::DurationTextRole).toString(), QStringLiteral("1:01"));
+        QCOMPARE(model.data(i, RecordingsModel::DurationTextRole).toString(),
+                 QStringLiteral("1:01"));
         QCOMPARE(model.data(i, RecordingsModel::WebAddressRole).toString(),
                  w.service.origin() + QStringLiteral("/recording/") +
                      model.data(i, RecordingsModel::IdRole).toString());
@@ -83,7 +85,8 @@ private Q_SLOTS:
     {
         World w;
         MeetingsModel model(w.auth);
-        QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+        QAbstractItemModelTester tester(&model,
+                                        QAbstractItemModelTester::FailureReportingMode::QtTest);
         QVERIFY(refreshAndWait(model, [&] { model.refresh(); }));
         QCOMPARE(model.count(), 0);
         QVERIFY(!model.hasActive());
@@ -110,7 +113,8 @@ private Q_SLOTS:
     void inputDevicesChangeOnlyWhenTheyDo()
     {
         InputDeviceModel model;
-        QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+        QAbstractItemModelTester tester(&model,
+                                        QAbstractItemModelTester::FailureReportingMode::QtTest);
         QSignalSpy resets(&model, &QAbstractItemModel::modelReset);
         const QList<InputDevice> two{{1, QStringLiteral("Built-in"), true},
                                      {2, QStringLiteral("Headset"), false}};
