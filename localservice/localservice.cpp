@@ -32,7 +32,7 @@ using tcp = net::ip::tcp;
 
 namespace {
 
-constexpr std::uint64_t kWholeBodyLimit = 16 * 1024 * 1024;
+constexpr std::uint64_t kWholeBodyLimit = 16ULL * 1024 * 1024;
 
 QByteArray toBytes(beast::string_view v)
 {
@@ -72,7 +72,7 @@ private:
     tcp::socket& m_socket;
     beast::flat_buffer& m_buffer;
     http::request_parser<http::buffer_body>& m_parser;
-    std::array<char, 64 * 1024> m_chunk{};
+    std::array<char, std::size_t{64} * 1024> m_chunk{};
 };
 
 // Passes pieces through while keeping the body's size and digest for the log.

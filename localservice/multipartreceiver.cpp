@@ -5,8 +5,8 @@
 namespace sorv::local {
 
 namespace {
-constexpr qsizetype kMaxHeaderBlock = 16 * 1024;
-constexpr qint64 kMaxOtherPart = 1024 * 1024;
+constexpr qsizetype kMaxHeaderBlock = qsizetype{16} * 1024;
+constexpr qint64 kMaxOtherPart = qint64{1024} * 1024;
 
 QByteArray dispositionParameter(const QByteArray& disposition, const char* name)
 {
@@ -21,7 +21,7 @@ QByteArray dispositionParameter(const QByteArray& disposition, const char* name)
 }
 } // namespace
 
-MultipartReceiver::MultipartReceiver(QByteArray boundary, QString destinationPath)
+MultipartReceiver::MultipartReceiver(const QByteArray& boundary, QString destinationPath)
     : m_delimiter("--" + boundary), m_dataDelimiter("\r\n--" + boundary),
       m_destinationPath(std::move(destinationPath))
 {

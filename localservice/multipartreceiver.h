@@ -14,7 +14,7 @@ class MultipartReceiver {
 public:
     // `boundary` without the leading "--"; the file part is written to
     // `destinationPath` (created, replaced if it exists).
-    MultipartReceiver(QByteArray boundary, QString destinationPath);
+    MultipartReceiver(const QByteArray& boundary, QString destinationPath);
     ~MultipartReceiver();
     MultipartReceiver(const MultipartReceiver&) = delete;
     MultipartReceiver& operator=(const MultipartReceiver&) = delete;

@@ -12,8 +12,8 @@ namespace sorv::local {
 
 namespace {
 constexpr int kMaxFailures = 5;
-constexpr qint64 kFailureWindowMs = 5 * 60 * 1000;
-constexpr qint64 kChallengeLifetimeMs = 10 * 60 * 1000;
+constexpr qint64 kFailureWindowMs = 5LL * 60 * 1000;
+constexpr qint64 kChallengeLifetimeMs = 10LL * 60 * 1000;
 constexpr qint64 kRefreshLifetimeMs = 30LL * 24 * 3600 * 1000;
 } // namespace
 
@@ -180,7 +180,7 @@ void ServiceState::revokeSession(const QString& sessionId)
 
 QString ServiceState::createChallenge(const QString& accountId)
 {
-    const QString id = newId();
+    QString id = newId();
     const QString code = QStringLiteral("%1").arg(QRandomGenerator::system()->bounded(1000000), 6,
                                                   10, QLatin1Char('0'));
     {
@@ -226,7 +226,7 @@ void ServiceState::clearFailedLogins(const QString& email)
 QString ServiceState::addRecording(const QString& accountId, const QString& filename,
                                    const QString& status, qint64 durationMs, const QString& title)
 {
-    const QString id = newId();
+    QString id = newId();
     m_db.exec(
         "INSERT INTO recordings(id, account_id, original_filename, status, created_ms, duration_ms,"
         " language, ai_title) VALUES(?, ?, ?, ?, ?, ?, 'en', ?)",

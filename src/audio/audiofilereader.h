@@ -6,7 +6,7 @@
 #include <memory>
 #include <span>
 
-typedef struct sf_private_tag SNDFILE;
+using SNDFILE = struct sf_private_tag;
 
 namespace sorv {
 

@@ -163,7 +163,8 @@ void PulseCaptureStream::deliver()
     const size_t total = m_pending.size();
     while (total - offset >= chunkSamples) {
         // Stamp the first frame: the pending samples end (roughly) now.
-        const auto remainingFrames = static_cast<double>((total - offset) / m_channels);
+        const std::size_t wholeFrames = (total - offset) / m_channels;
+        const auto remainingFrames = static_cast<double>(wholeFrames);
         Chunk chunk = makeChunk(offset, chunkSamples,
                                 now - static_cast<std::int64_t>(remainingFrames / m_rate * 1e9));
         offset += chunkSamples;
@@ -196,7 +197,8 @@ PulseCaptureStream::Chunk PulseCaptureStream::takeRemaining()
     m_sink = {};
     pa_stream_set_read_callback(m_stream, nullptr, nullptr);
     const size_t whole = m_pending.size() - m_pending.size() % m_channels;
-    const auto frames = static_cast<double>(whole / m_channels);
+    const std::size_t wholeFrames = whole / m_channels;
+    const auto frames = static_cast<double>(wholeFrames);
     Chunk rest =
         makeChunk(0, whole, monotonicNowNs() - static_cast<std::int64_t>(frames / m_rate * 1e9));
     m_pending.clear();

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-typedef struct sf_private_tag SNDFILE;
+using SNDFILE = struct sf_private_tag;
 
 namespace sorv {
 

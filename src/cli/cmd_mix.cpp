@@ -87,7 +87,7 @@ int runMix(CommandContext& ctx)
     std::vector<float> sysChunk(kBufferFrames);
     AudioBuffer micBuffer;
     std::int64_t done = 0;
-    const bool showProgress = !ctx.json && ctx.terminal && totalFrames > 60 * 48000;
+    const bool showProgress = !ctx.json && ctx.terminal && totalFrames > std::int64_t{60} * 48000;
     int lastPercent = -1;
     while (done < totalFrames && !failure) {
         const std::int64_t n = std::min(kBufferFrames, totalFrames - done);

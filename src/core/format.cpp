@@ -35,7 +35,7 @@ QString formatRate(double bytesPerSecond)
 QString meterBar(float level, int width)
 {
     const int filled =
-        std::clamp(static_cast<int>(level * static_cast<float>(width) + 0.5f), 0, width);
+        std::clamp(static_cast<int>(std::lround(level * static_cast<float>(width))), 0, width);
     return QString(filled, QChar(0x2588)) + QString(width - filled, QChar(0x00B7));
 }
 

@@ -14,7 +14,7 @@ QString privateDirectory(QStandardPaths::StandardLocation base)
     const QString root = QStandardPaths::writableLocation(base);
     if (root.isEmpty())
         return {};
-    const QString dir = root + QStringLiteral("/sorvelandrix");
+    QString dir = root + QStringLiteral("/sorvelandrix");
     if (!QDir().mkpath(dir))
         return {};
     ::chmod(QFile::encodeName(dir).constData(), 0700);

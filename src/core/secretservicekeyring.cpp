@@ -30,8 +30,7 @@ const SecretSchema* schema()
 // Takes ownership of a GError and returns its text.
 QString takeError(GError* error)
 {
-    const QString text =
-        error ? QString::fromUtf8(error->message) : QStringLiteral("unknown error");
+    QString text = error ? QString::fromUtf8(error->message) : QStringLiteral("unknown error");
     if (error)
         g_error_free(error);
     return text;

@@ -5,7 +5,7 @@
 
 #include <optional>
 
-using GCancellable = struct _GCancellable;
+using GCancellable = struct _GCancellable; // NOLINT(bugprone-reserved-identifier): glib's name
 
 namespace sorv {
 

@@ -140,7 +140,7 @@ void SerialQueue::shutdown()
         if (first) {
             m_accepting = false;
             // The last item ends the event loop from inside the thread.
-            m_pending.push_back([] { QThread::currentThread()->quit(); });
+            m_pending.emplace_back([] { QThread::currentThread()->quit(); });
         }
     }
     if (first) {

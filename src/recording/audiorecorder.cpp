@@ -46,7 +46,7 @@ AudioRecorder::AudioRecorder(std::unique_ptr<RecordingEngine> engine, QObject* p
             setElapsed(static_cast<double>(m_startTime.nsecsElapsed()) / 1e9);
     });
     // X11 lets every client capture: the probe answers at once.
-    m_screenProbe = [](std::function<void(ProbeResult)> done) {
+    m_screenProbe = [](const std::function<void(ProbeResult)>& done) {
         done(screenCapturePreflight() ? ProbeResult::Allowed : ProbeResult::Failed);
     };
     connect(&m_uploader, &RecordingUploader::progress, this,
@@ -275,27 +275,28 @@ void AudioRecorder::startEngine(std::uint64_t session)
     auto onUpdate = [this](const AudioEngineUpdate& update) {
         onMain([this, update] { applyUpdate(update); });
     };
-    m_engine->start(request, onUpdate, [this, session, wav](std::optional<RecorderError> error) {
-        onMain([this, session, wav, error] {
-            if (session != m_session || m_state.kind() != RecordingState::Kind::Preparing) {
-                // Abandoned while starting: do not leave capture running.
-                if (!error) {
-                    m_engine->stop([] {});
-                    QFile::remove(wav);
+    m_engine->start(
+        request, onUpdate, [this, session, wav](const std::optional<RecorderError>& error) {
+            onMain([this, session, wav, error] {
+                if (session != m_session || m_state.kind() != RecordingState::Kind::Preparing) {
+                    // Abandoned while starting: do not leave capture running.
+                    if (!error) {
+                        m_engine->stop([] {});
+                        QFile::remove(wav);
+                    }
+                    return;
                 }
-                return;
-            }
-            if (error) {
-                setPaths({}, {}, {});
-                setState(RecordingState::error(error->description()));
-                return;
-            }
-            m_startTime.start();
-            setState(RecordingState::recording());
-            m_clock.start();
-            refreshInputDevices();
+                if (error) {
+                    setPaths({}, {}, {});
+                    setState(RecordingState::error(error->description()));
+                    return;
+                }
+                m_startTime.start();
+                setState(RecordingState::recording());
+                m_clock.start();
+                refreshInputDevices();
+            });
         });
-    });
 }
 
 // --- Engine updates ----------------------------------------------------------

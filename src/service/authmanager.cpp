@@ -105,7 +105,7 @@ QString AuthManager::refreshToken() const
 
 QString AuthManager::deviceId()
 {
-    const QString stored = m_secrets.read(deviceIdKey).value_or(QString());
+    QString stored = m_secrets.read(deviceIdKey).value_or(QString());
     if (!stored.isEmpty())
         return stored;
     QString created = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
@@ -282,33 +282,37 @@ void AuthManager::checkAccessToken(const QObject* context,
     const QString token = accessToken();
     const std::optional<QUrl> url = endpointUrl(QStringLiteral("/api/auth/me"));
     if (token.isEmpty()) {
-        later(context, [done] { done(TokenCheck::Rejected, QString()); });
+        later(context, [done = std::move(done)] { done(TokenCheck::Rejected, QString()); });
         return;
     }
     if (!url) {
-        later(context,
-              [done] { done(TokenCheck::Unreachable, QStringLiteral("Invalid server URL")); });
+        later(context, [done = std::move(done)] {
+            done(TokenCheck::Unreachable, QStringLiteral("Invalid server URL"));
+        });
         return;
     }
     QNetworkRequest request = serviceRequest(*url);
     setBearer(request, token);
-    sendRequest("GET", request, {}, context ? context : this, [done](const HttpAnswer& answer) {
-        if (answer.isHttp && answer.status == 200)
-            done(TokenCheck::Valid, QString());
-        else if (answer.isHttp && answer.status == 401)
-            done(TokenCheck::Rejected, QString());
-        else if (answer.isHttp)
-            done(TokenCheck::Unreachable,
-                 detailOf(answer.body).value_or(QStringLiteral("HTTP %1").arg(answer.status)));
-        else
-            done(TokenCheck::Unreachable, answer.errorText);
-    });
+    sendRequest(
+        "GET", request, {}, context ? context : this,
+        [done = std::move(done)](const HttpAnswer& answer) {
+            if (answer.isHttp && answer.status == 200)
+                done(TokenCheck::Valid, QString());
+            else if (answer.isHttp && answer.status == 401)
+                done(TokenCheck::Rejected, QString());
+            else if (answer.isHttp)
+                done(TokenCheck::Unreachable,
+                     detailOf(answer.body).value_or(QStringLiteral("HTTP %1").arg(answer.status)));
+            else
+                done(TokenCheck::Unreachable, answer.errorText);
+        });
 }
 
 void AuthManager::verifyAccessToken(const QObject* context, std::function<void(bool)> done)
 {
-    checkAccessToken(
-        context, [done](TokenCheck check, const QString&) { done(check == TokenCheck::Valid); });
+    checkAccessToken(context, [done = std::move(done)](TokenCheck check, const QString&) {
+        done(check == TokenCheck::Valid);
+    });
 }
 
 void AuthManager::refreshAccessToken(const QObject* context, std::function<void(bool)> done)
@@ -552,7 +556,8 @@ void AuthManager::sendRecordingsRequest(const QUrl& url, bool isRetry, const QOb
 
     const QPointer<const QObject> guard(context);
     sendRequest(
-        "GET", request, {}, this, [this, url, isRetry, guard, done](const HttpAnswer& answer) {
+        "GET", request, {}, this,
+        [this, url, isRetry, guard, done = std::move(done)](const HttpAnswer& answer) {
             if (!guard)
                 return;
             if (answer.transportError) {

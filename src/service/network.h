@@ -26,7 +26,7 @@ constexpr int kUploadMs = 600'000; // a recording upload (large video files)
 // What an answer may weigh. The service's JSON answers are small; a body
 // beyond this is not the service talking (or something is wrong), and is
 // refused without being read whole.
-constexpr qint64 kMaxJsonAnswerBytes = 4 * 1024 * 1024;
+constexpr qint64 kMaxJsonAnswerBytes = 4LL * 1024 * 1024;
 // Redirects are followed at most this many times, and never from https to
 // http nor, for a request that carries a token, to another origin.
 constexpr int kMaxRedirects = 5;

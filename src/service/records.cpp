@@ -64,7 +64,8 @@ public:
                     return std::nullopt;
                 }
                 QStringList list;
-                for (const QJsonValue& item : v.toArray()) {
+                const QJsonArray array = v.toArray();
+                for (const auto& item : array) {
                     if (!item.isString()) {
                         typeMismatch(key, QStringLiteral("an array of strings"));
                         return std::nullopt;

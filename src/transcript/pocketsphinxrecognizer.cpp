@@ -350,7 +350,8 @@ private:
 } // namespace
 
 PocketsphinxRecognizer::PocketsphinxRecognizer(const QString& locale,
-                                               std::shared_ptr<SerialQueue> queue, Options options)
+                                               std::shared_ptr<SerialQueue> queue,
+                                               const Options& options)
     : m_locale(locale),
       m_model(SpeechModelLocator::find(
           locale, options.modelRoots.value_or(SpeechModelLocator::searchRoots()))),

@@ -43,7 +43,7 @@ public:
 
     // Starts loading the model on `queue` at once when the language has one.
     PocketsphinxRecognizer(const QString& locale, std::shared_ptr<SerialQueue> queue,
-                           Options options = {});
+                           const Options& options = {});
     ~PocketsphinxRecognizer() override;
     PocketsphinxRecognizer(const PocketsphinxRecognizer&) = delete;
     PocketsphinxRecognizer& operator=(const PocketsphinxRecognizer&) = delete;
