@@ -179,21 +179,32 @@ bool AudioEngine::connectToServer()
     return true;
 }
 
+std::optional<std::uint32_t> AudioEngine::defaultInputDeviceID(QString* sourceName)
+{
+    assertOnQueue();
+    const auto server = m_pulse ? m_pulse->serverInfo() : std::nullopt;
+    if (!server)
+        return std::nullopt;
+    if (sourceName)
+        *sourceName = server->defaultSourceName;
+    return inputDeviceIdForSourceName(server->defaultSourceName);
+}
+
 void AudioEngine::logDefaultInputDevice()
 {
-    const auto server = m_pulse ? m_pulse->serverInfo() : std::nullopt;
-    if (!server) {
+    QString name;
+    const auto id = defaultInputDeviceID(&name);
+    if (!id) {
         consoleLog(QStringLiteral("⚠️ Could not get default input device (status: %1)")
                        .arg(m_pulse ? m_pulse->lastErrorText() : QStringLiteral("no server")));
         return;
     }
-    const std::uint32_t id = inputDeviceIdForSourceName(server->defaultSourceName);
-    if (const auto info = m_pulse->sourceInfo(server->defaultSourceName))
+    if (const auto info = m_pulse->sourceInfo(name))
         consoleLog(
-            QStringLiteral("🎤 Default input device: %1 (ID: %2)").arg(info->description).arg(id));
+            QStringLiteral("🎤 Default input device: %1 (ID: %2)").arg(info->description).arg(*id));
     else
         consoleLog(QStringLiteral("🎤 Default input device: <unknown> (ID: %1, nameStatus: %2)")
-                       .arg(id)
+                       .arg(*id)
                        .arg(m_pulse->lastErrorText()));
 }
 
@@ -207,9 +218,8 @@ std::optional<RecorderError> AudioEngine::startMicEngine()
     if (!m_pulse)
         return RecorderError::noMicrophone();
 
-    const auto server = m_pulse->serverInfo();
-    const QString defaultName = server ? server->defaultSourceName : QString();
-    const std::uint32_t defaultId = inputDeviceIdForSourceName(defaultName);
+    QString defaultName;
+    const std::uint32_t defaultId = defaultInputDeviceID(&defaultName).value_or(0);
     const std::uint64_t generation = m_generation;
     const std::uint64_t serial = m_micStreamSerial;
 

@@ -109,6 +109,9 @@ private:
     bool connectToServer();
     void finishStop(PulseCaptureStream::Chunk micTail, PulseCaptureStream::Chunk systemTail);
     void stopCapture();
+    // The server's default source as an input device id (and its source
+    // name); nothing when the server cannot say.
+    std::optional<std::uint32_t> defaultInputDeviceID(QString* sourceName = nullptr);
     void logDefaultInputDevice();
 
     // Health and device changes (audio queue).
