@@ -59,6 +59,7 @@ public:
 
     // Called (on the engine's side) when that list has changed, and once
     // when it is first known; the list is then read with listInputDevices().
+    // The engine stops calling it before its destructor returns.
     using InputDevicesChangedHandler = std::function<void()>;
     virtual void setInputDevicesChangedHandler(InputDevicesChangedHandler handler) = 0;
 };

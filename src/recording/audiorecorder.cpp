@@ -36,7 +36,7 @@ AudioRecorder::AudioRecorder(QObject* parent)
 {}
 
 AudioRecorder::AudioRecorder(std::unique_ptr<RecordingEngine> engine, QObject* parent)
-    : QObject(parent), m_engine(std::move(engine)), m_self(this)
+    : QObject(parent), m_self(this), m_engine(std::move(engine))
 {
     qRegisterMetaType<RecordingState>();
     qRegisterMetaType<InputDevice>();

@@ -185,6 +185,9 @@ private:
     // Runs fn on the main thread later, unless the recorder is gone by then.
     void onMain(std::function<void()> fn) const;
 
+    // For callbacks from other threads. Declared before the engine so that it
+    // outlives the engine's threads, which read it.
+    QPointer<const QObject> m_self;
     std::unique_ptr<RecordingEngine> m_engine;
     RecordingUploader m_uploader;
     InputDeviceModel m_inputDevices;
@@ -214,7 +217,6 @@ private:
     MixedBufferCallback m_onMixedAudioBuffer;
     ScreenCaptureProbe m_screenProbe;
     QPointer<AuthManager> m_authManager;
-    QPointer<const QObject> m_self; // for callbacks from other threads
     // Screen capture was confirmed in this run: later video starts skip the probe.
     bool m_screenCaptureConfirmed = false;
     double m_durationLimit = 0.0;
