@@ -7,7 +7,7 @@
 #  - server crash: the daemon is killed and started again on the same socket;
 #    time from the new daemon answering until the soundServer available event
 #    (both streams restarted). Target: < 2 s; the device monitor tries every
-#    second, so expect anything up to about 1 s.
+#    second, so expect about 1 s, a little more when the new server is slow.
 # It also prints how much audio the file holds against the wall time: the
 # time the server was away is missing from the file, nothing else.
 set -euo pipefail
