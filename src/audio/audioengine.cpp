@@ -1,16 +1,17 @@
 #include "audioengine.h"
 
+#include "audio/inputdevicelist.h"
 #include "audio/mixer.h"
 #include "audio/pulsecapturestream.h"
 #include "audio/pulsecontext.h"
 #include "core/log.h"
 
-#include <QCollator>
 #include <QFile>
 #include <QTimer>
 #include <QtGlobal>
 
 #include <pulse/def.h>
+#include <pulse/error.h>
 
 #include <algorithm>
 
@@ -28,12 +29,30 @@ const QString kSystemAudioRefused = QStringLiteral(
 
 } // namespace
 
-AudioEngine::AudioEngine(Options options) : m_options(std::move(options)), m_mix(m_options.clock) {}
+AudioEngine::AudioEngine(Options options)
+    : m_options(std::move(options)), m_mix(m_options.clock),
+      m_health(*this, m_options.clock, m_options.health)
+{
+    m_health.setReporter([this](const AudioEngineUpdate& update) { report(update); });
+    // The device list is wanted before any recording: the monitor starts now.
+    m_monitor = std::make_unique<InputDeviceMonitor>(
+        [this](const InputDeviceMonitor::Change& change) {
+            if (change.first || change.devicesChanged) {
+                std::lock_guard lock(m_handlerLock);
+                if (m_devicesChangedHandler)
+                    m_devicesChangedHandler();
+            }
+            m_audioQueue.post([this, change] { onDeviceChange(change); });
+        },
+        m_options.devices);
+}
 
 AudioEngine::~AudioEngine()
 {
-    // Capture callbacks point at this engine: end the streams first, then let
-    // the work already queued finish before the members it touches go away.
+    // The monitor posts here: stop it first. Capture callbacks point at this
+    // engine too: end the streams, then let the work already queued finish
+    // before the members it touches go away.
+    m_monitor.reset();
     m_audioQueue.postAndWait([this] {
         if (m_isRunning || m_pulse)
             stopCapture();
@@ -91,8 +110,10 @@ std::optional<RecorderError> AudioEngine::startOnQueue(const StartRequest& reque
         stopCapture();
 
     m_onUpdate = std::move(onUpdate);
+    m_requestedDeviceID = request.deviceId;
     m_selectedInputDeviceID = request.deviceId;
     m_isRunning = true;
+    m_serverAway = false;
     ++m_generation;
 
     m_mix.reset();
@@ -123,17 +144,13 @@ std::optional<RecorderError> AudioEngine::startOnQueue(const StartRequest& reque
         return RecorderError::other(fileError);
     }
 
-    m_pulse = std::make_unique<PulseContext>();
-    PulseContext::ConnectError connectError = PulseContext::ConnectError::None;
-    QString message;
-    if (!m_pulse->connect(kClientName, &connectError, &message)) {
-        consoleLog(QStringLiteral("❌ Could not connect to the sound server: %1").arg(message));
+    if (!connectToServer())
         return abandon(RecorderError::noMicrophone());
-    }
-    refreshInputDevices();
 
     if (auto error = startMicEngine())
         return abandon(*error);
+    m_health.start();
+    armWatchdog();
 
     // System audio comes up on its own after the start has returned.
     const std::uint64_t generation = m_generation;
@@ -141,21 +158,53 @@ std::optional<RecorderError> AudioEngine::startOnQueue(const StartRequest& reque
     return std::nullopt;
 }
 
+bool AudioEngine::connectToServer()
+{
+    assertOnQueue();
+    auto pulse = std::make_unique<PulseContext>();
+    PulseContext::ConnectError connectError = PulseContext::ConnectError::None;
+    QString message;
+    if (!pulse->connect(kClientName, &connectError, &message)) {
+        consoleLog(QStringLiteral("❌ Could not connect to the sound server: %1").arg(message));
+        return false;
+    }
+    const std::uint64_t generation = m_generation;
+    pulse->setConnectionLostHandler([this, generation] {
+        m_audioQueue.post([this, generation] {
+            if (generation == m_generation)
+                enterServerAway();
+        });
+    });
+    m_pulse = std::move(pulse);
+    return true;
+}
+
+std::optional<std::uint32_t> AudioEngine::defaultInputDeviceID(QString* sourceName)
+{
+    assertOnQueue();
+    const auto server = m_pulse ? m_pulse->serverInfo() : std::nullopt;
+    if (!server)
+        return std::nullopt;
+    if (sourceName)
+        *sourceName = server->defaultSourceName;
+    return inputDeviceIdForSourceName(server->defaultSourceName);
+}
+
 void AudioEngine::logDefaultInputDevice()
 {
-    const auto server = m_pulse ? m_pulse->serverInfo() : std::nullopt;
-    if (!server) {
+    QString name;
+    const auto id = defaultInputDeviceID(&name);
+    if (!id) {
         consoleLog(QStringLiteral("⚠️ Could not get default input device (status: %1)")
                        .arg(m_pulse ? m_pulse->lastErrorText() : QStringLiteral("no server")));
         return;
     }
-    const std::uint32_t id = inputDeviceIdForSourceName(server->defaultSourceName);
-    if (const auto info = m_pulse->sourceInfo(server->defaultSourceName))
+    if (const auto info = m_pulse->sourceInfo(name))
         consoleLog(
-            QStringLiteral("🎤 Default input device: %1 (ID: %2)").arg(info->description).arg(id));
+            QStringLiteral("🎤 Default input device: %1 (ID: %2)").arg(info->description).arg(*id));
     else
         consoleLog(QStringLiteral("🎤 Default input device: <unknown> (ID: %1, nameStatus: %2)")
-                       .arg(id)
+                       .arg(*id)
                        .arg(m_pulse->lastErrorText()));
 }
 
@@ -165,15 +214,16 @@ std::optional<RecorderError> AudioEngine::startMicEngine()
     logDefaultInputDevice();
     m_micStream.reset();
     m_micConverter.reset();
+    ++m_micStreamSerial;
     if (!m_pulse)
         return RecorderError::noMicrophone();
 
-    const auto server = m_pulse->serverInfo();
-    const QString defaultName = server ? server->defaultSourceName : QString();
-    const std::uint32_t defaultId = inputDeviceIdForSourceName(defaultName);
+    QString defaultName;
+    const std::uint32_t defaultId = defaultInputDeviceID(&defaultName).value_or(0);
     const std::uint64_t generation = m_generation;
+    const std::uint64_t serial = m_micStreamSerial;
 
-    auto openStream = [this, generation](const QString& sourceName, QString* error) {
+    auto openStream = [this, generation, serial](const QString& sourceName, QString* error) {
         auto stream = std::make_unique<PulseCaptureStream>(
             *m_pulse, QStringLiteral("Microphone"), sourceName, kFramesPerBuffer,
             [this, generation](PulseCaptureStream::Chunk&& chunk) {
@@ -183,11 +233,11 @@ std::optional<RecorderError> AudioEngine::startMicEngine()
                     onMicChunk(std::move(chunk.samples), chunk.peak, chunk.hostTimeNs);
                 });
             });
-        stream->setFailureHandler([this, generation] {
-            m_audioQueue.post([this, generation] {
-                if (generation != m_generation || !m_isRunning)
+        stream->setFailureHandler([this, generation, serial] {
+            m_audioQueue.post([this, generation, serial] {
+                if (generation != m_generation || !m_isRunning || serial != m_micStreamSerial)
                     return;
-                consoleLog(QStringLiteral("⚠️ Microphone stream ended unexpectedly"));
+                micStreamFailed();
             });
         });
         int paError = 0;
@@ -197,17 +247,25 @@ std::optional<RecorderError> AudioEngine::startMicEngine()
     };
 
     QString error;
-    if (m_selectedInputDeviceID != 0 && m_selectedInputDeviceID != defaultId) {
-        const QString name = m_sourceNameById.value(m_selectedInputDeviceID);
-        if (!name.isEmpty())
-            m_micStream = openStream(name, &error);
-        if (m_micStream)
-            consoleLog(QStringLiteral("🎤 Explicitly set input device ID: %1")
-                           .arg(m_selectedInputDeviceID));
+    const std::uint32_t wanted = m_requestedDeviceID;
+    if (wanted != 0 && wanted != defaultId) {
+        // Resolved afresh each time: the id outlives the source's index.
+        const auto sources = m_pulse->sources();
+        const auto name = sources ? sourceNameForInputDevice(*sources, wanted) : std::nullopt;
+        if (name)
+            m_micStream = openStream(*name, &error);
         else
+            error = sources ? QString::fromUtf8(pa_strerror(PA_ERR_NOENTITY))
+                            : m_pulse->lastErrorText();
+        if (m_micStream) {
+            consoleLog(QStringLiteral("🎤 Explicitly set input device ID: %1").arg(wanted));
+            m_selectedInputDeviceID = wanted;
+            m_micFollowsDefault = false;
+        } else {
             consoleLog(
                 QStringLiteral("⚠️ Could not set input device (status: %1), using default")
-                    .arg(name.isEmpty() ? QStringLiteral("unknown device") : error));
+                    .arg(error));
+        }
     }
     if (!m_micStream) {
         // The default source falls back to a sink's monitor when a machine
@@ -219,8 +277,9 @@ std::optional<RecorderError> AudioEngine::startMicEngine()
             return RecorderError::noMicrophone();
         }
         consoleLog(QStringLiteral("🎤 Using system default input device (ID: %1)").arg(defaultId));
-        if (m_selectedInputDeviceID == 0)
-            m_selectedInputDeviceID = defaultId;
+        m_selectedInputDeviceID = wanted == 0 ? defaultId : wanted;
+        // Asked for the default, or standing in for a device that is missing.
+        m_micFollowsDefault = wanted != defaultId;
         m_micStream = openStream(defaultName, &error);
         if (!m_micStream) {
             consoleLog(QStringLiteral("❌ Microphone stream failed: %1").arg(error));
@@ -271,7 +330,7 @@ void AudioEngine::setSystemCaptureFaultInjector(SystemCaptureFaultInjector injec
 void AudioEngine::runSystemAudioAttempt(int attempt, std::uint64_t generation)
 {
     assertOnQueue();
-    if (generation != m_generation || !m_isRunning)
+    if (generation != m_generation || !m_isRunning || m_serverAway)
         return;
     consoleLog(
         QStringLiteral("🔍 System audio attempt %1/%2...").arg(attempt).arg(kSystemAudioAttempts));
@@ -339,6 +398,10 @@ std::optional<AudioEngine::SystemCaptureFailure> AudioEngine::startSystemAudioCa
         m_audioQueue.post([this, generation] {
             if (generation != m_generation || !m_isRunning || !m_mix.systemAudioActive())
                 return;
+            if (!m_pulse || !m_pulse->isReady()) {
+                enterServerAway();
+                return;
+            }
             consoleLog(
                 QStringLiteral("⚠️ System audio stream ended; recording the microphone only"));
             reportSystemAudioStatus(false, QStringLiteral("System audio capture stopped"));
@@ -420,7 +483,10 @@ void AudioEngine::stopCapture()
 {
     assertOnQueue();
     m_isRunning = false;
+    m_serverAway = false;
     ++m_generation;
+    m_watchdog.reset();
+    m_health.stop();
     // Streams before the context they belong to.
     m_micStream.reset();
     m_systemStream.reset();
@@ -442,9 +508,12 @@ void AudioEngine::stopCapture()
 void AudioEngine::selectInputDevice(std::uint32_t id, std::function<void()> done)
 {
     m_audioQueue.post([this, id, done = std::move(done)] {
+        m_requestedDeviceID = id;
         m_selectedInputDeviceID = id;
-        m_mix.resetPeakWindow();
-        if (m_isRunning) {
+        m_health.deviceSwitched();
+        // Only the microphone starts again; system audio and the file go on.
+        // While the server is away, the id is used once it answers.
+        if (m_isRunning && !m_serverAway) {
             if (auto error = startMicEngine())
                 consoleLog(QStringLiteral("❌ Failed to switch input device: %1")
                                .arg(error->description()));
@@ -463,40 +532,143 @@ QString AudioEngine::micSourceName() const
     return m_micStream ? m_micStream->sourceName() : QString();
 }
 
-void AudioEngine::refreshInputDevices()
-{
-    assertOnQueue();
-    const auto server = m_pulse->serverInfo();
-    const auto sources = m_pulse->sources();
-    if (!sources)
-        return;
-    QList<InputDevice> devices;
-    QHash<std::uint32_t, QString> names;
-    for (const auto& source : *sources) {
-        if (source.isMonitor || source.description.isEmpty())
-            continue;
-        const std::uint32_t id = inputDeviceIdForSourceName(source.name);
-        names.insert(id, source.name);
-        devices.append(InputDevice{id, source.description,
-                                   server && source.name == server->defaultSourceName});
-    }
-    QCollator collator;
-    collator.setCaseSensitivity(Qt::CaseInsensitive);
-    std::stable_sort(devices.begin(), devices.end(),
-                     [&collator](const InputDevice& a, const InputDevice& b) {
-                         if (a.isDefault != b.isDefault)
-                             return a.isDefault;
-                         return collator.compare(a.name, b.name) < 0;
-                     });
-    m_sourceNameById = std::move(names);
-    std::lock_guard lock(m_devicesLock);
-    m_devices = std::move(devices);
-}
-
 QList<InputDevice> AudioEngine::listInputDevices() const
 {
-    std::lock_guard lock(m_devicesLock);
-    return m_devices;
+    return m_monitor->devices();
+}
+
+void AudioEngine::setInputDevicesChangedHandler(InputDevicesChangedHandler handler)
+{
+    std::lock_guard lock(m_handlerLock);
+    m_devicesChangedHandler = std::move(handler);
+}
+
+// --- Microphone health ----------------------------------------------------------
+
+void AudioEngine::armWatchdog()
+{
+    assertOnQueue();
+    m_watchdog = std::make_unique<QTimer>();
+    m_watchdog->setTimerType(Qt::PreciseTimer);
+    m_watchdog->setInterval(m_health.timing().watchdogPeriod);
+    QObject::connect(m_watchdog.get(), &QTimer::timeout, m_watchdog.get(),
+                     [this] { watchdogTick(); });
+    m_watchdog->start();
+}
+
+void AudioEngine::watchdogTick()
+{
+    assertOnQueue();
+    if (!m_isRunning)
+        return;
+    if (m_serverAway) {
+        if (m_serverAvailable)
+            resumeAfterServer();
+        return;
+    }
+    m_health.tick();
+}
+
+bool AudioEngine::engineRunning() const
+{
+    return m_micStream && m_micStream->isRecording();
+}
+
+std::optional<QString> AudioEngine::restart()
+{
+    if (auto error = startMicEngine())
+        return error->description();
+    return std::nullopt;
+}
+
+void AudioEngine::micStreamFailed()
+{
+    assertOnQueue();
+    // With the whole server gone there is nothing to restart onto yet.
+    if (!m_pulse || !m_pulse->isReady()) {
+        enterServerAway();
+        return;
+    }
+    consoleLog(QStringLiteral("⚠️ Microphone stream ended unexpectedly"));
+    m_health.configurationChanged();
+}
+
+void AudioEngine::onDeviceChange(const InputDeviceMonitor::Change& change)
+{
+    assertOnQueue();
+    m_serverAvailable = change.snapshot.serverAvailable;
+    if (!m_isRunning)
+        return;
+    if (change.serverLost) {
+        enterServerAway();
+        return;
+    }
+    if (m_serverAway) {
+        if (m_serverAvailable)
+            resumeAfterServer();
+        return;
+    }
+    // A microphone that failed to come back is the watchdog's to restart.
+    if (!m_micStream)
+        return;
+
+    const QString current = m_micStream->sourceName();
+    bool affected =
+        change.removedSources.contains(current) || change.reconfiguredSources.contains(current);
+    if (m_micFollowsDefault) {
+        if (change.defaultSourceChanged && change.snapshot.defaultSourceName != current)
+            affected = true;
+        // The chosen microphone is back (plugged in again): leave the stand-in.
+        if (m_requestedDeviceID != 0) {
+            const auto wanted =
+                sourceNameForInputDevice(change.snapshot.sources, m_requestedDeviceID);
+            if (wanted && change.addedSources.contains(*wanted))
+                affected = true;
+        }
+    }
+    if (affected)
+        m_health.configurationChanged();
+}
+
+void AudioEngine::enterServerAway()
+{
+    assertOnQueue();
+    if (!m_isRunning || m_serverAway)
+        return;
+    m_serverAway = true;
+    consoleLog(
+        QStringLiteral("⚠️ Sound server went away — the recording waits and resumes when "
+                       "it answers"));
+    // Streams before the context they belong to. The file stays open: the
+    // mix is clocked by the microphone, so nothing is written meanwhile.
+    m_micStream.reset();
+    m_systemStream.reset();
+    m_pulse.reset();
+    m_micConverter.reset();
+    m_systemConverter.reset();
+    m_mix.setSystemAudioActive(false);
+    report(AudioEngineUpdate::soundServer(false));
+}
+
+void AudioEngine::resumeAfterServer()
+{
+    assertOnQueue();
+    if (!m_isRunning || !m_serverAway || !connectToServer())
+        return;
+    m_serverAway = false;
+    // What system audio had queued belongs before the gap.
+    m_mix.systemBuffer().clear();
+    if (auto error = startMicEngine())
+        consoleLog(QStringLiteral("❌ Microphone did not come back with the sound server: %1")
+                       .arg(error->description()));
+    // As at a start: the first look at the new stream a whole period later.
+    m_health.resumed();
+    if (m_watchdog)
+        m_watchdog->start();
+    consoleLog(QStringLiteral("✅ Sound server is back — microphone and system audio restarted"));
+    report(AudioEngineUpdate::soundServer(true));
+    const std::uint64_t generation = m_generation;
+    m_audioQueue.post([this, generation] { runSystemAudioAttempt(1, generation); });
 }
 
 // --- Mixed audio --------------------------------------------------------------

@@ -1,13 +1,14 @@
 #pragma once
 
 #include "audio/audiotypes.h"
+#include "audio/inputdevicemonitor.h"
+#include "audio/microphonehealth.h"
 #include "audio/mixpipeline.h"
 #include "audio/pulsecapturestream.h"
 #include "audio/recordingengine.h"
 #include "audio/sampleconverter.h"
 #include "core/serialqueue.h"
 
-#include <QHash>
 #include <QString>
 
 #include <chrono>
@@ -16,6 +17,8 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+
+class QTimer;
 
 namespace sorv {
 
@@ -27,7 +30,13 @@ class PulseContext;
 // `com.sorvelandrix.audio`; the capture streams' read callbacks only copy and
 // post there. Every public operation may be called from any thread and
 // completes on the audio queue.
-class AudioEngine : public RecordingEngine {
+//
+// During a recording the microphone is kept alive by MicrophoneHealth (the
+// engine is the microphone it restarts) and follows the sound server's
+// device changes as the InputDeviceMonitor reports them. When the server
+// itself goes away the recording waits, writing nothing, and both streams
+// start again once it answers.
+class AudioEngine : public RecordingEngine, private MicrophoneHealth::Microphone {
 public:
     using UpdateHandler = RecordingEngine::UpdateHandler;
     using MixedBufferCallback = RecordingEngine::MixedBufferCallback;
@@ -43,10 +52,16 @@ public:
     using SystemCaptureFaultInjector =
         std::function<std::optional<SystemCaptureFailure>(int attempt)>;
 
+    // Timing, injectable so that tests can scale it down; the defaults are
+    // the application's.
     struct Options {
         // A refused system-audio attempt k waits k × this before the next.
         std::chrono::milliseconds systemRetryUnit{1500};
         MixPipeline::Clock clock = MixPipeline::monotonicSeconds;
+        // Watchdog period, grace period and silence window.
+        MicrophoneHealth::Timing health;
+        // How often the device monitor tries a sound server that went away.
+        InputDeviceMonitor::Options devices;
     };
 
     static constexpr std::uint32_t kFramesPerBuffer = 4096;
@@ -68,6 +83,7 @@ public:
     void selectInputDevice(std::uint32_t id, std::function<void()> done) override;
     void setMixedBufferCallback(MixedBufferCallback callback) override;
     QList<InputDevice> listInputDevices() const override;
+    void setInputDevicesChangedHandler(InputDevicesChangedHandler handler) override;
 
     // Set before start.
     void setSystemCaptureFaultInjector(SystemCaptureFaultInjector injector);
@@ -81,6 +97,8 @@ public:
     std::uint32_t selectedInputDeviceID() const { return m_selectedInputDeviceID; }
     QString micSourceName() const;
     const MixPipeline& pipeline() const { return m_mix; }
+    const MicrophoneHealth& health() const { return m_health; }
+    bool soundServerAway() const { return m_serverAway; }
 
 private:
     void assertOnQueue() const;
@@ -88,10 +106,29 @@ private:
 
     std::optional<RecorderError> startOnQueue(const StartRequest& request, UpdateHandler onUpdate);
     std::optional<RecorderError> startMicEngine();
+    bool connectToServer();
     void finishStop(PulseCaptureStream::Chunk micTail, PulseCaptureStream::Chunk systemTail);
     void stopCapture();
+    // The server's default source as an input device id (and its source
+    // name); nothing when the server cannot say.
+    std::optional<std::uint32_t> defaultInputDeviceID(QString* sourceName = nullptr);
     void logDefaultInputDevice();
-    void refreshInputDevices();
+
+    // Health and device changes (audio queue).
+    void armWatchdog();
+    void watchdogTick();
+    void onDeviceChange(const InputDeviceMonitor::Change& change);
+    void micStreamFailed();
+    void enterServerAway();
+    void resumeAfterServer();
+
+    // MicrophoneHealth::Microphone (audio queue)
+    std::int64_t bufferCount() const override { return m_mix.micBufferCount(); }
+    bool hasEngine() const override { return m_micStream != nullptr; }
+    bool engineRunning() const override;
+    float windowPeak() const override { return m_mix.peakWindowMax(); }
+    void resetWindowPeak() override { m_mix.resetPeakWindow(); }
+    std::optional<QString> restart() override;
     void runSystemAudioAttempt(int attempt, std::uint64_t generation);
     std::optional<SystemCaptureFailure> startSystemAudioCapture();
     void reportSystemAudioStatus(bool active, const std::optional<QString>& error);
@@ -101,6 +138,7 @@ private:
     Options m_options;
     SerialQueue m_audioQueue{QStringLiteral("com.sorvelandrix.audio")};
     MixPipeline m_mix;
+    MicrophoneHealth m_health;
 
     UpdateHandler m_onUpdate;
     MixedBufferCallback m_mixedBufferCallback;
@@ -109,18 +147,31 @@ private:
     // stop, so buffers still queued from an earlier stream are dropped.
     bool m_isRunning = false;
     std::uint64_t m_generation = 0;
+    // The device asked for (0: follow the default) and the one that is meant:
+    // the default's id while following it.
+    std::uint32_t m_requestedDeviceID = 0;
     std::uint32_t m_selectedInputDeviceID = 0;
+    // The microphone runs on the default source, because that was asked for
+    // or because the chosen device could not be opened.
+    bool m_micFollowsDefault = true;
+    // Changes with every microphone set-up, so a failure reported by a
+    // stream that has since been replaced is recognised.
+    std::uint64_t m_micStreamSerial = 0;
     std::unique_ptr<PulseContext> m_pulse;
     std::unique_ptr<PulseCaptureStream> m_micStream;
     std::unique_ptr<PulseCaptureStream> m_systemStream;
     std::optional<SampleConverter> m_micConverter;
     std::optional<SampleConverter> m_systemConverter;
     SystemCaptureFaultInjector m_systemFaultInjector;
-    QHash<std::uint32_t, QString> m_sourceNameById;
+    std::unique_ptr<QTimer> m_watchdog;
+    bool m_serverAway = false;      // the recording waits for the sound server
+    bool m_serverAvailable = false; // as the device monitor last saw it
 
-    // The device list is read from any thread, written on the audio queue.
-    mutable std::mutex m_devicesLock;
-    QList<InputDevice> m_devices;
+    // Set from the owner's thread, called from the monitor's.
+    mutable std::mutex m_handlerLock;
+    InputDevicesChangedHandler m_devicesChangedHandler;
+    // Last, so that it stops first: its listener posts to the audio queue.
+    std::unique_ptr<InputDeviceMonitor> m_monitor;
 };
 
 } // namespace sorv

@@ -58,11 +58,14 @@ struct AudioEngineUpdate {
         RecordingFailed,
         // The requested length is in the file; nothing more is written.
         DurationReached,
+        // The sound server went away (`flag` false; the recording waits and
+        // writes nothing) or answers again (`flag` true; capture resumed).
+        SoundServer,
     };
 
     Kind kind = Kind::Meters;
     AudioMeters meters;            // Meters
-    bool flag = false;             // SystemAudioActive, MicSilent
+    bool flag = false;             // SystemAudioActive, MicSilent, SoundServer
     std::optional<QString> text;   // SystemAudioError, MicSilent, FatalError
     std::int64_t restartCount = 0; // MicEngineRestarted
 
@@ -95,6 +98,10 @@ struct AudioEngineUpdate {
         return {Kind::RecordingFailed, {}, somethingSaved, message, 0};
     }
     static AudioEngineUpdate durationReached() { return {Kind::DurationReached, {}, false, {}, 0}; }
+    static AudioEngineUpdate soundServer(bool available)
+    {
+        return {Kind::SoundServer, {}, available, {}, 0};
+    }
 
     friend bool operator==(const AudioEngineUpdate&, const AudioEngineUpdate&) = default;
 };

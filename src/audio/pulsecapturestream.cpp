@@ -104,6 +104,14 @@ bool PulseCaptureStream::start(QString* message, int* paError, int timeoutMs)
     return true;
 }
 
+bool PulseCaptureStream::isRecording() const
+{
+    if (!m_stream)
+        return false;
+    PulseContext::Lock lock(m_context);
+    return pa_stream_get_state(m_stream) == PA_STREAM_READY;
+}
+
 void PulseCaptureStream::onState(pa_stream* s, void* userdata)
 {
     auto* self = static_cast<PulseCaptureStream*>(userdata);

@@ -48,6 +48,10 @@ public:
     // of a recording, so its last fraction of a second is not lost.
     Chunk takeRemaining();
 
+    // Connected and recording (a suspended source still counts: it may
+    // deliver nothing, which is the watchdog's business).
+    bool isRecording() const;
+
     // What the server actually delivers (normally 48000 Hz, 1 channel).
     double sampleRate() const { return m_rate; }
     std::uint32_t channels() const { return m_channels; }

@@ -35,19 +35,9 @@ bool contextGood(pa_context* c)
     return c && PA_CONTEXT_IS_GOOD(pa_context_get_state(c));
 }
 
-QString fromPa(const char* s)
+QString paText(const char* s)
 {
     return s ? QString::fromUtf8(s) : QString();
-}
-
-PulseContext::SourceInfo toSourceInfo(const pa_source_info* i)
-{
-    PulseContext::SourceInfo s;
-    s.name = fromPa(i->name);
-    s.description = fromPa(i->description);
-    s.channels = i->sample_spec.channels;
-    s.isMonitor = i->monitor_of_sink != PA_INVALID_INDEX;
-    return s;
 }
 
 struct TimeoutFlag {
@@ -56,6 +46,19 @@ struct TimeoutFlag {
 };
 
 } // namespace
+
+PulseContext::SourceInfo PulseContext::SourceInfo::fromPa(const pa_source_info& i)
+{
+    SourceInfo s;
+    s.name = paText(i.name);
+    s.description = paText(i.description);
+    s.index = i.index;
+    s.channels = i.sample_spec.channels;
+    s.sampleRate = i.sample_spec.rate;
+    s.sampleFormat = i.sample_spec.format;
+    s.isMonitor = i.monitor_of_sink != PA_INVALID_INDEX;
+    return s;
+}
 
 PulseContext::Lock::Lock(const PulseContext& c) : m_mainloop(c.m_mainloop)
 {
@@ -82,11 +85,13 @@ void PulseContext::disconnect()
         {
             Lock lock(*this);
             pa_context_set_state_callback(m_context, nullptr, nullptr);
+            pa_context_set_subscribe_callback(m_context, nullptr, nullptr);
             pa_context_disconnect(m_context);
             pa_context_unref(m_context);
         }
         m_context = nullptr;
     }
+    m_wasReady = false;
     if (m_mainloop) {
         pa_threaded_mainloop_stop(m_mainloop);
         pa_threaded_mainloop_free(m_mainloop);
@@ -145,14 +150,12 @@ bool PulseContext::connect(const QString& clientName, ConnectError* error, QStri
     if (!m_context)
         return fail(ConnectError::NoServer, QStringLiteral("no PulseAudio context"));
 
-    pa_context_set_state_callback(
-        m_context, [](pa_context*, void* self) { static_cast<PulseContext*>(self)->signal(); },
-        this);
+    pa_context_set_state_callback(m_context, &PulseContext::onState, this);
     // Never autospawn: a missing server is reported, not papered over.
     if (pa_context_connect(m_context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
         const int err = pa_context_errno(m_context);
         return fail(err == PA_ERR_ACCESS ? ConnectError::AccessDenied : ConnectError::NoServer,
-                    fromPa(pa_strerror(err)));
+                    paText(pa_strerror(err)));
     }
     if (pa_threaded_mainloop_start(m_mainloop) < 0)
         return fail(ConnectError::NoServer, QStringLiteral("PulseAudio thread did not start"));
@@ -169,16 +172,92 @@ bool PulseContext::connect(const QString& clientName, ConnectError* error, QStri
             timeoutMs);
         ready = pa_context_get_state(m_context) == PA_CONTEXT_READY;
         err = ready ? 0 : pa_context_errno(m_context);
+        m_wasReady = ready;
     }
     if (!ready) {
         if (err == PA_OK)
             err = PA_ERR_TIMEOUT;
         return fail(err == PA_ERR_ACCESS ? ConnectError::AccessDenied : ConnectError::NoServer,
-                    fromPa(pa_strerror(err)));
+                    paText(pa_strerror(err)));
     }
     if (error)
         *error = ConnectError::None;
     return true;
+}
+
+void PulseContext::onState(pa_context* c, void* userdata)
+{
+    auto* self = static_cast<PulseContext*>(userdata);
+    self->signal();
+    if (self->m_wasReady && !PA_CONTEXT_IS_GOOD(pa_context_get_state(c))) {
+        self->m_wasReady = false;
+        if (self->m_onLost)
+            self->m_onLost();
+    }
+}
+
+void PulseContext::setConnectionLostHandler(ConnectionLostHandler handler)
+{
+    Lock lock(*this);
+    m_onLost = std::move(handler);
+}
+
+bool PulseContext::subscribe(SubscriptionHandler handler, int timeoutMs)
+{
+    if (!m_context)
+        return false;
+    struct Result {
+        PulseContext* self;
+        bool ok = false;
+    } result{this};
+    Lock lock(*this);
+    m_onEvent = std::move(handler);
+    pa_context_set_subscribe_callback(
+        m_context,
+        [](pa_context*, pa_subscription_event_type_t t, uint32_t index, void* userdata) {
+            auto* self = static_cast<PulseContext*>(userdata);
+            if (!self->m_onEvent)
+                return;
+            Facility facility = Facility::Other;
+            switch (t & PA_SUBSCRIPTION_EVENT_FACILITY_MASK) {
+            case PA_SUBSCRIPTION_EVENT_SOURCE:
+                facility = Facility::Source;
+                break;
+            case PA_SUBSCRIPTION_EVENT_SERVER:
+                facility = Facility::Server;
+                break;
+            default:
+                break;
+            }
+            EventType type = EventType::Change;
+            switch (t & PA_SUBSCRIPTION_EVENT_TYPE_MASK) {
+            case PA_SUBSCRIPTION_EVENT_NEW:
+                type = EventType::New;
+                break;
+            case PA_SUBSCRIPTION_EVENT_REMOVE:
+                type = EventType::Remove;
+                break;
+            default:
+                break;
+            }
+            self->m_onEvent(facility, type, index);
+        },
+        this);
+    Operation op(pa_context_subscribe(
+        m_context,
+        static_cast<pa_subscription_mask_t>(PA_SUBSCRIPTION_MASK_SOURCE |
+                                            PA_SUBSCRIPTION_MASK_SERVER),
+        [](pa_context*, int success, void* userdata) {
+            auto* r = static_cast<Result*>(userdata);
+            r->ok = success != 0;
+            r->self->signal();
+        },
+        &result));
+    if (!op)
+        return false;
+    waitLocked([&] { return !op.running() || !contextGood(m_context); }, timeoutMs);
+    op.cancel();
+    return result.ok;
 }
 
 bool PulseContext::isReady() const
@@ -199,7 +278,7 @@ int PulseContext::lastError() const
 
 QString PulseContext::lastErrorText() const
 {
-    return fromPa(pa_strerror(lastError()));
+    return paText(pa_strerror(lastError()));
 }
 
 std::optional<PulseContext::ServerInfo> PulseContext::serverInfo(int timeoutMs)
@@ -216,7 +295,7 @@ std::optional<PulseContext::ServerInfo> PulseContext::serverInfo(int timeoutMs)
         [](pa_context*, const pa_server_info* i, void* userdata) {
             auto* r = static_cast<Result*>(userdata);
             if (i)
-                r->info = ServerInfo{fromPa(i->default_sink_name), fromPa(i->default_source_name)};
+                r->info = ServerInfo{paText(i->default_sink_name), paText(i->default_source_name)};
             r->self->signal();
         },
         &result));
@@ -241,7 +320,7 @@ std::optional<PulseContext::SourceInfo> PulseContext::sourceInfo(const QString& 
         [](pa_context*, const pa_source_info* i, int eol, void* userdata) {
             auto* r = static_cast<Result*>(userdata);
             if (eol == 0 && i)
-                r->info = toSourceInfo(i);
+                r->info = SourceInfo::fromPa(*i);
             r->self->signal();
         },
         &result));
@@ -267,7 +346,7 @@ std::optional<QList<PulseContext::SourceInfo>> PulseContext::sources(int timeout
         [](pa_context*, const pa_source_info* i, int eol, void* userdata) {
             auto* r = static_cast<Result*>(userdata);
             if (eol == 0 && i)
-                r->list.append(toSourceInfo(i));
+                r->list.append(SourceInfo::fromPa(*i));
             if (eol > 0)
                 r->complete = true;
             r->self->signal();

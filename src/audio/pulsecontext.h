@@ -9,6 +9,7 @@
 
 struct pa_threaded_mainloop;
 struct pa_context;
+struct pa_source_info;
 
 namespace sorv {
 
@@ -35,9 +36,30 @@ public:
     struct SourceInfo {
         QString name;
         QString description;
+        std::uint32_t index = 0xffffffffu; // the server's index; a re-created source gets a new one
         std::uint32_t channels = 0;
+        std::uint32_t sampleRate = 0;
+        int sampleFormat = -1;  // pa_sample_format_t
         bool isMonitor = false; // the monitor of a sink, not a microphone
+
+        static SourceInfo fromPa(const pa_source_info& info);
+        // The same source object delivering the same format: a change of
+        // volume, mute or suspension keeps the configuration; a re-created
+        // source or a new sample format does not.
+        bool sameConfiguration(const SourceInfo& other) const
+        {
+            return index == other.index && channels == other.channels &&
+                   sampleRate == other.sampleRate && sampleFormat == other.sampleFormat;
+        }
+        friend bool operator==(const SourceInfo&, const SourceInfo&) = default;
     };
+
+    // What a subscription reports: which kind of object, and what happened to it.
+    enum class Facility { Source, Server, Other };
+    enum class EventType { New, Change, Remove };
+    // Runs on PulseAudio's thread: it must only post.
+    using SubscriptionHandler = std::function<void(Facility, EventType, std::uint32_t index)>;
+    using ConnectionLostHandler = std::function<void()>;
 
     static constexpr int kDefaultTimeoutMs = 5000;
 
@@ -51,6 +73,12 @@ public:
     bool connect(const QString& clientName, ConnectError* error, QString* message,
                  int timeoutMs = kDefaultTimeoutMs);
     bool isReady() const;
+
+    // Subscribes to changes of sources and of the server (default devices).
+    bool subscribe(SubscriptionHandler handler, int timeoutMs = kDefaultTimeoutMs);
+    // Called once, on PulseAudio's thread, when an established connection
+    // breaks: the server went away. It must only post.
+    void setConnectionLostHandler(ConnectionLostHandler handler);
 
     std::optional<ServerInfo> serverInfo(int timeoutMs = kDefaultTimeoutMs);
     std::optional<SourceInfo> sourceInfo(const QString& name, int timeoutMs = kDefaultTimeoutMs);
@@ -83,9 +111,14 @@ public:
 
 private:
     void disconnect();
+    static void onState(pa_context* c, void* self);
 
     pa_threaded_mainloop* m_mainloop = nullptr;
     pa_context* m_context = nullptr;
+    // Touched on PulseAudio's thread, set with the main-loop lock held.
+    bool m_wasReady = false;
+    ConnectionLostHandler m_onLost;
+    SubscriptionHandler m_onEvent;
 };
 
 } // namespace sorv

@@ -56,6 +56,12 @@ public:
     // The microphones known from the last contact with the sound server,
     // default first. Never blocks.
     virtual QList<InputDevice> listInputDevices() const = 0;
+
+    // Called (on the engine's side) when that list has changed, and once
+    // when it is first known; the list is then read with listInputDevices().
+    // The engine stops calling it before its destructor returns.
+    using InputDevicesChangedHandler = std::function<void()>;
+    virtual void setInputDevicesChangedHandler(InputDevicesChangedHandler handler) = 0;
 };
 
 } // namespace sorv

@@ -1,11 +1,14 @@
-// sorvelandrix record [--duration SECONDS] [--save|--discard]
+// sorvelandrix record [--duration SECONDS] [--device ID] [--save|--discard]
 //
 // One recording through AudioRecorder: microphone and system audio until the
 // duration (measured on the audio itself) is in the file, or Ctrl-C, SIGTERM
 // or SIGHUP; then the file is kept and its path printed, uploaded with
 // --save, or deleted with --discard. A closed output pipe stops it the same
-// clean way.
+// clean way. What the engine does to keep the microphone alive (restarts, a
+// silent microphone and its recovery, the sound server going away) is shown
+// as it happens.
 
+#include "audio/audioengine.h"
 #include "cli/clisession.h"
 #include "cli/command.h"
 #include "cli/commands.h"
@@ -14,6 +17,7 @@
 #include "core/signalnotifier.h"
 #include "recording/audiorecorder.h"
 
+#include <QFileInfo>
 #include <QJsonObject>
 #include <QTimer>
 
@@ -25,13 +29,15 @@
 namespace sorv::cli {
 namespace {
 
-const QString kUsage = QStringLiteral("record [--duration SECONDS] [--save|--discard]");
+const QString kUsage =
+    QStringLiteral("record [--duration SECONDS] [--device ID] [--save|--discard]");
 // Longer than any meeting, and still exact as a count of frames.
 constexpr double kMaxDurationSeconds = 7 * 24 * 3600;
 
 int runRecord(CommandContext& ctx)
 {
     double duration = 0.0;
+    std::optional<quint32> device;
     bool discard = false;
     bool save = false;
     const auto usage = [&ctx](const QString& why) {
@@ -47,6 +53,13 @@ int runRecord(CommandContext& ctx)
                 return usage(QStringLiteral("--duration needs a number of seconds between 0 and "
                                             "%1")
                                  .arg(kMaxDurationSeconds, 0, 'f', 0));
+        } else if (a == QLatin1String("--device")) {
+            bool ok = false;
+            const quint32 id = i + 1 < ctx.args.size() ? ctx.args.at(++i).toUInt(&ok) : 0;
+            if (!ok || id == 0)
+                return usage(QStringLiteral("--device needs a device id from `sorvelandrix "
+                                            "devices`"));
+            device = id;
         } else if (a == QLatin1String("--discard")) {
             discard = true;
         } else if (a == QLatin1String("--save")) {
@@ -66,7 +79,11 @@ int runRecord(CommandContext& ctx)
             return kExitFailure;
     }
 
-    AudioRecorder recorder;
+    AudioRecorder recorder(ctx.makeRecordingEngine ? ctx.makeRecordingEngine()
+                                                   : std::make_unique<AudioEngine>());
+    // A device that cannot be opened leaves the recording on the default one.
+    if (device)
+        recorder.selectInputDevice(*device);
     if (session)
         recorder.setAuthManager(&session->auth());
     if (duration > 0)
@@ -137,11 +154,45 @@ int runRecord(CommandContext& ctx)
             reportSystemAudio();
     });
 
+    // The microphone's health, as it happens.
+    QObject::connect(&recorder, &AudioRecorder::micEngineRestarted, &recorder, [&](qint64 n) {
+        endMeterLine();
+        ctx.print(QStringLiteral("⚠️ Microphone restarted (#%1)").arg(n));
+        ctx.event({{QStringLiteral("event"), QStringLiteral("micEngineRestarted")},
+                   {QStringLiteral("count"), n}});
+    });
+    QObject::connect(&recorder, &AudioRecorder::micSilentChanged, &recorder, [&] {
+        endMeterLine();
+        if (recorder.micSilent()) {
+            ctx.print(
+                QStringLiteral("⚠️ Microphone is silent: %1").arg(recorder.micSilentMessage()));
+            ctx.event({{QStringLiteral("event"), QStringLiteral("micSilent")},
+                       {QStringLiteral("silent"), true},
+                       {QStringLiteral("message"), recorder.micSilentMessage()}});
+        } else {
+            ctx.print(QStringLiteral("✅ Microphone recovered: sound is coming in again"));
+            ctx.event({{QStringLiteral("event"), QStringLiteral("micSilent")},
+                       {QStringLiteral("silent"), false}});
+        }
+    });
+    QObject::connect(&recorder, &AudioRecorder::soundServerLostChanged, &recorder, [&] {
+        if (recorder.state().kind() != RecordingState::Kind::Recording)
+            return;
+        endMeterLine();
+        const bool lost = recorder.soundServerLost();
+        ctx.print(lost ? QStringLiteral("⚠️ The sound server went away; the recording resumes "
+                                        "when it answers")
+                       : QStringLiteral("✅ The sound server is back; recording resumed"));
+        ctx.event({{QStringLiteral("event"), QStringLiteral("soundServer")},
+                   {QStringLiteral("available"), !lost}});
+    });
+
     QObject::connect(&recorder, &AudioRecorder::stateChanged, &recorder, [&] {
         const RecordingState state = recorder.state();
         // Upload progress changes the state many times; report each kind once.
         if (state.kind() == lastKind)
             return;
+        const bool wasRecording = lastKind == RecordingState::Kind::Recording;
         lastKind = state.kind();
         ctx.event({{QStringLiteral("event"), QStringLiteral("state")},
                    {QStringLiteral("state"), state.caseName()}});
@@ -195,6 +246,11 @@ int runRecord(CommandContext& ctx)
             meterTimer.stop();
             endMeterLine();
             ctx.error(state.message());
+            // A microphone given up on ends the run; what was recorded stays.
+            if (wasRecording && QFileInfo::exists(recorder.outputPath()) &&
+                !state.message().contains(recorder.outputPath()))
+                ctx.print(
+                    QStringLiteral("The recording so far is kept: %1").arg(recorder.outputPath()));
             ctx.finish(kExitFailure);
             break;
         default:
@@ -211,9 +267,9 @@ int runRecord(CommandContext& ctx)
 Command recordCommand()
 {
     return {QStringLiteral("record"), kUsage,
-            QStringLiteral("record the microphone and system audio until the duration ends or "
-                           "Ctrl-C, then keep the WAV file and print its path, upload it with "
-                           "--save, or delete it with --discard"),
+            QStringLiteral("record the microphone (--device: one from `devices`) and system audio "
+                           "until the duration ends or Ctrl-C, then keep the WAV file and print "
+                           "its path, upload it with --save, or delete it with --discard"),
             runRecord};
 }
 

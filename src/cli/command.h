@@ -1,5 +1,7 @@
 #pragma once
 
+#include "audio/recordingengine.h"
+
 #include <QByteArray>
 #include <QEventLoop>
 #include <QJsonObject>
@@ -7,6 +9,7 @@
 #include <QStringList>
 
 #include <functional>
+#include <memory>
 #include <vector>
 
 namespace sorv::cli {
@@ -33,6 +36,9 @@ public:
     QString server;
     // Standard output is a terminal: progress bars and lines rewritten in place.
     bool terminal = false;
+    // The capture engine `record` uses (empty: the real one with the
+    // application's timing). Tests run the real engine with shorter timing.
+    std::function<std::unique_ptr<RecordingEngine>()> makeRecordingEngine;
 
     // Human text on standard output (ignored with --json).
     void print(const QString& text) const;

@@ -8,8 +8,8 @@ const std::vector<Command>& commands()
     static const std::vector<Command> all = [] {
         std::vector<Command> list;
         for (auto make :
-             {recordCommand, uploadCommand, mixCommand, loginCommand, logoutCommand, whoamiCommand,
-              recordingsCommand, meetingsCommand, joinCommand, stopBotCommand})
+             {recordCommand, devicesCommand, uploadCommand, mixCommand, loginCommand, logoutCommand,
+              whoamiCommand, recordingsCommand, meetingsCommand, joinCommand, stopBotCommand})
             list.push_back(make());
         return list;
     }();

@@ -6,6 +6,7 @@ namespace sorv::cli {
 
 // One function per command, each in its own file.
 Command recordCommand();
+Command devicesCommand();
 Command uploadCommand();
 Command mixCommand();
 Command loginCommand();

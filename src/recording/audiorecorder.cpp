@@ -36,7 +36,7 @@ AudioRecorder::AudioRecorder(QObject* parent)
 {}
 
 AudioRecorder::AudioRecorder(std::unique_ptr<RecordingEngine> engine, QObject* parent)
-    : QObject(parent), m_engine(std::move(engine)), m_self(this)
+    : QObject(parent), m_self(this), m_engine(std::move(engine))
 {
     qRegisterMetaType<RecordingState>();
     qRegisterMetaType<InputDevice>();
@@ -52,6 +52,9 @@ AudioRecorder::AudioRecorder(std::unique_ptr<RecordingEngine> engine, QObject* p
     connect(&m_uploader, &RecordingUploader::progress, this,
             [this](double fraction) { setState(RecordingState::uploading(fraction)); });
     m_uploader.sweepStaleBodies();
+    // The engine follows the sound server's devices from now on; the list
+    // the views show follows it.
+    m_engine->setInputDevicesChangedHandler([this] { onMain([this] { refreshInputDevices(); }); });
     refreshInputDevices();
 }
 
@@ -118,6 +121,11 @@ void AudioRecorder::setMicSilent(bool v)
     setAndNotify(this, m_micSilent, v, &AudioRecorder::micSilentChanged);
 }
 
+void AudioRecorder::setSoundServerLost(bool v)
+{
+    setAndNotify(this, m_soundServerLost, v, &AudioRecorder::soundServerLostChanged);
+}
+
 void AudioRecorder::setSignInRequired(bool v)
 {
     setAndNotify(this, m_signInRequired, v, &AudioRecorder::signInRequiredChanged);
@@ -181,6 +189,7 @@ void AudioRecorder::requestStartRecording(bool recordVideo)
     setState(RecordingState::preparing());
     setMicSilent(false);
     setMicSilentMessage(QString());
+    setSoundServerLost(false);
     setSignInRequired(false);
     refreshInputDevices();
 
@@ -316,9 +325,11 @@ void AudioRecorder::applyUpdate(const AudioEngineUpdate& update)
         setSystemAudioError(update.text.value_or(QString()));
         break;
     case Kind::MicSilent: {
-        setMicSilent(update.flag);
+        // The message first, so that whoever follows micSilent reads the
+        // text that goes with it.
         if (!update.flag || !update.text) {
             setMicSilentMessage(QString());
+            setMicSilent(update.flag);
             break;
         }
         QString message = *update.text;
@@ -329,11 +340,16 @@ void AudioRecorder::applyUpdate(const AudioEngineUpdate& update)
             }
         }
         setMicSilentMessage(message);
+        setMicSilent(true);
         break;
     }
     case Kind::MicEngineRestarted:
         consoleLog(QStringLiteral("🔁 Mic engine restart bridged to view-model (#%1)")
                        .arg(update.restartCount));
+        Q_EMIT micEngineRestarted(update.restartCount);
+        break;
+    case Kind::SoundServer:
+        setSoundServerLost(!update.flag);
         break;
     case Kind::FatalError:
         setState(RecordingState::error(update.text.value_or(QString())));
@@ -379,6 +395,7 @@ void AudioRecorder::stopRecording()
     setState(RecordingState::stopping());
     m_clock.stop();
     rewireMixedBuffers();
+    setSoundServerLost(false);
     const std::uint64_t session = m_session;
     m_engine->stop([this, session] {
         onMain([this, session] {
@@ -479,6 +496,7 @@ void AudioRecorder::clearSessionFields()
     setSystemLevel(0.0f);
     setScreenAccessWarning(QString());
     setSystemAudioError(QString());
+    setSoundServerLost(false);
     setFailedUploadPath({});
     setSignInRequired(false);
     m_screenCaptureConfirmed = false;

@@ -42,6 +42,7 @@ class AudioRecorder : public QObject {
         QString screenAccessWarning READ screenAccessWarning NOTIFY screenAccessWarningChanged)
     Q_PROPERTY(bool micSilent READ micSilent NOTIFY micSilentChanged)
     Q_PROPERTY(QString micSilentMessage READ micSilentMessage NOTIFY micSilentMessageChanged)
+    Q_PROPERTY(bool soundServerLost READ soundServerLost NOTIFY soundServerLostChanged)
     Q_PROPERTY(QList<sorv::InputDevice> availableInputDevices READ availableInputDevices NOTIFY
                    availableInputDevicesChanged)
     Q_PROPERTY(sorv::InputDeviceModel* inputDevices READ inputDevices CONSTANT)
@@ -83,6 +84,9 @@ public:
     QString screenAccessWarning() const { return m_screenAccessWarning; }
     bool micSilent() const { return m_micSilent; }
     QString micSilentMessage() const { return m_micSilentMessage; }
+    // The sound server went away during the recording: it waits, writing
+    // nothing, and goes on once the server answers.
+    bool soundServerLost() const { return m_soundServerLost; }
     QList<InputDevice> availableInputDevices() const { return m_inputDevices.devices(); }
     InputDeviceModel* inputDevices() { return &m_inputDevices; }
     quint32 selectedInputDeviceID() const { return m_selectedInputDeviceID; }
@@ -142,6 +146,10 @@ Q_SIGNALS:
     void screenAccessWarningChanged();
     void micSilentChanged();
     void micSilentMessageChanged();
+    void soundServerLostChanged();
+    // The engine restarted the microphone by itself (the n-th time in this
+    // recording): for views that show warnings as they come.
+    void micEngineRestarted(qint64 count);
     void availableInputDevicesChanged();
     void selectedInputDeviceIDChanged();
     void isVideoModeChanged();
@@ -159,6 +167,7 @@ private:
     void setScreenAccessWarning(const QString& v);
     void setMicSilent(bool v);
     void setMicSilentMessage(const QString& v);
+    void setSoundServerLost(bool v);
     void setSignInRequired(bool v);
     void setPaths(const QString& output, const QString& wav, const QString& video);
     void setFailedUploadPath(const QString& path);
@@ -176,6 +185,9 @@ private:
     // Runs fn on the main thread later, unless the recorder is gone by then.
     void onMain(std::function<void()> fn) const;
 
+    // For callbacks from other threads. Declared before the engine so that it
+    // outlives the engine's threads, which read it.
+    QPointer<const QObject> m_self;
     std::unique_ptr<RecordingEngine> m_engine;
     RecordingUploader m_uploader;
     InputDeviceModel m_inputDevices;
@@ -191,6 +203,7 @@ private:
     QString m_screenAccessWarning;
     bool m_micSilent = false;
     QString m_micSilentMessage;
+    bool m_soundServerLost = false;
     quint32 m_selectedInputDeviceID = 0;
     bool m_isVideoMode = false;
     bool m_canRetryUpload = false;
@@ -204,7 +217,6 @@ private:
     MixedBufferCallback m_onMixedAudioBuffer;
     ScreenCaptureProbe m_screenProbe;
     QPointer<AuthManager> m_authManager;
-    QPointer<const QObject> m_self; // for callbacks from other threads
     // Screen capture was confirmed in this run: later video starts skip the probe.
     bool m_screenCaptureConfirmed = false;
     double m_durationLimit = 0.0;

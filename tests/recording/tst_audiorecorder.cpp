@@ -84,6 +84,11 @@ public:
     }
     void setMixedBufferCallback(MixedBufferCallback) override {}
     QList<InputDevice> listInputDevices() const override { return devices; }
+    void setInputDevicesChangedHandler(InputDevicesChangedHandler handler) override
+    {
+        devicesChanged = std::move(handler);
+    }
+    InputDevicesChangedHandler devicesChanged;
 
     void send(const AudioEngineUpdate& u)
     {
@@ -136,6 +141,8 @@ private Q_SLOTS:
     void retryUploadRefusals();
     void screenCaptureProbe();
     void deviceSelection();
+    void deviceListFollowsTheEngine();
+    void microphoneReportsDuringRecording();
 };
 
 void TestAudioRecorder::recordsThenKeepsOrDiscards()
@@ -483,6 +490,45 @@ void TestAudioRecorder::deviceSelection()
     QCOMPARE(f.engine->selectedIds, QList<std::uint32_t>{6});
     QVERIFY(!f.recorder.micSilent());
     QVERIFY(f.recorder.micSilentMessage().isNull());
+}
+
+void TestAudioRecorder::deviceListFollowsTheEngine()
+{
+    Fixture f;
+    QVERIFY(f.recorder.availableInputDevices().isEmpty());
+    // The engine says its list changed, from its own thread; the published
+    // list and the picker's model follow on this one.
+    QSignalSpy changed(&f.recorder, &AudioRecorder::availableInputDevicesChanged);
+    f.engine->queue.post([e = f.engine] {
+        e->devices = {{3, QStringLiteral("Built-in"), true}};
+        e->devicesChanged();
+    });
+    QTRY_COMPARE(changed.count(), 1);
+    QCOMPARE(f.recorder.availableInputDevices().value(0).name, QStringLiteral("Built-in"));
+    QCOMPARE(f.recorder.inputDevices()->rowCount(), 1);
+}
+
+void TestAudioRecorder::microphoneReportsDuringRecording()
+{
+    Fixture f;
+    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    QSignalSpy restarted(&f.recorder, &AudioRecorder::micEngineRestarted);
+    f.engine->send(AudioEngineUpdate::micEngineRestarted(2));
+    QTRY_COMPARE(restarted.count(), 1);
+    QCOMPARE(restarted.first().first().toLongLong(), 2);
+
+    // The sound server away and back: the recording goes on throughout.
+    f.engine->send(AudioEngineUpdate::soundServer(false));
+    QTRY_VERIFY(f.recorder.soundServerLost());
+    QCOMPARE(f.recorder.state().kind(), Kind::Recording);
+    f.engine->send(AudioEngineUpdate::soundServer(true));
+    QTRY_VERIFY(!f.recorder.soundServerLost());
+
+    // Stopped while it is away: no stale warning on the next screen.
+    f.engine->send(AudioEngineUpdate::soundServer(false));
+    QTRY_VERIFY(f.recorder.soundServerLost());
+    f.recorder.stopRecording();
+    QVERIFY(!f.recorder.soundServerLost());
 }
 
 QTEST_GUILESS_MAIN(TestAudioRecorder)

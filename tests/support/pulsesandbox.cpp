@@ -1,6 +1,7 @@
 #include "pulsesandbox.h"
 
 #include <QDeadlineTimer>
+#include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
 #include <QThread>
@@ -37,7 +38,7 @@ bool PulseSandbox::toolsAvailable()
     return true;
 }
 
-PulseSandbox::PulseSandbox(Options options)
+PulseSandbox::PulseSandbox(Options options) : m_options(options)
 {
     m_hadPulseServer = qEnvironmentVariableIsSet("PULSE_SERVER");
     m_previousPulseServer = qgetenv("PULSE_SERVER");
@@ -45,13 +46,17 @@ PulseSandbox::PulseSandbox(Options options)
         m_error = QStringLiteral("pulseaudio, pactl, paplay or sox missing");
         return;
     }
-    const QString dir = m_dir.path();
     // For a post-mortem: keep the daemon's directory and a verbose log.
-    const bool keep = qEnvironmentVariableIsSet("SORV_KEEP_SANDBOX");
-    if (keep) {
+    if (qEnvironmentVariableIsSet("SORV_KEEP_SANDBOX")) {
         m_dir.setAutoRemove(false);
-        qInfo("PulseAudio sandbox in %s", qPrintable(dir));
+        qInfo("PulseAudio sandbox in %s", qPrintable(m_dir.path()));
     }
+    m_running = launch();
+}
+
+bool PulseSandbox::launch()
+{
+    const QString dir = m_dir.path();
     QStringList args{QStringLiteral("-n"),
                      QStringLiteral("--daemonize=no"),
                      QStringLiteral("--exit-idle-time=-1"),
@@ -63,9 +68,9 @@ PulseSandbox::PulseSandbox(Options options)
                      QStringLiteral("-L"),
                      QStringLiteral("module-native-protocol-unix auth-anonymous=1 socket=") + dir +
                          QStringLiteral("/native")};
-    if (keep)
+    if (qEnvironmentVariableIsSet("SORV_KEEP_SANDBOX"))
         args << QStringLiteral("-vvv");
-    if (options.speakers) {
+    if (m_options.speakers) {
         args << QStringLiteral("-L")
              << QStringLiteral("module-null-sink sink_name=speakers "
                                "sink_properties=device.description=Speakers rate=48000")
@@ -92,7 +97,7 @@ PulseSandbox::PulseSandbox(Options options)
     m_daemon.start(QStringLiteral("pulseaudio"), args);
     if (!m_daemon.waitForStarted(5000)) {
         m_error = QStringLiteral("pulseaudio did not start: ") + m_daemon.errorString();
-        return;
+        return false;
     }
     qputenv("PULSE_SERVER", serverAddress().toUtf8());
 
@@ -108,44 +113,73 @@ PulseSandbox::PulseSandbox(Options options)
     if (!up) {
         m_error = QStringLiteral("the sandbox daemon did not answer");
         stop();
-        return;
+        return false;
     }
-    if (options.speakers) {
+    if (m_options.speakers) {
         pactl({QStringLiteral("set-default-sink"), QStringLiteral("speakers")});
-        // A null sink sleeps for as long as its clients allow, up to two
-        // seconds right after it is created, so its monitor (our virtual
-        // microphone) would deliver in bursts. A low-latency reader on each
-        // monitor paces them like a sound card's clock; once both have
-        // received audio, the sinks have left their first long sleep.
-        QStringList paced;
-        for (const char* monitor : {"micsink.monitor", "speakers.monitor"}) {
-            auto pacer = std::make_unique<QProcess>();
-            const QString out = dir + QStringLiteral("/pacer-") + QString::fromLatin1(monitor);
-            pacer->setStandardOutputFile(out);
-            pacer->setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
-            pacer->start(QStringLiteral("parec"),
-                         {QStringLiteral("--server=") + serverAddress(),
-                          QStringLiteral("--device=") + QString::fromLatin1(monitor),
-                          QStringLiteral("--latency-msec=10"), QStringLiteral("--raw"),
-                          QStringLiteral("--format=u8"), QStringLiteral("--rate=8000"),
-                          QStringLiteral("--channels=1")});
-            if (pacer->waitForStarted(5000))
-                m_pacers.push_back(std::move(pacer));
-            paced << out;
-        }
-        const QDeadlineTimer settled(5000);
-        while (!settled.hasExpired() &&
-               !std::all_of(paced.begin(), paced.end(),
-                            [](const QString& f) { return QFileInfo(f).size() > 0; }))
-            QThread::msleep(20);
+        pace({QStringLiteral("micsink.monitor"), QStringLiteral("speakers.monitor")});
     }
     pactl({QStringLiteral("set-default-source"), QStringLiteral("virtmic")});
-    m_running = true;
+    return true;
+}
+
+bool PulseSandbox::pace(const QStringList& monitors)
+{
+    // A null sink sleeps for as long as its clients allow, up to two seconds
+    // right after it is created, so its monitor (a virtual microphone) would
+    // deliver in bursts. A low-latency reader on each monitor paces them like
+    // a sound card's clock; once each has received audio, the sinks have left
+    // their first long sleep.
+    QStringList paced;
+    for (const QString& monitor : monitors) {
+        auto pacer = std::make_unique<QProcess>();
+        const QString out = m_dir.path() + QStringLiteral("/pacer-") + monitor;
+        QFile::remove(out);
+        pacer->setStandardOutputFile(out);
+        pacer->setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
+        pacer->start(QStringLiteral("parec"),
+                     {QStringLiteral("--server=") + serverAddress(),
+                      QStringLiteral("--device=") + monitor, QStringLiteral("--latency-msec=10"),
+                      QStringLiteral("--raw"), QStringLiteral("--format=u8"),
+                      QStringLiteral("--rate=8000"), QStringLiteral("--channels=1")});
+        if (pacer->waitForStarted(5000))
+            m_pacers.push_back(std::move(pacer));
+        paced << out;
+    }
+    const QDeadlineTimer settled(5000);
+    while (!settled.hasExpired() && !std::all_of(paced.begin(), paced.end(), [](const QString& f) {
+        return QFileInfo(f).size() > 0;
+    }))
+        QThread::msleep(20);
+    return !settled.hasExpired();
 }
 
 PulseSandbox::~PulseSandbox()
 {
     stop();
+}
+
+void PulseSandbox::killDaemon()
+{
+    if (m_daemon.state() != QProcess::NotRunning) {
+        m_daemon.kill();
+        m_daemon.waitForFinished(5000);
+    }
+    // Players and pacers lose their server with it.
+    stopPlayback();
+    for (auto& pacer : m_pacers) {
+        pacer->kill();
+        pacer->waitForFinished(3000);
+    }
+    m_pacers.clear();
+    m_running = false;
+}
+
+bool PulseSandbox::restartDaemon()
+{
+    killDaemon();
+    m_running = launch();
+    return m_running;
 }
 
 void PulseSandbox::stop()
@@ -228,6 +262,52 @@ bool PulseSandbox::setMicrophoneMuted(bool muted) const
 {
     return pactl({QStringLiteral("set-source-mute"), QStringLiteral("virtmic"),
                   muted ? QStringLiteral("1") : QStringLiteral("0")});
+}
+
+int PulseSandbox::addMicrophone(const QString& name, const QString& description, bool paced)
+{
+    const QString feed = name + QStringLiteral("_feed");
+    QString sinkModule;
+    QString sourceModule;
+    if (!pactl({QStringLiteral("load-module"), QStringLiteral("module-null-sink"),
+                QStringLiteral("sink_name=") + feed, QStringLiteral("rate=48000"),
+                QStringLiteral("sink_properties=device.description=") + feed},
+               &sinkModule) ||
+        !pactl({QStringLiteral("load-module"), QStringLiteral("module-remap-source"),
+                QStringLiteral("source_name=") + name,
+                QStringLiteral("master=") + feed + QStringLiteral(".monitor"),
+                QStringLiteral("source_properties=\"device.description='") + description +
+                    QStringLiteral("'\"")},
+               &sourceModule))
+        return -1;
+    if (paced)
+        pace({feed + QStringLiteral(".monitor")});
+    bool ok = false;
+    const int index = sourceModule.trimmed().toInt(&ok);
+    return ok ? index : -1;
+}
+
+bool PulseSandbox::playIntoSource(const QString& name, const QString& file)
+{
+    return play(name == QLatin1String("virtmic") ? QStringLiteral("micsink")
+                                                 : name + QStringLiteral("_feed"),
+                file);
+}
+
+bool PulseSandbox::unloadModuleIndex(int index) const
+{
+    return pactl({QStringLiteral("unload-module"), QString::number(index)});
+}
+
+bool PulseSandbox::setDefaultSource(const QString& name) const
+{
+    return pactl({QStringLiteral("set-default-source"), name});
+}
+
+bool PulseSandbox::suspendSource(const QString& name, bool suspended) const
+{
+    return pactl({QStringLiteral("suspend-source"), name,
+                  suspended ? QStringLiteral("1") : QStringLiteral("0")});
 }
 
 bool PulseSandbox::unloadModule(const QString& moduleName) const

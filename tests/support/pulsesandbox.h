@@ -51,6 +51,25 @@ public:
     // Unloads the first module whose name matches (e.g. "module-remap-source").
     bool unloadModule(const QString& moduleName) const;
 
+    // Another virtual microphone: source `name` (shown as `description`), fed
+    // through its own null sink "<name>_feed". Returns the index of the
+    // module that makes the source (for unloadModuleIndex), or -1. Pacing the
+    // feed like a sound card (needed to record from it without bursts) costs
+    // about two seconds; a microphone that is only listed can skip it.
+    int addMicrophone(const QString& name, const QString& description, bool paced = true);
+    bool playIntoSource(const QString& name, const QString& file);
+    bool unloadModuleIndex(int index) const;
+    bool setDefaultSource(const QString& name) const;
+    // A suspended source keeps its streams but delivers nothing: a stall.
+    bool suspendSource(const QString& name, bool suspended) const;
+
+    // The server crashes (SIGKILL): every client loses its connection, and
+    // whatever was playing stops.
+    void killDaemon();
+    // Starts it again on the same socket with the default layout (the
+    // microphones added since are gone). False when it did not come up.
+    bool restartDaemon();
+
     // A mono 48 kHz tone file made with sox.
     static bool makeTone(const QString& path, double frequency, double seconds,
                          double amplitude = 0.3);
@@ -59,9 +78,12 @@ public:
     static bool toolsAvailable();
 
 private:
+    bool launch();
     bool play(const QString& device, const QString& file);
+    bool pace(const QStringList& monitors);
     void stop();
 
+    Options m_options;
     QTemporaryDir m_dir;
     QProcess m_daemon;
     std::vector<std::unique_ptr<QProcess>> m_players;
