@@ -9,7 +9,7 @@ const std::vector<Command>& commands()
         std::vector<Command> list;
         for (auto make :
              {recordCommand, uploadCommand, mixCommand, loginCommand, logoutCommand, whoamiCommand,
-              recordingsCommand, meetingsCommand, joinCommand, stopBotCommand})
+              passkeysCommand, recordingsCommand, meetingsCommand, joinCommand, stopBotCommand})
             list.push_back(make());
         return list;
     }();

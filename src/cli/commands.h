@@ -9,6 +9,7 @@ Command recordCommand();
 Command uploadCommand();
 Command mixCommand();
 Command loginCommand();
+Command passkeysCommand();
 Command logoutCommand();
 Command whoamiCommand();
 Command recordingsCommand();
