@@ -261,6 +261,10 @@ bool verifyAttestationStatement(const AttestationObject& attestation,
             return refused(error, QStringLiteral("A \"none\" attestation carries a statement"));
         return true;
     }
+    if (attestation.format != QLatin1String("packed") &&
+        attestation.format != QLatin1String("fido-u2f"))
+        return refused(
+            error, QStringLiteral("Unsupported attestation format \"%1\"").arg(attestation.format));
     const cbor::Value* sig = statement.find("sig");
     const cbor::Value* x5c = statement.find("x5c");
     if (!sig || sig->type != cbor::Value::Type::bytes)
@@ -279,20 +283,16 @@ bool verifyAttestationStatement(const AttestationObject& attestation,
                                 : verifySignature(credentialPublicKeyInfo, signedData, sig->bytes);
         return valid || refused(error, QStringLiteral("Attestation signature is invalid"));
     }
-    if (attestation.format == QLatin1String("fido-u2f")) {
-        if (!cert || x5c->items.size() != 1 || !isP256(X509_get0_pubkey(cert.get())))
-            return refused(error, QStringLiteral("A U2F attestation needs one P-256 certificate"));
-        const std::optional<QByteArray> point =
-            cosePoint(authenticatorData.credentialPublicKey, error);
-        if (!point)
-            return false;
-        const QByteArray data = QByteArray(1, '\0') + authenticatorData.rpIdHash + clientDataHash +
-                                authenticatorData.credentialId + *point;
-        return verifyWith(X509_get0_pubkey(cert.get()), data, sig->bytes) ||
-               refused(error, QStringLiteral("Attestation signature is invalid"));
-    }
-    return refused(error,
-                   QStringLiteral("Unsupported attestation format \"%1\"").arg(attestation.format));
+    // fido-u2f: the key signs what a U2F registration would have.
+    if (!cert || x5c->items.size() != 1 || !isP256(X509_get0_pubkey(cert.get())))
+        return refused(error, QStringLiteral("A U2F attestation needs one P-256 certificate"));
+    const std::optional<QByteArray> point = cosePoint(authenticatorData.credentialPublicKey, error);
+    if (!point)
+        return false;
+    const QByteArray data = QByteArray(1, '\0') + authenticatorData.rpIdHash + clientDataHash +
+                            authenticatorData.credentialId + *point;
+    return verifyWith(X509_get0_pubkey(cert.get()), data, sig->bytes) ||
+           refused(error, QStringLiteral("Attestation signature is invalid"));
 }
 
 } // namespace sorv::local::webauthn
