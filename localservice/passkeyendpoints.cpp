@@ -142,7 +142,13 @@ QJsonObject passkeyJson(const Database::Row& row)
     };
 }
 
-#define SORV_PASSKEY_COLUMNS "id, label, created_ms, last_used_ms, backup_eligible, transports"
+// The columns passkeyJson() reads, in its order.
+constexpr const char* kPasskeysOfAccount =
+    "SELECT id, label, created_ms, last_used_ms, backup_eligible, transports FROM passkeys"
+    " WHERE account_id = ? ORDER BY id DESC";
+constexpr const char* kPasskeyByCredential =
+    "SELECT id, label, created_ms, last_used_ms, backup_eligible, transports FROM passkeys"
+    " WHERE credential_id = ?";
 
 // The parts of a "credential" member every finish endpoint reads.
 struct CredentialMessage {
@@ -315,8 +321,7 @@ ServiceResponse registerFinish(ServiceState& state, Challenges& challenges,
              data->has(webauthn::AuthenticatorData::kBackupEligible) ? 1 : 0,
              QString::fromUtf8(QJsonDocument(QJsonArray::fromStringList(transports))
                                    .toJson(QJsonDocument::Compact))});
-    const auto rows = db.query(
-        "SELECT " SORV_PASSKEY_COLUMNS " FROM passkeys WHERE credential_id = ?", {credentialId});
+    const auto rows = db.query(kPasskeyByCredential, {credentialId});
     if (rows.empty())
         return ServiceResponse::detail(500, QStringLiteral("The passkey could not be stored"));
     consoleLog(QStringLiteral("🔑 Passkey registered for %1 (%2 attestation)")
@@ -473,10 +478,8 @@ void addPasskeyEndpoints(LocalService& service, ServiceState& state)
                           if (!account)
                               return notAuthenticated();
                           QJsonArray list;
-                          for (const auto& row : state.db().query(
-                                   "SELECT " SORV_PASSKEY_COLUMNS
-                                   " FROM passkeys WHERE account_id = ? ORDER BY id DESC",
-                                   {account->id}))
+                          for (const auto& row :
+                               state.db().query(kPasskeysOfAccount, {account->id}))
                               list.append(passkeyJson(row));
                           return ServiceResponse::json(200, list);
                       },

@@ -128,7 +128,7 @@ std::optional<QByteArray> decodeBase64Url(const QString& text)
         return std::nullopt;
     QByteArray::FromBase64Result r = QByteArray::fromBase64Encoding(
         ascii, QByteArray::Base64UrlEncoding | QByteArray::AbortOnBase64DecodingErrors);
-    if (!r || text.size() != ascii.size())
+    if (!r)
         return std::nullopt;
     return std::move(r.decoded);
 }

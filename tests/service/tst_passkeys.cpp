@@ -192,42 +192,6 @@ private Q_SLOTS:
         QCOMPARE(w.deletePasskey(77), std::nullopt);
     }
 
-    void secondSignInCancelsTheFirst()
-    {
-        SoftwareAuthenticator::Options options;
-        options.pin = QString::fromLatin1(kPin);
-        World w(options);
-        w.answerPins = false;
-        std::optional<PasskeyResult<QJsonObject>> made;
-        w.passkeys.registerCredential("challenge", "demo", "user", &w.passkeys,
-                                      [&made](auto r) { made = std::move(r); });
-        QTRY_VERIFY(w.passkeys.isPinRequested());
-        QCOMPARE(w.passkeys.pinAttemptsLeft(), SoftwareAuthenticator::kPinAttempts);
-        w.passkeys.providePin(QString::fromLatin1(kPin));
-        QVERIFY(World::wait(made).ok());
-
-        std::optional<PasskeyResult<QJsonObject>> first;
-        std::optional<PasskeyResult<QJsonObject>> second;
-        w.passkeys.signIn("one", {}, &w.passkeys, [&first](auto r) { first = std::move(r); });
-        QTRY_VERIFY(w.passkeys.isPinRequested());
-        w.passkeys.signIn("two", {}, &w.passkeys, [&second](auto r) { second = std::move(r); });
-        QCOMPARE(World::wait(first).error().description(),
-                 QStringLiteral("Passkey sign-in was cancelled."));
-        QVERIFY(!second);
-
-        // The second asks for the PIN itself and completes.
-        QTRY_VERIFY(w.passkeys.isPinRequested());
-        w.passkeys.providePin(QString::fromLatin1(kPin));
-        const PasskeyResult<QJsonObject> signedIn = World::wait(second);
-        QVERIFY(signedIn.ok());
-        const QByteArray clientData = *base64UrlDecode(
-            signedIn.value().value("response").toObject().value("clientDataJSON").toString());
-        QCOMPARE(QJsonDocument::fromJson(clientData).object().value("challenge").toString(),
-                 base64UrlEncode("two"));
-        QVERIFY(!w.passkeys.isPinRequested());
-        QVERIFY(!w.passkeys.isWaitingForTouch());
-    }
-
     void pinAnswers_data()
     {
         QTest::addColumn<QString>("pin"); // null: the PIN question is closed
