@@ -9,24 +9,14 @@
 #include "service/authmanager.h"
 #include "service/passkeys/passkeymanager.h"
 #include "service/passkeys/passkeyoperations.h"
+#include "service/passkeys/passkeysmodel.h"
 
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QLocale>
 
 namespace sorv::cli {
 
 namespace {
-
-QString dateText(const QDateTime& when)
-{
-    return QLocale().toString(when.toLocalTime(), QLocale::ShortFormat);
-}
-
-QString title(const Passkey& p)
-{
-    return p.label.value_or(QString()).isEmpty() ? QStringLiteral("Passkey") : *p.label;
-}
 
 QJsonObject passkeyEvent(const Passkey& p)
 {
@@ -42,12 +32,11 @@ QJsonObject passkeyEvent(const Passkey& p)
 
 void printPasskey(const CommandContext& ctx, const Passkey& p)
 {
-    ctx.print(QStringLiteral("%1  %2  Added %3  %4")
+    // The texts of the passkeys sheet's rows.
+    ctx.print(QStringLiteral("%1  %2  %3  %4")
                   .arg(p.id, 4)
-                  .arg(title(p), -20)
-                  .arg(dateText(p.createdAt))
-                  .arg(p.lastUsedAt ? QStringLiteral("Last used %1").arg(dateText(*p.lastUsedAt))
-                                    : QStringLiteral("Never used")));
+                  .arg(PasskeysModel::titleOf(p), -20)
+                  .arg(PasskeysModel::addedText(p), PasskeysModel::lastUsedText(p)));
     ctx.event(passkeyEvent(p));
 }
 
