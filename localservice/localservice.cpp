@@ -448,6 +448,7 @@ LocalService::LocalService(Options options) : d(std::make_unique<Impl>(std::move
     addRecordingEndpoints(*this, d->state);
     addMeetingEndpoints(*this, d->state);
     addUploadEndpoints(*this, d->state);
+    addPasskeyEndpoints(*this, d->state);
 }
 
 LocalService::~LocalService()
@@ -579,6 +580,11 @@ QString LocalService::addRecording(const QString& email, const QString& filename
         return {};
     return d->state.addRecording(account->id, filename, QStringLiteral("completed"), durationMs,
                                  title);
+}
+
+QString LocalService::addAccount(const QString& email, const QString& name, const QString& password)
+{
+    return d->state.addAccount(email, name, password);
 }
 
 void LocalService::addRoute(Route route)

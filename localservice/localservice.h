@@ -90,6 +90,8 @@ public:
     // Adds a finished recording to an account's list.
     QString addRecording(const QString& email, const QString& filename, qint64 durationMs,
                          const QString& title = {});
+    // Another account beside the demo one; returns its id.
+    QString addAccount(const QString& email, const QString& name, const QString& password);
 
     // For endpoint groups added in their own files; only before start().
     void addRoute(Route route);

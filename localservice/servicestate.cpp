@@ -69,6 +69,11 @@ void ServiceState::createSchema()
               " meeting_url TEXT NOT NULL, meeting_code TEXT NOT NULL, platform TEXT NOT NULL,"
               " bot_name TEXT, language TEXT, created_ms INTEGER NOT NULL, ended_ms INTEGER,"
               " transcription_id TEXT)");
+    m_db.exec("CREATE TABLE IF NOT EXISTS passkeys(id INTEGER PRIMARY KEY AUTOINCREMENT,"
+              " account_id TEXT NOT NULL, credential_id TEXT UNIQUE NOT NULL,"
+              " public_key BLOB NOT NULL, sign_count INTEGER NOT NULL,"
+              " user_verified INTEGER NOT NULL, label TEXT, created_ms INTEGER NOT NULL,"
+              " last_used_ms INTEGER, backup_eligible INTEGER NOT NULL, transports TEXT)");
 }
 
 void ServiceState::createDemoAccount()
@@ -76,11 +81,8 @@ void ServiceState::createDemoAccount()
     std::lock_guard lock(m_db.lock());
     if (accountByEmail(LocalService::kDemoEmail))
         return;
-    const QString id = newId();
-    const QString salt = randomToken(8);
-    m_db.exec("INSERT INTO accounts(id, email, name, salt, password_hash) VALUES(?, ?, ?, ?, ?)",
-              {id, LocalService::kDemoEmail, QStringLiteral("Demo User"), salt,
-               hashPassword(salt, LocalService::kDemoPassword)});
+    const QString id = addAccount(LocalService::kDemoEmail, QStringLiteral("Demo User"),
+                                  LocalService::kDemoPassword);
     addRecording(id, QStringLiteral("sorvelandrix_welcome.wav"), QStringLiteral("completed"), 95000,
                  QStringLiteral("Welcome to Sorvelandrix"));
 }
@@ -117,6 +119,15 @@ QString ServiceState::hashPassword(const QString& salt, const QString& password)
         QCryptographicHash::hash((salt + QLatin1Char(':') + password).toUtf8(),
                                  QCryptographicHash::Sha256)
             .toHex());
+}
+
+QString ServiceState::addAccount(const QString& email, const QString& name, const QString& password)
+{
+    const QString id = newId();
+    const QString salt = randomToken(8);
+    m_db.exec("INSERT INTO accounts(id, email, name, salt, password_hash) VALUES(?, ?, ?, ?, ?)",
+              {id, email, name, salt, hashPassword(salt, password)});
+    return id;
 }
 
 std::optional<Account> ServiceState::accountByEmail(const QString& email)

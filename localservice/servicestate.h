@@ -42,6 +42,7 @@ public:
     std::optional<Account> accountByEmail(const QString& email);
     std::optional<Account> accountById(const QString& id);
     bool checkPassword(const QString& accountId, const QString& password);
+    QString addAccount(const QString& email, const QString& name, const QString& password);
     // A new access + refresh token pair in a new (or the given) session.
     QJsonObject issueTokens(const QString& accountId, const QString& sessionId = {});
     void revokeSession(const QString& sessionId);
@@ -102,6 +103,7 @@ void addAuthEndpoints(LocalService& service, ServiceState& state);
 void addRecordingEndpoints(LocalService& service, ServiceState& state);
 void addMeetingEndpoints(LocalService& service, ServiceState& state);
 void addUploadEndpoints(LocalService& service, ServiceState& state);
+void addPasskeyEndpoints(LocalService& service, ServiceState& state);
 
 // The standard refusals.
 ServiceResponse notAuthenticated();

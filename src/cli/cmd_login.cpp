@@ -1,54 +1,21 @@
-// sorvelandrix login [--email E] [--password-stdin]
+// sorvelandrix login [--email E] [--password-stdin] · login --passkey [--email E]
 
 #include "cli/clisession.h"
 #include "cli/command.h"
 #include "cli/commands.h"
+#include "cli/passkeyterminal.h"
+#include "cli/terminalprompt.h"
 
 #include <QJsonObject>
 
-#include <cstdio>
-#include <iostream>
-#include <string>
-
-#include <termios.h>
-#include <unistd.h>
-
 namespace sorv::cli {
 namespace {
-
-std::optional<QString> readLine()
-{
-    std::string line;
-    if (!std::getline(std::cin, line))
-        return std::nullopt;
-    if (!line.empty() && line.back() == '\r')
-        line.pop_back();
-    return QString::fromStdString(line);
-}
-
-std::optional<QString> prompt(const char* text, bool echo)
-{
-    std::fputs(text, stderr);
-    std::fflush(stderr);
-    termios saved{};
-    const bool hide = !echo && ::isatty(STDIN_FILENO) && ::tcgetattr(STDIN_FILENO, &saved) == 0;
-    if (hide) {
-        termios quiet = saved;
-        quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
-    }
-    std::optional<QString> line = readLine();
-    if (hide) {
-        ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
-        std::fputs("\n", stderr);
-    }
-    return line;
-}
 
 int runLogin(CommandContext& ctx)
 {
     QString email;
     bool passwordFromStdin = false;
+    bool passkey = false;
     for (qsizetype i = 0; i < ctx.args.size(); ++i) {
         const QString& a = ctx.args.at(i);
         if (a == QLatin1String("--email") && i + 1 < ctx.args.size())
@@ -57,21 +24,29 @@ int runLogin(CommandContext& ctx)
             email = a.mid(8);
         else if (a == QLatin1String("--password-stdin"))
             passwordFromStdin = true;
+        else if (a == QLatin1String("--passkey"))
+            passkey = true;
         else {
             ctx.error(QStringLiteral("Unexpected argument %1").arg(a));
             return kExitUsage;
         }
     }
-    if (email.isEmpty()) {
+    if (passkey && passwordFromStdin) {
+        ctx.error(QStringLiteral("--passkey and --password-stdin exclude each other"));
+        return kExitUsage;
+    }
+    // With a passkey the e-mail is optional: the key can name the account.
+    if (email.isEmpty() && !passkey) {
         if (passwordFromStdin) {
             ctx.error(QStringLiteral("--password-stdin needs --email"));
             return kExitUsage;
         }
         email = prompt("E-mail: ", true).value_or(QString()).trimmed();
     }
-    const std::optional<QString> password =
-        passwordFromStdin ? readLine() : prompt("Password: ", false);
-    if (email.isEmpty() || !password) {
+    const std::optional<QString> password = passkey             ? std::nullopt
+                                            : passwordFromStdin ? readLine()
+                                                                : prompt("Password: ", false);
+    if (!passkey && (email.isEmpty() || !password)) {
         ctx.error(QStringLiteral("E-mail and password are required"));
         return kExitUsage;
     }
@@ -122,6 +97,8 @@ int runLogin(CommandContext& ctx)
             ctx.finish(kExitFailure);
         },
         Qt::QueuedConnection); // the prompts read the terminal outside the callback
+    if (passkey)
+        return signInWithPasskey(ctx, auth, email);
     auth.login(email, *password);
     return ctx.exec();
 }
@@ -130,7 +107,8 @@ int runLogin(CommandContext& ctx)
 
 Command loginCommand()
 {
-    return {QStringLiteral("login"), QStringLiteral("login [--email E] [--password-stdin]"),
+    return {QStringLiteral("login"),
+            QStringLiteral("login [--email E] [--password-stdin] | login --passkey [--email E]"),
             QStringLiteral(
                 "sign in (with --password-stdin: password, then the code if asked, one per line)"),
             runLogin};

@@ -10,6 +10,7 @@ Command devicesCommand();
 Command uploadCommand();
 Command mixCommand();
 Command loginCommand();
+Command passkeysCommand();
 Command logoutCommand();
 Command whoamiCommand();
 Command recordingsCommand();

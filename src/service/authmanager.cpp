@@ -247,6 +247,24 @@ void AuthManager::cancelMfa()
     setLoginError({});
 }
 
+void AuthManager::beginSignIn()
+{
+    setLoginError({});
+    setIsLoggingIn(true);
+}
+
+void AuthManager::finishSignIn(const QByteArray& tokenResponse, const QString& typedEmail)
+{
+    applyTokenResponse(tokenResponse, typedEmail);
+    setIsLoggingIn(false);
+}
+
+void AuthManager::failSignIn(const QString& error)
+{
+    setLoginError(error);
+    setIsLoggingIn(false);
+}
+
 void AuthManager::applyTokenResponse(const QByteArray& body, const QString& typedEmail)
 {
     const std::optional<QJsonObject> object = jsonObject(body);

@@ -119,6 +119,13 @@ public:
     // waited on for the session, only (briefly) by a process about to exit.
     bool hasDetachedRequests() const { return m_detachedRequests > 0; }
 
+    // Sign-in methods that live outside this class (passkeys) drive the same
+    // published sign-in state: begin, then finish with the service's token
+    // answer or fail with the text to show.
+    void beginSignIn();
+    void finishSignIn(const QByteArray& tokenResponse, const QString& typedEmail);
+    void failSignIn(const QString& error);
+
 public Q_SLOTS:
     // Checks the stored session once at start; sessionValidated() follows.
     void validateSession();

@@ -9,12 +9,15 @@
 #include "core/log.h"
 #include "core/paths.h"
 #include "core/secretstore.h"
+#include "core/settings.h"
 #include "localservicefixture.h"
 #include "service/authmanager.h"
+#include "service/passkeys/passkeymanager.h"
 #include "support/isolatedenvironment.h"
 #include "support/toneprobe.h"
 
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -136,6 +139,8 @@ private Q_SLOTS:
     void mixesLikeARecording();
     void mixRefusesWhatItCannotUse_data();
     void mixRefusesWhatItCannotUse();
+    void passkeysAddSignOutSignInRemove();
+    void softwarePasskeysOnlyForThisComputer();
 };
 
 void TestCliCommands::usageErrors_data()
@@ -154,6 +159,14 @@ void TestCliCommands::usageErrors_data()
     QTest::newRow("join without link") << QStringList{"join"} << "Usage: sorvelandrix join";
     QTest::newRow("unknown command") << QStringList{"dance"} << "Unknown command dance";
     QTest::newRow("server without URL") << QStringList{"whoami", "--server"} << "--server";
+    QTest::newRow("passkeys without action")
+        << QStringList{"passkeys"} << "Usage: sorvelandrix passkeys list|add";
+    QTest::newRow("passkey id not a number")
+        << QStringList{"passkeys", "remove", "seven"} << "Usage: sorvelandrix passkeys remove ID";
+    QTest::newRow("passkey add unknown option")
+        << QStringList{"passkeys", "add", "--colour", "red"} << "Usage: sorvelandrix passkeys add";
+    QTest::newRow("passkey with password")
+        << QStringList{"login", "--passkey", "--password-stdin"} << "exclude each other";
 }
 
 void TestCliCommands::usageErrors()
@@ -418,6 +431,89 @@ void TestCliCommands::mixRefusesWhatItCannotUse()
     } else {
         QVERIFY(!QFile::exists(out));
     }
+}
+
+// With the development authenticator kept in a file, as a user without a
+// security key runs them: every command a new session and a new authenticator.
+void TestCliCommands::passkeysAddSignOutSignInRemove()
+{
+    World w;
+    const QString keyFile = w.env.path(QStringLiteral("devkey/key.json"));
+    qputenv(PasskeyManager::kSoftwareAuthenticatorVariable, QFile::encodeName(keyFile));
+    const auto unset =
+        qScopeGuard([] { qunsetenv(PasskeyManager::kSoftwareAuthenticatorVariable); });
+
+    const Run none = runCli({"passkeys", "list"});
+    QCOMPARE(none.status, cli::kExitOk);
+    QCOMPARE(none.out.trimmed(), QStringLiteral("No passkeys yet. Add your first passkey with: "
+                                                "sorvelandrix passkeys add"));
+    QVERIFY(!QFileInfo::exists(keyFile)); // listing leaves the key alone
+
+    const Run added = runCli({"passkeys", "add", "--label", "Desk key"});
+    QVERIFY2(added.status == cli::kExitOk, qPrintable(added.err));
+    QVERIFY2(added.out.startsWith(QStringLiteral("Passkey added.\n")), qPrintable(added.out));
+    QVERIFY(added.out.contains(QStringLiteral("Desk key")));
+    QVERIFY(added.out.contains(QStringLiteral("Never used")));
+    QVERIFY2(added.err.contains(QStringLiteral("Touch your security key…")), qPrintable(added.err));
+    QCOMPARE(QFileInfo(keyFile).permissions() & ~(QFileDevice::ReadUser | QFileDevice::WriteUser),
+             QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+
+    const Run listed = runCli({"--json", "passkeys", "list"});
+    QCOMPARE(listed.status, cli::kExitOk);
+    const QJsonObject passkey = listed.last(QStringLiteral("passkey"));
+    QCOMPARE(passkey.value("label").toString(), QStringLiteral("Desk key"));
+    QVERIFY(passkey.value("lastUsedAt").isNull());
+    const QString id = QString::number(passkey.value("id").toInteger());
+
+    QCOMPARE(runCli({"logout"}).status, cli::kExitOk);
+    QCOMPARE(runCli({"passkeys", "list"}).err.trimmed(),
+             QStringLiteral("Not signed in. Sign in with: sorvelandrix login"));
+
+    // Without an e-mail the key names the account.
+    const Run signedIn = runCli({"login", "--passkey"});
+    QVERIFY2(signedIn.status == cli::kExitOk, qPrintable(signedIn.err));
+    QCOMPARE(signedIn.out.trimmed(),
+             QStringLiteral("Signed in as Demo User <demo@sorvelandrix.local>"));
+    const Run named = runCli({"--json", "login", "--passkey", "--email", LocalService::kDemoEmail});
+    QCOMPARE(named.status, cli::kExitOk);
+    QCOMPARE(named.last(QStringLiteral("signedIn")).value("email").toString(),
+             LocalService::kDemoEmail);
+    QVERIFY(runCli({"passkeys", "list"}).out.contains(QStringLiteral("Last used ")));
+
+    const Run removed = runCli({"passkeys", "remove", id});
+    QCOMPARE(removed.status, cli::kExitOk);
+    QCOMPARE(removed.out.trimmed(), QStringLiteral("Passkey %1 removed.").arg(id));
+    QVERIFY(runCli({"passkeys", "list"}).out.startsWith(QStringLiteral("No passkeys yet.")));
+    const Run again = runCli({"passkeys", "remove", id});
+    QCOMPARE(again.status, cli::kExitFailure);
+    QCOMPARE(again.err.trimmed(), QStringLiteral("Passkey not found"));
+
+    // The key still holds the credential; the service no longer knows it.
+    QCOMPARE(runCli({"logout"}).status, cli::kExitOk);
+    const Run unknown = runCli({"login", "--passkey"});
+    QCOMPARE(unknown.status, cli::kExitFailure);
+    QVERIFY2(
+        unknown.err.contains(QStringLiteral("This passkey is not registered for this account")),
+        qPrintable(unknown.err));
+}
+
+void TestCliCommands::softwarePasskeysOnlyForThisComputer()
+{
+    test::IsolatedEnvironment env;
+    const QString keyFile = env.path(QStringLiteral("key.json"));
+    qputenv(PasskeyManager::kSoftwareAuthenticatorVariable, QFile::encodeName(keyFile));
+    const auto restore = qScopeGuard([] {
+        qunsetenv(PasskeyManager::kSoftwareAuthenticatorVariable);
+        Settings::setServerOverride({});
+    });
+    // Refused before anything is sent: there is no service to answer here.
+    const Run remote = runCli({"--server", "https://sorvelandrix.com", "login", "--passkey"});
+    QCOMPARE(remote.status, cli::kExitFailure);
+    QVERIFY2(remote.err.contains(QStringLiteral(
+                 "only works with a service on this computer, and https://sorvelandrix.com is not "
+                 "a loopback address")),
+             qPrintable(remote.err));
+    QVERIFY(!QFileInfo::exists(keyFile));
 }
 
 QTEST_GUILESS_MAIN(TestCliCommands)

@@ -1,0 +1,41 @@
+#include "passkeyerror.h"
+
+namespace sorv {
+
+QString PasskeyError::description() const
+{
+    switch (m_kind) {
+    case Kind::authorizationFailed:
+        return QStringLiteral("Passkey authorization failed: %1").arg(m_message);
+    case Kind::invalidServerOptions:
+        return QStringLiteral("Server returned invalid passkey options: %1").arg(m_message);
+    case Kind::cancelled:
+        return QStringLiteral("Passkey sign-in was cancelled.");
+    case Kind::notAvailable:
+        return QStringLiteral("Passkeys are not available on this device.");
+    }
+    return m_message;
+}
+
+QString PasskeyAuthError::description() const
+{
+    switch (m_kind) {
+    case Kind::badResponse:
+        return QStringLiteral("Unexpected server response: %1").arg(m_message);
+    case Kind::notLoggedIn:
+        return QStringLiteral("You need to be signed in to manage passkeys.");
+    case Kind::cancelled:
+        return QStringLiteral("Passkey action was cancelled.");
+    case Kind::server:
+    case Kind::transport:
+        break;
+    }
+    return m_message;
+}
+
+QString describe(const PasskeyFailure& failure)
+{
+    return std::visit([](const auto& error) { return error.description(); }, failure);
+}
+
+} // namespace sorv
