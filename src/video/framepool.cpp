@@ -71,7 +71,8 @@ bool FramePool::reserve(int index, std::size_t bytes, QString* error)
             ::close(fd);
         return false;
     }
-    void* p = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    // Populated now rather than page by page during the first grabs.
+    void* p = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, fd, 0);
     if (p == MAP_FAILED) {
         if (error)
             *error = QStringLiteral("cannot map a frame buffer: %1")

@@ -43,7 +43,7 @@ std::int64_t monotonicNowNs()
 
 // Runs fn on the GUI thread later, unless the recorder is gone by then.
 // `self` is taken on the GUI thread, when the work is handed off.
-void onMain(const QPointer<VideoRecorder>& self, std::function<void()> fn)
+void onMain(const QPointer<VideoRecorder>& self, std::function<void(VideoRecorder&)> fn)
 {
     QObject* context = QCoreApplication::instance();
     if (!context)
@@ -51,8 +51,8 @@ void onMain(const QPointer<VideoRecorder>& self, std::function<void()> fn)
     QMetaObject::invokeMethod(
         context,
         [self, fn = std::move(fn)] {
-            if (self)
-                fn();
+            if (VideoRecorder* recorder = self.data())
+                fn(*recorder);
         },
         Qt::QueuedConnection);
 }
@@ -132,6 +132,8 @@ struct CaptureStream {
     std::uint64_t session = 0;
     std::uint64_t cancelledUpTo = 0;
 
+    void tick(SerialQueue& videoQueue, const QPointer<VideoRecorder>& recorder);
+
     void stop()
     {
         // stop() may run inside the timer's own timeout.
@@ -154,6 +156,47 @@ struct FinishJob {
 
     static void run(const std::shared_ptr<FinishJob>& job, int waitedMs);
 };
+
+// One frame time: grab into a free slot and hand the frame to the video
+// queue, or count the frame as dropped when five are already waiting there.
+void CaptureStream::tick(SerialQueue& videoQueue, const QPointer<VideoRecorder>& recorder)
+{
+    Counters& counters = core->counters;
+    counters.framesDue.fetch_add(1);
+    const int slot = pool->tryAcquire();
+    if (slot < 0) {
+        counters.framesDroppedQueueFull.fetch_add(1);
+    } else {
+        const int waiting = pool->inUse();
+        int seen = counters.maxFramesWaiting.load();
+        while (waiting > seen && !counters.maxFramesWaiting.compare_exchange_weak(seen, waiting)) {
+        }
+        X11ScreenGrabber::Frame frame;
+        QString grabError;
+        if (!grabber->grab(*pool, slot, &frame, &grabError)) {
+            pool->release(slot);
+            qCWarning(lcVideo, "Screen capture stopped with error: %s", qPrintable(grabError));
+            stop();
+            onMain(recorder, [grabError](VideoRecorder& r) { Q_EMIT r.captureFailed(grabError); });
+            return;
+        }
+        counters.framesGrabbed.fetch_add(1);
+        videoQueue.post([core = core, pool = pool, frame] {
+            core->onFrame(*pool, frame);
+            pool->release(frame.slot);
+        });
+    }
+    // The next tick on the 30 Hz grid; ticks already missed (the thread was
+    // held up) are skipped, not caught up.
+    const std::int64_t now = monotonicNowNs();
+    nextDueNs += kFramePeriodNs;
+    if (nextDueNs <= now) {
+        const std::int64_t missed = (now - nextDueNs) / kFramePeriodNs + 1;
+        nextDueNs += missed * kFramePeriodNs;
+        counters.framesDue.fetch_add(missed);
+    }
+    timer->start(int((nextDueNs - now + 999'999) / 1'000'000));
+}
 
 void VideoCore::onFrame(const FramePool& pool, const X11ScreenGrabber::Frame& frame)
 {
@@ -262,7 +305,7 @@ void VideoRecorder::start(const QString& outputPath, const ScreenCaptureTargetOp
     if (m_state.kind() != VideoRecorderState::Kind::Idle) {
         const auto error = VideoRecorderError::invalidState(QStringLiteral("start() called from ") +
                                                             m_state.name());
-        onMain(self, [done = std::move(done), error] { done(error); });
+        onMain(self, [done = std::move(done), error](VideoRecorder&) { done(error); });
         return;
     }
     setState(VideoRecorderState::preparing());
@@ -276,7 +319,8 @@ void VideoRecorder::start(const QString& outputPath, const ScreenCaptureTargetOp
     std::shared_ptr<VideoCore> core = m_core;
     std::shared_ptr<CaptureStream> capture = m_capture;
     auto fail = [self, session, done](const VideoRecorderError& error) {
-        onMain(self, [self, session, done, error] { self->failStart(session, error, done); });
+        onMain(self,
+               [session, done, error](VideoRecorder& r) { r.failStart(session, error, done); });
     };
 
     // On the capture queue: what is on screen, the target's area, the grabber.
@@ -309,10 +353,15 @@ void VideoRecorder::start(const QString& outputPath, const ScreenCaptureTargetOp
         }
         if (!grabber->usesSharedMemory())
             qCInfo(lcVideo, "MIT-SHM is not available: frames come over the X connection");
+        auto pool = std::make_shared<FramePool>();
+        if (!grabber->prepare(*pool, &why)) {
+            fail(VideoRecorderError::scStreamStartFailed(why));
+            return;
+        }
         capture->stop();
         capture->session = session;
         capture->grabber = std::move(grabber);
-        capture->pool = std::make_shared<FramePool>();
+        capture->pool = std::move(pool);
         const QSize size = area->videoSize;
 
         // On the video queue: the file.
@@ -344,72 +393,32 @@ void VideoRecorder::start(const QString& outputPath, const ScreenCaptureTargetOp
                 capture->timer->setSingleShot(true);
                 capture->timer->setTimerType(Qt::PreciseTimer);
                 CaptureStream* stream = capture.get();
-                QObject::connect(
-                    capture->timer.get(), &QTimer::timeout, capture->timer.get(),
-                    [stream, videoQueue, self] {
-                        Counters& counters = stream->core->counters;
-                        counters.framesDue.fetch_add(1);
-                        const int slot = stream->pool->tryAcquire();
-                        if (slot < 0) {
-                            counters.framesDroppedQueueFull.fetch_add(1);
-                        } else {
-                            const int waiting = stream->pool->inUse();
-                            int seen = counters.maxFramesWaiting.load();
-                            while (
-                                waiting > seen &&
-                                !counters.maxFramesWaiting.compare_exchange_weak(seen, waiting)) {
-                            }
-                            X11ScreenGrabber::Frame frame;
-                            QString grabError;
-                            if (!stream->grabber->grab(*stream->pool, slot, &frame, &grabError)) {
-                                stream->pool->release(slot);
-                                qCWarning(lcVideo, "Screen capture stopped with error: %s",
-                                          qPrintable(grabError));
-                                stream->stop();
-                                onMain(self, [self, grabError] {
-                                    Q_EMIT self->captureFailed(grabError);
-                                });
-                                return;
-                            }
-                            counters.framesGrabbed.fetch_add(1);
-                            videoQueue->post([core = stream->core, pool = stream->pool, frame] {
-                                core->onFrame(*pool, frame);
-                                pool->release(frame.slot);
-                            });
-                        }
-                        // The next tick on the 30 Hz grid; ticks already missed
-                        // (the thread was held up) are skipped, not caught up.
-                        const std::int64_t now = monotonicNowNs();
-                        stream->nextDueNs += kFramePeriodNs;
-                        if (stream->nextDueNs <= now) {
-                            const std::int64_t behind = now - stream->nextDueNs;
-                            const std::int64_t missed = behind / kFramePeriodNs + 1;
-                            stream->nextDueNs += missed * kFramePeriodNs;
-                            counters.framesDue.fetch_add(missed);
-                        }
-                        const std::int64_t waitNs = stream->nextDueNs - now;
-                        stream->timer->start(int((waitNs + 999'999) / 1'000'000));
-                    });
+                QObject::connect(capture->timer.get(), &QTimer::timeout, capture->timer.get(),
+                                 [stream, videoQueue, self] { stream->tick(*videoQueue, self); });
                 capture->nextDueNs = monotonicNowNs();
                 capture->timer->start(0);
-                onMain(self, [self, session, done, outputPath, size] {
-                    if (session != self->m_session) {
-                        done(VideoRecorderError::invalidState(
-                            QStringLiteral("start() cancelled by tearDown()")));
-                        return;
-                    }
-                    qCInfo(lcVideo, "Video recording started: %dx%d @ %d fps → %s", size.width(),
-                           size.height(), kFramesPerSecond,
-                           qPrintable(QFileInfo(outputPath).fileName()));
-                    self->m_outputPath = outputPath;
-                    self->m_startWallClock.start();
-                    self->setState(VideoRecorderState::recording());
-                    self->m_elapsedTimer.start();
-                    done(std::nullopt);
+                onMain(self, [session, done, outputPath, size](VideoRecorder& r) {
+                    r.finishStart(session, outputPath, size, done);
                 });
             });
         });
     });
+}
+
+void VideoRecorder::finishStart(std::uint64_t session, const QString& outputPath, QSize size,
+                                const StartCompletion& done)
+{
+    if (session != m_session) {
+        done(VideoRecorderError::invalidState(QStringLiteral("start() cancelled by tearDown()")));
+        return;
+    }
+    qCInfo(lcVideo, "Video recording started: %dx%d @ %d fps → %s", size.width(), size.height(),
+           kFramesPerSecond, qPrintable(QFileInfo(outputPath).fileName()));
+    m_outputPath = outputPath;
+    m_startWallClock.start();
+    setState(VideoRecorderState::recording());
+    m_elapsedTimer.start();
+    done(std::nullopt);
 }
 
 void VideoRecorder::failStart(std::uint64_t session, const VideoRecorderError& error,
@@ -462,7 +471,9 @@ void VideoRecorder::stop(StopCompletion done)
         break;
     }
     if (refusal) {
-        onMain(self, [done = std::move(done), error = *refusal] { done({{}, error}); });
+        onMain(self, [done = std::move(done), error = *refusal](VideoRecorder&) {
+            done({{}, error});
+        });
         return;
     }
     setState(VideoRecorderState::finalising());
@@ -481,7 +492,8 @@ void VideoRecorder::stop(StopCompletion done)
     finish->session = session;
     finish->queue = videoQueue;
     finish->done = [self, session, done = std::move(done)](const StopResult& result) {
-        onMain(self, [self, session, done, result] { self->finishStop(session, result, done); });
+        onMain(self,
+               [session, done, result](VideoRecorder& r) { r.finishStop(session, result, done); });
     };
     m_captureQueue->post([capture = m_capture, videoQueue, finish] {
         capture->stop();

@@ -7,6 +7,7 @@
 #include <QElapsedTimer>
 #include <QMetaType>
 #include <QObject>
+#include <QSize>
 #include <QString>
 #include <QTimer>
 
@@ -149,6 +150,8 @@ Q_SIGNALS:
 private:
     void setState(const VideoRecorderState& state);
     void setElapsed(double v);
+    void finishStart(std::uint64_t session, const QString& outputPath, QSize size,
+                     const StartCompletion& done);
     void failStart(std::uint64_t session, const VideoRecorderError& error, StartCompletion done);
     void finishStop(std::uint64_t session, const StopResult& result, const StopCompletion& done);
 

@@ -234,6 +234,35 @@ bool X11ScreenGrabber::attach(FramePool& pool, int slot, QString* error)
     return true;
 }
 
+bool X11ScreenGrabber::prepare(FramePool& pool, QString* error)
+{
+    // A window can grow up to the whole screen; the other areas keep their size.
+    const QSize largest = m_area.mode == CaptureArea::Mode::Window ? m_connection->rootRect().size()
+                                                                   : m_area.videoSize;
+    const auto bytes =
+        static_cast<std::size_t>(largest.width()) * static_cast<std::size_t>(largest.height()) * 4;
+    std::vector<int> slots;
+    bool ok = true;
+    xcb_connection_t* c = m_connection->get();
+    for (int slot = pool.tryAcquire(); slot >= 0 && ok; slot = pool.tryAcquire()) {
+        slots.push_back(slot);
+        ok = pool.reserve(slot, bytes, error) && (!m_shm || attach(pool, slot, error));
+        // One grab over the whole buffer: the server's side of it is touched too.
+        if (ok && m_shm) {
+            const QRect r = QRect(QPoint(0, 0), largest).intersected(m_connection->rootRect());
+            std::free(xcb_shm_get_image_reply(
+                c,
+                xcb_shm_get_image(c, m_connection->root(), 0, 0, std::uint16_t(r.width()),
+                                  std::uint16_t(r.height()), ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP,
+                                  m_segments[static_cast<size_t>(slot)], 0),
+                nullptr));
+        }
+    }
+    for (int slot : slots)
+        pool.release(slot);
+    return ok;
+}
+
 bool X11ScreenGrabber::grab(FramePool& pool, int slot, Frame* frame, QString* error)
 {
     xcb_connection_t* c = m_connection->get();

@@ -57,7 +57,7 @@ std::vector<QString> topLevelBoxes(const QString& path)
 
 } // namespace
 
-MediaFile MediaFile::read(const QString& path, bool decode, QRect lumaRegion)
+MediaFile MediaFile::read(const QString& path, bool decode, QRect lumaRegion, double startAt)
 {
     MediaFile m;
     m.boxes = topLevelBoxes(path);
@@ -72,6 +72,8 @@ MediaFile MediaFile::read(const QString& path, bool decode, QRect lumaRegion)
         return m;
     }
     m.opened = true;
+    if (raw->duration > 0)
+        m.duration = double(raw->duration) / AV_TIME_BASE;
     const int vi = av_find_best_stream(raw, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
     const int ai = av_find_best_stream(raw, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
     std::unique_ptr<AVCodecContext, CodecFree> vdec, adec;
@@ -99,6 +101,8 @@ MediaFile MediaFile::read(const QString& path, bool decode, QRect lumaRegion)
     }
     if (!decode)
         return m;
+    if (startAt > 0.0)
+        av_seek_frame(raw, -1, std::int64_t(startAt * AV_TIME_BASE), AVSEEK_FLAG_BACKWARD);
 
     std::unique_ptr<AVPacket, PacketFree> packet(av_packet_alloc());
     std::unique_ptr<AVFrame, FrameFree> frame(av_frame_alloc());

@@ -21,6 +21,8 @@ struct MediaFile {
     int audioChannels = 0;
     int audioSampleRate = 0;
 
+    double duration = 0.0; // the container's
+
     // The top-level boxes in file order ("ftyp", "moov", "mdat", ...).
     std::vector<QString> boxes;
 
@@ -34,9 +36,11 @@ struct MediaFile {
     double audioStart = 0.0;       // pts of the first decoded sample
     double audioEnd = 0.0;
 
-    // Reads the file; with `decode`, decodes every packet. `lumaRegion` is in
-    // video pixels (empty: the whole frame).
-    static MediaFile read(const QString& path, bool decode, QRect lumaRegion = {});
+    // Reads the file; with `decode`, decodes every packet (from `startAt`
+    // seconds on, when given). `lumaRegion` is in video pixels (empty: the
+    // whole frame).
+    static MediaFile read(const QString& path, bool decode, QRect lumaRegion = {},
+                          double startAt = 0.0);
 };
 
 } // namespace sorv::test
