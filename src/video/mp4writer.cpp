@@ -148,6 +148,7 @@ struct Mp4Writer::Impl {
     // position of the first of them.
     std::vector<float> pending;
     std::int64_t pendingPts = 0;
+    std::int64_t skipResampled = 0; // resampled samples still to leave out (see writeAudio)
     std::vector<float> resampled;
     bool finished = false;
 
@@ -253,8 +254,9 @@ bool Mp4Writer::open(const QString& path, const Settings& settings, QString* err
 
     // 48 kHz float from the mixer → 44.1 kHz planar float for AAC. Timestamps
     // that drift from the sample count by more than 20 ms are followed by
-    // stretching (at most 0.5 %, over a second); past 0.1 s by filling or
-    // trimming — the audio clock and CLOCK_MONOTONIC are not the same clock.
+    // stretching (at most 0.5 %, over a second) — the audio clock and
+    // CLOCK_MONOTONIC are not the same clock; a jump of more than 80 ms (a
+    // buffer lost, the microphone restarted) by filling or trimming at once.
     AVChannelLayout mono;
     av_channel_layout_default(&mono, 1);
     SwrContext* swr = nullptr;
@@ -263,7 +265,7 @@ bool Mp4Writer::open(const QString& path, const Settings& settings, QString* err
     impl->swr.reset(swr);
     if (rc >= 0) {
         av_opt_set_double(swr, "min_comp", 0.02, 0);
-        av_opt_set_double(swr, "min_hard_comp", 0.1, 0);
+        av_opt_set_double(swr, "min_hard_comp", 0.08, 0);
         av_opt_set_double(swr, "max_soft_comp", 0.005, 0);
         av_opt_set_double(swr, "comp_duration", 1.0, 0);
         rc = swr_init(swr);
@@ -435,9 +437,15 @@ bool Mp4Writer::writeAudio(const float* samples, int count, std::int64_t ptsNs, 
     const std::int64_t pts = av_rescale(ptsNs, inRate * outRate, kNsPerSecond);
     if (!w.audioStarted) {
         // The audio track starts with the video at zero: silence up to the
-        // first buffer.
+        // first buffer. AAC puts its encoder delay (1 024 samples of priming)
+        // in front of what it is given, and a fragmented file has no edit
+        // list to skip it, so that much less silence goes in (or, with the
+        // first buffer that early, its first samples are left out).
+        const std::int64_t lead =
+            av_rescale(ptsNs, outRate, kNsPerSecond) - w.audio->initial_padding;
         w.pendingPts = 0;
-        w.pending.assign(static_cast<size_t>(av_rescale(ptsNs, outRate, kNsPerSecond)), 0.0f);
+        w.pending.assign(static_cast<size_t>(std::max<std::int64_t>(lead, 0)), 0.0f);
+        w.skipResampled = std::max<std::int64_t>(-lead, 0);
         w.audioStarted = true;
         m_stats.audioSamples += static_cast<std::int64_t>(w.pending.size());
     }
@@ -453,8 +461,11 @@ bool Mp4Writer::writeAudio(const float* samples, int count, std::int64_t ptsNs, 
             *error = ffmpegErrorText(produced);
         return false;
     }
-    w.pending.insert(w.pending.end(), w.resampled.begin(), w.resampled.begin() + produced);
-    m_stats.audioSamples += produced;
+    const auto skipped = static_cast<int>(std::min<std::int64_t>(w.skipResampled, produced));
+    w.skipResampled -= skipped;
+    w.pending.insert(w.pending.end(), w.resampled.begin() + skipped,
+                     w.resampled.begin() + produced);
+    m_stats.audioSamples += produced - skipped;
     return w.encodeAudioFrames(false, m_stats, error);
 }
 
@@ -473,7 +484,9 @@ bool Mp4Writer::Impl::encodeAudioFrames(bool flush, Statistics& stats, QString* 
         }
         f->nb_samples = static_cast<int>(n);
         std::memcpy(f->data[0], pending.data() + used, n * sizeof(float));
-        f->pts = pendingPts;
+        // Ahead by the encoder delay, so that the first packet comes out at
+        // zero: a negative start would make the muxer shift the streams apart.
+        f->pts = pendingPts + audio->initial_padding;
         pendingPts += static_cast<std::int64_t>(n);
         used += n;
         rc = avcodec_send_frame(audio.get(), f);

@@ -62,7 +62,7 @@ public:
     // Mono samples at the input rate whose first sample is at `ptsNs`. The
     // first call pads the audio with silence from zero; later timestamps that
     // drift from the samples are followed by stretching or squeezing a little
-    // (more than 0.1 s: filling or trimming).
+    // (jumps of more than 80 ms: filling or trimming).
     bool writeAudio(const float* samples, int count, std::int64_t ptsNs, QString* error);
 
     // Drains the encoders and closes the fragmented file.
