@@ -284,6 +284,10 @@ bool Mp4Writer::open(const QString& path, const Settings& settings, QString* err
     // Each fragment goes to the file as soon as it is complete, not when
     // FFmpeg's 32 KiB write buffer happens to fill.
     muxer.set("flush_packets", std::int64_t{1});
+    // The interleaver holds packets until every stream has some; without
+    // audio for a while (none forwarded, the engine restarting) the picture
+    // must still reach the file, not wait the default 10 s in memory.
+    format->max_interleave_delta = 500'000;
     rc = avformat_write_header(format, muxer.get());
     if (rc < 0)
         return fail(ffmpegErrorText(rc));

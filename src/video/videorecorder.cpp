@@ -322,11 +322,17 @@ void VideoRecorder::start(const QString& outputPath, const ScreenCaptureTargetOp
         onMain(self,
                [session, done, error](VideoRecorder& r) { r.failStart(session, error, done); });
     };
+    // A tear-down overtook the start: it still answers, once.
+    const auto cancelled = [fail] {
+        fail(VideoRecorderError::invalidState(QStringLiteral("start() cancelled by tearDown()")));
+    };
 
     // On the capture queue: what is on screen, the target's area, the grabber.
     m_captureQueue->post([=] {
-        if (session <= capture->cancelledUpTo)
+        if (session <= capture->cancelledUpTo) {
+            cancelled();
             return;
+        }
         QString why;
         const auto connection = x11::Connection::open(&why);
         if (!connection) {
@@ -366,8 +372,10 @@ void VideoRecorder::start(const QString& outputPath, const ScreenCaptureTargetOp
 
         // On the video queue: the file.
         videoQueue->post([=] {
-            if (session <= core->cancelledUpTo)
+            if (session <= core->cancelledUpTo) {
+                cancelled();
                 return;
+            }
             core->reset();
             auto writer = std::make_unique<Mp4Writer>();
             QString writerError;
@@ -387,8 +395,10 @@ void VideoRecorder::start(const QString& outputPath, const ScreenCaptureTargetOp
             // Back on the capture queue: start the frame clock.
             captureQueue->post([=] {
                 if (session <= capture->cancelledUpTo || capture->session != session ||
-                    !capture->grabber)
+                    !capture->grabber) {
+                    cancelled();
                     return;
+                }
                 capture->timer = std::make_unique<QTimer>();
                 capture->timer->setSingleShot(true);
                 capture->timer->setTimerType(Qt::PreciseTimer);
@@ -409,7 +419,10 @@ void VideoRecorder::finishStart(std::uint64_t session, const QString& outputPath
                                 const StartCompletion& done)
 {
     if (session != m_session) {
-        done(VideoRecorderError::invalidState(QStringLiteral("start() cancelled by tearDown()")));
+        failStart(
+            session,
+            VideoRecorderError::invalidState(QStringLiteral("start() cancelled by tearDown()")),
+            done);
         return;
     }
     qCInfo(lcVideo, "Video recording started: %dx%d @ %d fps → %s", size.width(), size.height(),

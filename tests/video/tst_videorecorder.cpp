@@ -95,6 +95,7 @@ private Q_SLOTS:
     void startFailures_data();
     void startFailures();
     void recordingHoldsSyncedH264AndAac();
+    void tearDownAnswersAndKeepsWhatWasWritten();
     void killedRecordingDecodesToTheEnd();
 
 private:
@@ -285,6 +286,42 @@ void TestVideoRecorder::recordingHoldsSyncedH264AndAac()
         // would show here first.
         QVERIFY2(offset >= -0.005, qPrintable(QString::number(offset)));
     }
+}
+
+void TestVideoRecorder::tearDownAnswersAndKeepsWhatWasWritten()
+{
+    IsolatedEnvironment env;
+    const QString path = env.path(QStringLiteral("abandoned.mp4"));
+    VideoRecorder recorder;
+
+    // Torn down while preparing: the start still answers, once.
+    int answers = 0;
+    std::optional<VideoRecorderError> answer;
+    recorder.start(path, ScreenCaptureTargetOption::mainDisplay(),
+                   [&](const std::optional<VideoRecorderError>& error) {
+                       ++answers;
+                       answer = error;
+                   });
+    recorder.tearDown();
+    QCOMPARE(recorder.state(), VideoRecorderState::idle());
+    QTRY_COMPARE(answers, 1);
+    QVERIFY(answer);
+    QCOMPARE(answer->code(), VideoRecorderError::Code::InvalidState);
+    QTest::qWait(200);
+    QCOMPARE(answers, 1);
+
+    // Torn down while recording: what was written plays.
+    const auto started = startAndWait(recorder, path, ScreenCaptureTargetOption::mainDisplay());
+    QVERIFY2(!started, qPrintable(started ? started->description() : QString()));
+    QTRY_VERIFY(recorder.statistics().framesWritten >= 75);
+    recorder.tearDown();
+    QCOMPARE(recorder.state(), VideoRecorderState::idle());
+    QVERIFY(recorder.outputPath().isEmpty());
+    // No audio at all here: the picture is written regardless.
+    QTRY_VERIFY(MediaFile::read(path, true).framePts.size() >= 15);
+    const MediaFile m = MediaFile::read(path, true);
+    QCOMPARE(m.decodeErrors + m.readErrors, 0);
+    QCOMPARE(stopAndWait(recorder).error->code(), VideoRecorderError::Code::NotRecording);
 }
 
 void TestVideoRecorder::killedRecordingDecodesToTheEnd()
