@@ -1,10 +1,11 @@
-// sorvelandrix record [--duration SECONDS] [--save|--discard]
+// sorvelandrix record [--duration SECONDS] [--video] [--target ID] [--save|--discard]
 //
 // One recording through AudioRecorder: microphone and system audio until the
 // duration (measured on the audio itself) is in the file, or Ctrl-C, SIGTERM
 // or SIGHUP; then the file is kept and its path printed, uploaded with
 // --save, or deleted with --discard. A closed output pipe stops it the same
-// clean way.
+// clean way. With --video the screen (or the target `sorvelandrix targets`
+// lists) goes into an MP4 beside the WAV, and the MP4 is what --save uploads.
 
 #include "cli/clisession.h"
 #include "cli/command.h"
@@ -13,6 +14,7 @@
 #include "core/format.h"
 #include "core/signalnotifier.h"
 #include "recording/audiorecorder.h"
+#include "video/screencapturetargetoption.h"
 
 #include <QJsonObject>
 #include <QTimer>
@@ -25,7 +27,8 @@
 namespace sorv::cli {
 namespace {
 
-const QString kUsage = QStringLiteral("record [--duration SECONDS] [--save|--discard]");
+const QString kUsage =
+    QStringLiteral("record [--duration SECONDS] [--video] [--target ID] [--save|--discard]");
 // Longer than any meeting, and still exact as a count of frames.
 constexpr double kMaxDurationSeconds = 7 * 24 * 3600;
 
@@ -34,6 +37,8 @@ int runRecord(CommandContext& ctx)
     double duration = 0.0;
     bool discard = false;
     bool save = false;
+    bool video = false;
+    std::optional<ScreenCaptureTargetOption> target;
     const auto usage = [&ctx](const QString& why) {
         ctx.error(why + QStringLiteral("\nUsage: sorvelandrix ") + kUsage);
         return kExitUsage;
@@ -47,6 +52,14 @@ int runRecord(CommandContext& ctx)
                 return usage(QStringLiteral("--duration needs a number of seconds between 0 and "
                                             "%1")
                                  .arg(kMaxDurationSeconds, 0, 'f', 0));
+        } else if (a == QLatin1String("--video")) {
+            video = true;
+        } else if (a == QLatin1String("--target")) {
+            target = ScreenCaptureTargetOption::fromID(i + 1 < ctx.args.size() ? ctx.args.at(++i)
+                                                                               : QString());
+            if (!target)
+                return usage(QStringLiteral("--target needs a capture target id such as "
+                                            "display:main (see sorvelandrix targets)"));
         } else if (a == QLatin1String("--discard")) {
             discard = true;
         } else if (a == QLatin1String("--save")) {
@@ -57,6 +70,8 @@ int runRecord(CommandContext& ctx)
     }
     if (save && discard)
         return usage(QStringLiteral("--save and --discard exclude each other"));
+    if (target && !video)
+        return usage(QStringLiteral("--target goes with --video"));
 
     // With --save the session must be there before anything is recorded.
     std::optional<CliSession> session;
@@ -171,9 +186,14 @@ int runRecord(CommandContext& ctx)
                 ctx.finish(kExitOk);
                 break;
             }
-            ctx.print(QStringLiteral("Saved recording: %1").arg(path));
-            ctx.event({{QStringLiteral("event"), QStringLiteral("saved")},
-                       {QStringLiteral("wav"), path}});
+            QJsonObject saved{{QStringLiteral("event"), QStringLiteral("saved")},
+                              {QStringLiteral("wav"), recorder.lastWavPath()}};
+            ctx.print(QStringLiteral("Saved recording: %1").arg(recorder.lastWavPath()));
+            if (!recorder.lastVideoPath().isEmpty()) {
+                ctx.print(QStringLiteral("Saved video: %1").arg(recorder.lastVideoPath()));
+                saved.insert(QStringLiteral("mp4"), recorder.lastVideoPath());
+            }
+            ctx.event(saved);
             if (save && endRequested) {
                 ctx.error(QStringLiteral("Stopped before the upload. Upload it with: %1")
                               .arg(ctx.commandLine({QStringLiteral("upload"), path})));
@@ -202,7 +222,10 @@ int runRecord(CommandContext& ctx)
         }
     });
 
-    QTimer::singleShot(0, &recorder, [&] { recorder.requestStartRecording(); });
+    QTimer::singleShot(0, &recorder, [&] {
+        recorder.requestStartRecording(video,
+                                       target.value_or(ScreenCaptureTargetOption::mainDisplay()));
+    });
     return ctx.exec();
 }
 
@@ -213,7 +236,8 @@ Command recordCommand()
     return {QStringLiteral("record"), kUsage,
             QStringLiteral("record the microphone and system audio until the duration ends or "
                            "Ctrl-C, then keep the WAV file and print its path, upload it with "
-                           "--save, or delete it with --discard"),
+                           "--save, or delete it with --discard; --video also records the screen "
+                           "or a target into an MP4"),
             runRecord};
 }
 

@@ -5,9 +5,9 @@
 // recorder screen's picker shows.
 
 #include "cli/command.h"
+#include "cli/commands.h"
 #include "video/screencapturetargetstore.h"
 
-#include <QCoreApplication>
 #include <QJsonObject>
 
 #include <algorithm>
@@ -37,12 +37,10 @@ int runTargets(CommandContext& ctx)
         return kExitUsage;
     }
     ScreenCaptureTargetStore store;
-    int status = kExitOk;
     QObject::connect(&store, &ScreenCaptureTargetStore::reloaded, &store, [&] {
         if (!store.loadError().isNull()) {
             ctx.error(store.loadError());
-            status = kExitFailure;
-            QCoreApplication::exit(status);
+            ctx.finish(kExitFailure);
             return;
         }
         const QList<ScreenCaptureTargetOption> options = store.options();
@@ -69,19 +67,20 @@ int runTargets(CommandContext& ctx)
                        {QStringLiteral("subtitle"), o.subtitle},
                        {QStringLiteral("kind"), o.kind.name()}});
         }
-        QCoreApplication::exit(kExitOk);
+        ctx.finish(kExitOk);
     });
     store.reload();
-    const int rc = QCoreApplication::exec();
-    return status != kExitOk ? status : rc;
+    return ctx.exec();
 }
 
-const CommandRegistration registration({
-    QStringLiteral("targets"),
-    QStringLiteral("targets"),
-    QStringLiteral("list what a video recording can capture: displays, applications, windows"),
-    runTargets,
-});
-
 } // namespace
+
+Command targetsCommand()
+{
+    return {QStringLiteral("targets"), QStringLiteral("targets"),
+            QStringLiteral("list what a video recording can capture: displays, applications, "
+                           "windows"),
+            runTargets};
+}
+
 } // namespace sorv::cli

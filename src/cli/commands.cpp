@@ -9,7 +9,7 @@ const std::vector<Command>& commands()
         std::vector<Command> list;
         for (auto make :
              {recordCommand, uploadCommand, mixCommand, loginCommand, logoutCommand, whoamiCommand,
-              recordingsCommand, meetingsCommand, joinCommand, stopBotCommand})
+              recordingsCommand, meetingsCommand, joinCommand, stopBotCommand, targetsCommand})
             list.push_back(make());
         return list;
     }();

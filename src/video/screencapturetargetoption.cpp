@@ -50,4 +50,28 @@ ScreenCaptureTargetOption ScreenCaptureTargetOption::window(std::uint32_t window
             Kind::window(windowID)};
 }
 
+std::optional<ScreenCaptureTargetOption> ScreenCaptureTargetOption::fromID(const QString& id)
+{
+    if (id == QLatin1String("display:main"))
+        return mainDisplay();
+    const auto number = [&id](QLatin1String prefix) -> std::optional<std::uint32_t> {
+        if (!id.startsWith(prefix))
+            return std::nullopt;
+        const QStringView digits = QStringView(id).mid(prefix.size());
+        bool ok = false;
+        const uint value = digits.toUInt(&ok);
+        // Decimal digits only, as the ids are written.
+        if (!ok || digits.isEmpty() || !digits.front().isDigit() || !digits.back().isDigit())
+            return std::nullopt;
+        return static_cast<std::uint32_t>(value);
+    };
+    if (const auto display = number(QLatin1String("display:")))
+        return ScreenCaptureTargetOption{id, {}, {}, Kind::display(*display)};
+    if (const auto window = number(QLatin1String("window:")))
+        return ScreenCaptureTargetOption{id, {}, {}, Kind::window(*window)};
+    if (id.startsWith(QLatin1String("app:")) && id.size() > 4)
+        return ScreenCaptureTargetOption{id, {}, {}, Kind::application(id.mid(4))};
+    return std::nullopt;
+}
+
 } // namespace sorv

@@ -4,6 +4,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <optional>
 
 namespace sorv {
 
@@ -54,6 +55,10 @@ public:
                                                  const QString& name);
     static ScreenCaptureTargetOption window(std::uint32_t windowID, const QString& title,
                                             const QString& applicationName);
+    // The option an id stands for ("display:main", "display:N", "app:CLASS",
+    // "window:N"), without the title and subtitle only a listing knows;
+    // nothing for an id of no such form.
+    static std::optional<ScreenCaptureTargetOption> fromID(const QString& id);
 
     friend bool operator==(const ScreenCaptureTargetOption&,
                            const ScreenCaptureTargetOption&) = default;

@@ -56,8 +56,9 @@ public:
     void setSelectedID(const QString& id);
 
     // The option whose id is selectedID; the main display when none matches
-    // (the selected window was closed, the display unplugged).
-    ScreenCaptureTargetOption selectedOption() const;
+    // (the selected window was closed, the display unplugged). What the
+    // recorder screen hands to AudioRecorder::requestStartRecording.
+    Q_INVOKABLE sorv::ScreenCaptureTargetOption selectedOption() const;
 
     void setContentQuery(ContentQuery query) { m_query = std::move(query); }
     void setOwnProcess(const OwnProcess& self) { m_self = self; }

@@ -1,11 +1,13 @@
 #include "videorecorder.h"
 
 #include "core/log.h"
+#include "core/mainthread.h"
 #include "core/notify.h"
 #include "core/serialqueue.h"
 #include "video/capturearea.h"
 #include "video/framepool.h"
 #include "video/mp4writer.h"
+#include "video/screencaptureaccess.h"
 #include "video/shareablecontent.h"
 #include "video/videolog.h"
 #include "video/x11connection.h"
@@ -42,19 +44,14 @@ std::int64_t monotonicNowNs()
 }
 
 // Runs fn on the GUI thread later, unless the recorder is gone by then.
-// `self` is taken on the GUI thread, when the work is handed off.
+// `self` is taken on the GUI thread, when the work is handed off, and only
+// looked at there.
 void onMain(const QPointer<VideoRecorder>& self, std::function<void(VideoRecorder&)> fn)
 {
-    QObject* context = QCoreApplication::instance();
-    if (!context)
-        return;
-    QMetaObject::invokeMethod(
-        context,
-        [self, fn = std::move(fn)] {
-            if (VideoRecorder* recorder = self.data())
-                fn(*recorder);
-        },
-        Qt::QueuedConnection);
+    postToMainThread(QCoreApplication::instance(), [self, fn = std::move(fn)] {
+        if (VideoRecorder* recorder = self.data())
+            fn(*recorder);
+    });
 }
 
 struct Counters {
@@ -152,6 +149,8 @@ struct FinishJob {
     std::int64_t stoppedAtNs = 0;
     std::uint64_t session = 0;
     SerialQueue* queue = nullptr;
+    // Once, when the file has taken all the audio it will take.
+    std::function<void()> audioEnded;
     std::function<void(const VideoRecorder::StopResult&)> done;
 
     static void run(const std::shared_ptr<FinishJob>& job, int waitedMs);
@@ -337,7 +336,9 @@ void VideoRecorder::start(const QString& outputPath, const ScreenCaptureTargetOp
         const auto connection = x11::Connection::open(&why);
         if (!connection) {
             qCWarning(lcVideo, "No X display to capture: %s", qPrintable(why));
-            fail(VideoRecorderError::noDisplay());
+            // A Wayland desktop has a screen, only not one we may read.
+            fail(screenCapturePreflight() ? VideoRecorderError::noDisplay()
+                                          : VideoRecorderError::permissionDenied());
             return;
         }
         ShareableContentError contentError;
@@ -504,6 +505,7 @@ void VideoRecorder::stop(StopCompletion done)
     finish->stoppedAtNs = stoppedAt;
     finish->session = session;
     finish->queue = videoQueue;
+    finish->audioEnded = [self] { onMain(self, [](VideoRecorder& r) { Q_EMIT r.audioEnded(); }); };
     finish->done = [self, session, done = std::move(done)](const StopResult& result) {
         onMain(self,
                [session, done, result](VideoRecorder& r) { r.finishStop(session, result, done); });
@@ -529,6 +531,9 @@ void FinishJob::run(const std::shared_ptr<FinishJob>& job, int waitedMs)
                            [job, waitedMs] { run(job, waitedMs + kAudioGracePollMs); });
         return;
     }
+    // The file is finished in this same step, so later audio finds no
+    // writer: its source may stop now, while the index is rewritten.
+    job->audioEnded();
     const Mp4Writer::Statistics& stats = core.writer->statistics();
     const std::int64_t packets = stats.videoPackets + stats.audioPackets;
     QString why;

@@ -116,7 +116,8 @@ public:
     // Only from idle. Replaces a file at `outputPath`. Resolves the target
     // against the screen as it is now; `done` gets nothing on success or the
     // reason (noDisplay when the target's display, window or application is
-    // gone, or there is no X server).
+    // gone, or there is no X server; permissionDenied on a Wayland session
+    // without one).
     void start(const QString& outputPath, const ScreenCaptureTargetOption& target,
                StartCompletion done);
 
@@ -146,6 +147,10 @@ Q_SIGNALS:
     // The screen capture failed while recording (the X server went away);
     // the recording goes on with what it has.
     void captureFailed(const QString& message);
+    // During a stop: every audio buffer captured before the stop is in the
+    // file, later ones are ignored. The audio's source may stop now, while the
+    // file is still being finished.
+    void audioEnded();
 
 private:
     void setState(const VideoRecorderState& state);

@@ -57,7 +57,8 @@ std::vector<QString> topLevelBoxes(const QString& path)
 
 } // namespace
 
-MediaFile MediaFile::read(const QString& path, bool decode, QRect lumaRegion, double startAt)
+MediaFile MediaFile::read(const QString& path, bool decode, QRect lumaRegion, double startAt,
+                          const std::vector<QRect>& moreRegions)
 {
     MediaFile m;
     m.boxes = topLevelBoxes(path);
@@ -121,13 +122,19 @@ MediaFile MediaFile::read(const QString& path, bool decode, QRect lumaRegion, do
             if (index == vi) {
                 m.framePts.push_back(pts);
                 m.videoEnd = pts + frame->pkt_duration * av_q2d(tb);
-                const QRect r =
-                    lumaRegion.isEmpty() ? QRect(0, 0, frame->width, frame->height) : lumaRegion;
-                double sum = 0;
-                for (int y = r.top(); y <= r.bottom(); ++y)
-                    for (int x = r.left(); x <= r.right(); ++x)
-                        sum += frame->data[0][y * frame->linesize[0] + x];
-                m.frameLuma.push_back(sum / double(r.width() * r.height()));
+                const auto meanLuma = [&](const QRect& r) {
+                    double sum = 0;
+                    for (int y = r.top(); y <= r.bottom(); ++y)
+                        for (int x = r.left(); x <= r.right(); ++x)
+                            sum += frame->data[0][y * frame->linesize[0] + x];
+                    return sum / double(r.width() * r.height());
+                };
+                m.frameLuma.push_back(meanLuma(
+                    lumaRegion.isEmpty() ? QRect(0, 0, frame->width, frame->height) : lumaRegion));
+                std::vector<double> more;
+                for (const QRect& r : moreRegions)
+                    more.push_back(meanLuma(r));
+                m.moreLuma.push_back(std::move(more));
             } else {
                 if (!audioSeen) {
                     m.audioStart = pts;

@@ -31,16 +31,18 @@ struct MediaFile {
     int decodeErrors = 0;
     std::vector<double> framePts;  // seconds
     std::vector<double> frameLuma; // mean Y (0–255) inside `lumaRegion`
-    double videoEnd = 0.0;         // last frame's pts + its duration
-    std::vector<float> audio;      // decoded, mono
-    double audioStart = 0.0;       // pts of the first decoded sample
+    // Per frame, the mean Y inside each of `moreRegions`.
+    std::vector<std::vector<double>> moreLuma;
+    double videoEnd = 0.0;    // last frame's pts + its duration
+    std::vector<float> audio; // decoded, mono
+    double audioStart = 0.0;  // pts of the first decoded sample
     double audioEnd = 0.0;
 
     // Reads the file; with `decode`, decodes every packet (from `startAt`
     // seconds on, when given). `lumaRegion` is in video pixels (empty: the
     // whole frame).
     static MediaFile read(const QString& path, bool decode, QRect lumaRegion = {},
-                          double startAt = 0.0);
+                          double startAt = 0.0, const std::vector<QRect>& moreRegions = {});
 };
 
 } // namespace sorv::test
