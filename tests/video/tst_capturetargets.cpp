@@ -229,6 +229,12 @@ void TestCaptureTargets::listsDisplaysApplicationsAndWindows()
         QStringLiteral("window:%1 | Untitled window | Meetly | window").arg(window(2)),
     };
     QCOMPARE(describe(store.options()), expected);
+
+    // `record --target ID` takes each listed id back to the same target.
+    for (const ScreenCaptureTargetOption& o : store.options()) {
+        const auto parsed = ScreenCaptureTargetOption::fromID(o.id);
+        QVERIFY2(parsed && parsed->kind == o.kind && parsed->id == o.id, qPrintable(o.id));
+    }
 }
 
 void TestCaptureTargets::cliListsTargetsByGroup()
