@@ -1,4 +1,5 @@
-// sorvelandrix record [--duration SECONDS] [--device ID] [--save|--discard]
+// sorvelandrix record [--duration SECONDS] [--device ID] [--video] [--target ID]
+//                     [--save|--discard]
 //
 // One recording through AudioRecorder: microphone and system audio until the
 // duration (measured on the audio itself) is in the file, or Ctrl-C, SIGTERM
@@ -7,6 +8,8 @@
 // clean way. What the engine does to keep the microphone alive (restarts, a
 // silent microphone and its recovery, the sound server going away) is shown
 // as it happens.
+// With --video the screen (or the target `sorvelandrix targets` lists) goes
+// into an MP4 beside the WAV, and the MP4 is what --save uploads.
 
 #include "audio/audioengine.h"
 #include "cli/clisession.h"
@@ -16,6 +19,7 @@
 #include "core/format.h"
 #include "core/signalnotifier.h"
 #include "recording/audiorecorder.h"
+#include "video/screencapturetargetoption.h"
 
 #include <QFileInfo>
 #include <QJsonObject>
@@ -30,7 +34,8 @@ namespace sorv::cli {
 namespace {
 
 const QString kUsage =
-    QStringLiteral("record [--duration SECONDS] [--device ID] [--save|--discard]");
+    QStringLiteral("record [--duration SECONDS] [--device ID] [--video] [--target ID] "
+                   "[--save|--discard]");
 // Longer than any meeting, and still exact as a count of frames.
 constexpr double kMaxDurationSeconds = 7 * 24 * 3600;
 
@@ -40,6 +45,8 @@ int runRecord(CommandContext& ctx)
     std::optional<quint32> device;
     bool discard = false;
     bool save = false;
+    bool video = false;
+    std::optional<ScreenCaptureTargetOption> target;
     const auto usage = [&ctx](const QString& why) {
         ctx.error(why + QStringLiteral("\nUsage: sorvelandrix ") + kUsage);
         return kExitUsage;
@@ -60,6 +67,14 @@ int runRecord(CommandContext& ctx)
                 return usage(QStringLiteral("--device needs a device id from `sorvelandrix "
                                             "devices`"));
             device = id;
+        } else if (a == QLatin1String("--video")) {
+            video = true;
+        } else if (a == QLatin1String("--target")) {
+            target = ScreenCaptureTargetOption::fromID(i + 1 < ctx.args.size() ? ctx.args.at(++i)
+                                                                               : QString());
+            if (!target)
+                return usage(QStringLiteral("--target needs a capture target id such as "
+                                            "display:main (see sorvelandrix targets)"));
         } else if (a == QLatin1String("--discard")) {
             discard = true;
         } else if (a == QLatin1String("--save")) {
@@ -70,6 +85,8 @@ int runRecord(CommandContext& ctx)
     }
     if (save && discard)
         return usage(QStringLiteral("--save and --discard exclude each other"));
+    if (target && !video)
+        return usage(QStringLiteral("--target goes with --video"));
 
     // With --save the session must be there before anything is recorded.
     std::optional<CliSession> session;
@@ -222,9 +239,14 @@ int runRecord(CommandContext& ctx)
                 ctx.finish(kExitOk);
                 break;
             }
-            ctx.print(QStringLiteral("Saved recording: %1").arg(path));
-            ctx.event({{QStringLiteral("event"), QStringLiteral("saved")},
-                       {QStringLiteral("wav"), path}});
+            QJsonObject saved{{QStringLiteral("event"), QStringLiteral("saved")},
+                              {QStringLiteral("wav"), recorder.lastWavPath()}};
+            ctx.print(QStringLiteral("Saved recording: %1").arg(recorder.lastWavPath()));
+            if (!recorder.lastVideoPath().isEmpty()) {
+                ctx.print(QStringLiteral("Saved video: %1").arg(recorder.lastVideoPath()));
+                saved.insert(QStringLiteral("mp4"), recorder.lastVideoPath());
+            }
+            ctx.event(saved);
             if (save && endRequested) {
                 ctx.error(QStringLiteral("Stopped before the upload. Upload it with: %1")
                               .arg(ctx.commandLine({QStringLiteral("upload"), path})));
@@ -258,7 +280,10 @@ int runRecord(CommandContext& ctx)
         }
     });
 
-    QTimer::singleShot(0, &recorder, [&] { recorder.requestStartRecording(); });
+    QTimer::singleShot(0, &recorder, [&] {
+        recorder.requestStartRecording(video,
+                                       target.value_or(ScreenCaptureTargetOption::mainDisplay()));
+    });
     return ctx.exec();
 }
 
@@ -269,7 +294,8 @@ Command recordCommand()
     return {QStringLiteral("record"), kUsage,
             QStringLiteral("record the microphone (--device: one from `devices`) and system audio "
                            "until the duration ends or Ctrl-C, then keep the WAV file and print "
-                           "its path, upload it with --save, or delete it with --discard"),
+                           "its path, upload it with --save, or delete it with --discard; --video "
+                           "also records the screen or a target into an MP4"),
             runRecord};
 }
 

@@ -7,9 +7,9 @@ const std::vector<Command>& commands()
 {
     static const std::vector<Command> all = [] {
         std::vector<Command> list;
-        for (auto make : {recordCommand, devicesCommand, uploadCommand, mixCommand, loginCommand,
-                          logoutCommand, whoamiCommand, passkeysCommand, recordingsCommand,
-                          meetingsCommand, joinCommand, stopBotCommand})
+        for (auto make : {recordCommand, devicesCommand, targetsCommand, uploadCommand, mixCommand,
+                          loginCommand, logoutCommand, whoamiCommand, passkeysCommand,
+                          recordingsCommand, meetingsCommand, joinCommand, stopBotCommand})
             list.push_back(make());
         return list;
     }();

@@ -17,5 +17,6 @@ Command recordingsCommand();
 Command meetingsCommand();
 Command joinCommand();
 Command stopBotCommand();
+Command targetsCommand();
 
 } // namespace sorv::cli

@@ -1,7 +1,6 @@
 #include "audiorecorder.h"
 
 #include "audio/audioengine.h"
-#include "audio/screencaptureaccess.h"
 #include "core/format.h"
 #include "core/log.h"
 #include "core/mainthread.h"
@@ -9,6 +8,7 @@
 #include "core/paths.h"
 #include "service/authmanager.h"
 #include "service/requestrules.h"
+#include "video/screencaptureaccess.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -28,6 +28,8 @@ const QString kNoRecordingFile =
     QStringLiteral("Recording file is no longer available — please record again");
 const QString kSignInFirst = QStringLiteral("Sign in first, then tap Retry upload.");
 const QString kSelectedMicrophone = QStringLiteral("The selected microphone");
+const QString kVideoStartFailed = QStringLiteral("Video recording failed to start: ");
+const QString kVideoStopFailed = QStringLiteral("Video stop failed: ");
 
 } // namespace
 
@@ -159,6 +161,19 @@ void AudioRecorder::setPaths(const QString& output, const QString& wav, const QS
     updateCanRetryUpload();
 }
 
+void AudioRecorder::setVideoRecorder(VideoRecorder* recorder)
+{
+    if (recorder == m_videoRecorder)
+        return;
+    m_videoRecorder = recorder;
+    Q_EMIT videoRecorderChanged();
+}
+
+void AudioRecorder::setIsVideoMode(bool v)
+{
+    setAndNotify(this, m_isVideoMode, v, &AudioRecorder::isVideoModeChanged);
+}
+
 void AudioRecorder::setFailedUploadPath(const QString& path)
 {
     if (path == m_failedUploadPath)
@@ -178,7 +193,8 @@ void AudioRecorder::updateCanRetryUpload()
 
 // --- Start -----------------------------------------------------------------
 
-void AudioRecorder::requestStartRecording(bool recordVideo)
+void AudioRecorder::requestStartRecording(bool recordVideo,
+                                          const ScreenCaptureTargetOption& captureTarget)
 {
     const auto kind = m_state.kind();
     if (kind != RecordingState::Kind::Idle && kind != RecordingState::Kind::Uploaded &&
@@ -186,6 +202,8 @@ void AudioRecorder::requestStartRecording(bool recordVideo)
         return;
 
     const std::uint64_t session = ++m_session;
+    m_startVideo = recordVideo;
+    m_captureTarget = captureTarget;
     setState(RecordingState::preparing());
     setMicSilent(false);
     setMicSilentMessage(QString());
@@ -274,7 +292,9 @@ void AudioRecorder::startEngine(std::uint64_t session)
         setState(RecordingState::error(QStringLiteral("Could not create the recordings folder")));
         return;
     }
-    setPaths(wav, wav, QString());
+    // Video mode saves and uploads the MP4; the WAV is its companion.
+    const QString mp4 = m_startVideo ? wav.chopped(4) + QStringLiteral(".mp4") : QString();
+    setPaths(mp4.isEmpty() ? wav : mp4, wav, mp4);
 
     RecordingEngine::StartRequest request;
     request.outputPath = wav;
@@ -284,12 +304,14 @@ void AudioRecorder::startEngine(std::uint64_t session)
     auto onUpdate = [this](const AudioEngineUpdate& update) {
         onMain([this, update] { applyUpdate(update); });
     };
+    m_engineSession = session;
     m_engine->start(
-        request, onUpdate, [this, session, wav](const std::optional<RecorderError>& error) {
-            onMain([this, session, wav, error] {
+        request, onUpdate, [this, session, wav, mp4](const std::optional<RecorderError>& error) {
+            onMain([this, session, wav, mp4, error] {
                 if (session != m_session || m_state.kind() != RecordingState::Kind::Preparing) {
-                    // Abandoned while starting: do not leave capture running.
-                    if (!error) {
+                    // Abandoned while starting: do not leave capture running,
+                    // unless a newer session has the engine by now.
+                    if (!error && m_engineSession == session) {
                         m_engine->stop([] {});
                         QFile::remove(wav);
                     }
@@ -300,12 +322,58 @@ void AudioRecorder::startEngine(std::uint64_t session)
                     setState(RecordingState::error(error->description()));
                     return;
                 }
+                if (!mp4.isEmpty()) {
+                    startVideo(session, wav, mp4);
+                    return;
+                }
                 m_startTime.start();
                 setState(RecordingState::recording());
                 m_clock.start();
                 refreshInputDevices();
             });
         });
+}
+
+void AudioRecorder::startVideo(std::uint64_t session, const QString& wav, const QString& mp4)
+{
+    auto* video = new VideoRecorder(this);
+    video->start(mp4, m_captureTarget,
+                 [this, session, wav, mp4, video](const std::optional<VideoRecorderError>& error) {
+                     if (session != m_session ||
+                         m_state.kind() != RecordingState::Kind::Preparing) {
+                         // Abandoned while starting: neither capture goes on.
+                         video->deleteLater();
+                         if (m_engineSession == session)
+                             m_engine->stop([] {});
+                         QFile::remove(wav);
+                         QFile::remove(mp4);
+                         return;
+                     }
+                     if (error) {
+                         video->deleteLater();
+                         videoStartFailed(wav, *error);
+                         return;
+                     }
+                     setVideoRecorder(video);
+                     setIsVideoMode(true);
+                     m_videoAudioSink = video->audioSink();
+                     rewireMixedBuffers();
+                     m_startTime.start();
+                     setState(RecordingState::recording());
+                     m_clock.start();
+                     refreshInputDevices();
+                 });
+}
+
+void AudioRecorder::videoStartFailed(const QString& wav, const VideoRecorderError& error)
+{
+    setVideoRecorder(nullptr);
+    setIsVideoMode(false);
+    setPaths({}, {}, {});
+    setState(RecordingState::error(kVideoStartFailed + error.description()));
+    // Without its video the recording is not what was asked for: the engine
+    // stops too, and its file goes once it is closed.
+    m_engine->stop([wav] { QFile::remove(wav); });
 }
 
 // --- Engine updates ----------------------------------------------------------
@@ -370,19 +438,25 @@ void AudioRecorder::endAfterWriteFailure(const QString& message, bool somethingS
         return;
     const std::uint64_t session = ++m_session;
     m_clock.stop();
-    rewireMixedBuffers();
     setState(RecordingState::error(message));
     const QString file = m_outputPath;
-    m_engine->stop([this, session, somethingSaved, file] {
-        onMain([this, session, somethingSaved, file] {
-            // An empty file is no recording: nothing is left to retry.
-            if (!somethingSaved) {
-                QFile::remove(file);
-                if (session == m_session)
-                    setPaths({}, {}, {});
-            }
-            updateCanRetryUpload();
-        });
+    const QString wav = m_lastWavPath;
+    stopCapture([this, session, somethingSaved, file, wav](const QString& videoError) {
+        // An empty WAV is no recording; a video file is kept when it was
+        // finished, without the companion that has nothing in it.
+        const bool videoMode = file != wav;
+        const bool keep = videoMode ? videoError.isNull() : somethingSaved;
+        if (!somethingSaved)
+            QFile::remove(wav);
+        if (!keep)
+            QFile::remove(file);
+        if (session == m_session) {
+            if (!keep)
+                setPaths({}, {}, {});
+            else if (!somethingSaved)
+                setPaths(file, {}, file);
+        }
+        updateCanRetryUpload();
     });
 }
 
@@ -394,14 +468,74 @@ void AudioRecorder::stopRecording()
         return;
     setState(RecordingState::stopping());
     m_clock.stop();
-    rewireMixedBuffers();
     setSoundServerLost(false);
     const std::uint64_t session = m_session;
-    m_engine->stop([this, session] {
-        onMain([this, session] {
-            if (session == m_session && m_state.kind() == RecordingState::Kind::Stopping)
-                setState(RecordingState::pendingSave());
+    stopCapture([this, session](const QString& videoError) {
+        if (session != m_session || m_state.kind() != RecordingState::Kind::Stopping)
+            return;
+        setState(videoError.isNull() ? RecordingState::pendingSave()
+                                     : RecordingState::error(kVideoStopFailed + videoError));
+    });
+}
+
+void AudioRecorder::stopCapture(std::function<void(const QString& videoError)> done)
+{
+    const std::uint64_t engineSession = m_engineSession;
+    VideoRecorder* video = m_videoRecorder;
+    setVideoRecorder(nullptr);
+    setIsVideoMode(false);
+    if (!video) {
+        rewireMixedBuffers();
+        m_engine->stop([this, done] { onMain([done] { done(QString()); }); });
+        return;
+    }
+
+    // The video file first, then the engine. Its stop instant is "now", but
+    // the audio captured just before it is still on its way (up to a buffer
+    // waits in the engine): the engine keeps running and feeding the video
+    // until the file has all of it (audioEnded), and only then is unhooked
+    // and stopped. Unhooking first would cut the end of the file's sound;
+    // stopping the engine first would leave the last frames without any.
+    struct Sequence {
+        bool engineStopAsked = false;
+        bool engineStopped = false;
+        bool videoStopped = false;
+        QString videoError;
+    };
+    auto seq = std::make_shared<Sequence>();
+    auto finishIfDone = [this, seq, video, done] {
+        if (!seq->engineStopped || !seq->videoStopped)
+            return;
+        video->deleteLater();
+        done(seq->videoError);
+    };
+    auto stopEngine = [this, seq, engineSession, finishIfDone] {
+        if (seq->engineStopAsked)
+            return;
+        seq->engineStopAsked = true;
+        m_videoAudioSink = {};
+        rewireMixedBuffers();
+        // A newer session owns the engine now (the recording was reset
+        // meanwhile and another started): it is not ours to stop.
+        if (engineSession != m_engineSession) {
+            seq->engineStopped = true;
+            finishIfDone();
+            return;
+        }
+        m_engine->stop([this, seq, finishIfDone] {
+            onMain([seq, finishIfDone] {
+                seq->engineStopped = true;
+                finishIfDone();
+            });
         });
+    };
+    connect(video, &VideoRecorder::audioEnded, this, stopEngine, Qt::SingleShotConnection);
+    video->stop([seq, stopEngine, finishIfDone](const VideoRecorder::StopResult& result) {
+        seq->videoStopped = true;
+        if (result.error)
+            seq->videoError = result.error->description();
+        stopEngine(); // a failed stop never reports audioEnded
+        finishIfDone();
     });
 }
 
@@ -544,8 +678,17 @@ void AudioRecorder::setOnMixedAudioBuffer(MixedBufferCallback callback)
 void AudioRecorder::rewireMixedBuffers()
 {
     // The engine gets the consumers as they are now; later changes re-wire.
-    // The transcript's consumer and the video recorder each get every buffer.
-    m_engine->setMixedBufferCallback(m_onMixedAudioBuffer);
+    // The transcript's consumer and the video file each get every buffer.
+    if (!m_videoAudioSink) {
+        m_engine->setMixedBufferCallback(m_onMixedAudioBuffer);
+        return;
+    }
+    m_engine->setMixedBufferCallback(
+        [transcript = m_onMixedAudioBuffer, video = m_videoAudioSink](const AudioBuffer& buffer) {
+            if (transcript)
+                transcript(buffer);
+            video(buffer);
+        });
 }
 
 } // namespace sorv

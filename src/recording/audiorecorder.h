@@ -5,6 +5,8 @@
 #include "audio/recordingengine.h"
 #include "recording/recordingstate.h"
 #include "recording/recordinguploader.h"
+#include "video/screencapturetargetoption.h"
+#include "video/videorecorder.h"
 
 #include <QElapsedTimer>
 #include <QList>
@@ -27,6 +29,10 @@ class AuthManager;
 // main thread; every published field changes there. The engine is awaited
 // through callbacks that hop back here, never by blocking; the upload is the
 // RecordingUploader's, this controller only publishes its states.
+//
+// In video mode a VideoRecorder runs beside the engine: the WAV is kept as
+// the MP4's companion, every mixed buffer goes to both the live transcript's
+// consumer and the video file, and save uploads the MP4.
 class AudioRecorder : public QObject {
     Q_OBJECT
     Q_PROPERTY(sorv::RecordingState state READ state NOTIFY stateChanged)
@@ -48,6 +54,7 @@ class AudioRecorder : public QObject {
     Q_PROPERTY(sorv::InputDeviceModel* inputDevices READ inputDevices CONSTANT)
     Q_PROPERTY(quint32 selectedInputDeviceID READ selectedInputDeviceID NOTIFY
                    selectedInputDeviceIDChanged)
+    Q_PROPERTY(sorv::VideoRecorder* videoRecorder READ videoRecorder NOTIFY videoRecorderChanged)
     Q_PROPERTY(bool isVideoMode READ isVideoMode NOTIFY isVideoModeChanged)
     Q_PROPERTY(QString outputPath READ outputPath NOTIFY pathsChanged)
     Q_PROPERTY(QString lastWavPath READ lastWavPath NOTIFY pathsChanged)
@@ -90,6 +97,8 @@ public:
     QList<InputDevice> availableInputDevices() const { return m_inputDevices.devices(); }
     InputDeviceModel* inputDevices() { return &m_inputDevices; }
     quint32 selectedInputDeviceID() const { return m_selectedInputDeviceID; }
+    // The video recorder of the running video recording (null otherwise).
+    VideoRecorder* videoRecorder() const { return m_videoRecorder; }
     bool isVideoMode() const { return m_isVideoMode; }
 
     // The file that save uploads and discard deletes, and its relatives.
@@ -121,7 +130,11 @@ public:
     void setDurationLimit(double seconds) { m_durationLimit = seconds; }
 
 public Q_SLOTS:
-    void requestStartRecording(bool recordVideo = false);
+    // Video mode records `captureTarget` (from ScreenCaptureTargetStore's
+    // selectedOption) into an MP4 beside the WAV; audio mode ignores it.
+    void requestStartRecording(bool recordVideo = false,
+                               const sorv::ScreenCaptureTargetOption& captureTarget =
+                                   ScreenCaptureTargetOption::mainDisplay());
     void stopRecording();
     void saveRecording();
     // Sends a recording to the service (the Save and Retry paths).
@@ -152,6 +165,7 @@ Q_SIGNALS:
     void micEngineRestarted(qint64 count);
     void availableInputDevicesChanged();
     void selectedInputDeviceIDChanged();
+    void videoRecorderChanged();
     void isVideoModeChanged();
     void pathsChanged();
     void canRetryUploadChanged();
@@ -175,6 +189,13 @@ private:
 
     void probeScreenCapture(std::uint64_t session, int attempt);
     void startEngine(std::uint64_t session);
+    void startVideo(std::uint64_t session, const QString& wav, const QString& mp4);
+    void videoStartFailed(const QString& wav, const VideoRecorderError& error);
+    void setVideoRecorder(VideoRecorder* recorder);
+    void setIsVideoMode(bool v);
+    // Ends the capture: the video file first, then the engine. `done` gets
+    // the video's failure text, a null string when there was none.
+    void stopCapture(std::function<void(const QString& videoError)> done);
     void applyUpdate(const AudioEngineUpdate& update);
     void endAfterWriteFailure(const QString& message, bool somethingSaved);
     void uploadFinished(const QString& path, const RecordingUploader::Outcome& outcome);
@@ -206,6 +227,18 @@ private:
     bool m_soundServerLost = false;
     quint32 m_selectedInputDeviceID = 0;
     bool m_isVideoMode = false;
+    // A child of this object while it records; handed to the stop, which
+    // deletes it once the file is finished.
+    VideoRecorder* m_videoRecorder = nullptr;
+    // The video file's audio input while it takes audio: from the video's
+    // start until its stop has every buffer captured before the stop instant.
+    VideoRecorder::AudioSink m_videoAudioSink;
+    // What the session being started asked for.
+    bool m_startVideo = false;
+    ScreenCaptureTargetOption m_captureTarget;
+    // The session whose engine start was asked for last: a stop deferred
+    // until the video file has its audio must not stop a newer session.
+    std::uint64_t m_engineSession = 0;
     bool m_canRetryUpload = false;
     bool m_signInRequired = false;
 

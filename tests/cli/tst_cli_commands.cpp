@@ -155,6 +155,16 @@ void TestCliCommands::usageErrors_data()
     QTest::newRow("duration missing") << QStringList{"record", "--duration"} << "--duration";
     QTest::newRow("save and discard")
         << QStringList{"record", "--save", "--discard"} << "exclude each other";
+    QTest::newRow("target without video")
+        << QStringList{"record", "--target", "display:main"} << "--target goes with --video";
+    QTest::newRow("target missing")
+        << QStringList{"record", "--video", "--target"} << "--target needs";
+    for (const char* id : {"screen:1", "window:", "window:-3", "window:0x1c", "display: 2", "app:"})
+        QTest::addRow("target %s", id)
+            << QStringList{"record", "--video", "--target", QString::fromLatin1(id)}
+            << "capture target id";
+    QTest::newRow("targets with an argument")
+        << QStringList{"targets", "x"} << "Usage: sorvelandrix targets";
     QTest::newRow("empty bot id") << QStringList{"stop-bot", ""} << "Usage: sorvelandrix stop-bot";
     QTest::newRow("join without link") << QStringList{"join"} << "Usage: sorvelandrix join";
     QTest::newRow("unknown command") << QStringList{"dance"} << "Unknown command dance";

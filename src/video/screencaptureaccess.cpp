@@ -6,8 +6,8 @@ namespace sorv {
 
 bool screenCapturePreflight()
 {
-    // A Wayland session without X11 fallback; a saved portal restore token
-    // will make this true once the portal path exists.
+    // A saved portal restore token will make a Wayland session "allowed"
+    // once the portal path exists.
     return qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") ||
            !qEnvironmentVariableIsEmpty("DISPLAY");
 }
@@ -33,6 +33,12 @@ QString screenCaptureNotAllowedText()
         "If it still fails, reset the permission in a terminal: flatpak permission-reset "
         "com.sorvelandrix.recorder\n"
         "then repeat steps 1–3.");
+}
+
+QString screenCaptureAdviceText()
+{
+    return screenCapturePreflight() ? screenCaptureAllowedButNotAppliedText()
+                                    : screenCaptureNotAllowedText();
 }
 
 } // namespace sorv

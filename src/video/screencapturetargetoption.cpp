@@ -1,0 +1,77 @@
+#include "screencapturetargetoption.h"
+
+namespace sorv {
+
+QString ScreenCaptureTargetOption::Kind::name() const
+{
+    switch (type) {
+    case Type::Display:
+        return QStringLiteral("display");
+    case Type::Application:
+        return QStringLiteral("application");
+    case Type::Window:
+        return QStringLiteral("window");
+    case Type::MainDisplay:
+        break;
+    }
+    return QStringLiteral("mainDisplay");
+}
+
+ScreenCaptureTargetOption ScreenCaptureTargetOption::mainDisplay()
+{
+    return {QStringLiteral("display:main"), QStringLiteral("Main display"),
+            QStringLiteral("Full screen (default)"), Kind::mainDisplay()};
+}
+
+ScreenCaptureTargetOption ScreenCaptureTargetOption::display(std::uint32_t displayID,
+                                                             const QString& screenName, int width,
+                                                             int height)
+{
+    const QString number = QString::number(displayID);
+    return {QStringLiteral("display:") + number,
+            screenName.isEmpty() ? QStringLiteral("Display ") + number : screenName,
+            QStringLiteral("%1×%2").arg(width).arg(height), Kind::display(displayID)};
+}
+
+ScreenCaptureTargetOption ScreenCaptureTargetOption::application(const QString& bundleIdentifier,
+                                                                 const QString& name)
+{
+    return {QStringLiteral("app:") + bundleIdentifier, name, QStringLiteral("Application"),
+            Kind::application(bundleIdentifier)};
+}
+
+ScreenCaptureTargetOption ScreenCaptureTargetOption::window(std::uint32_t windowID,
+                                                            const QString& title,
+                                                            const QString& applicationName)
+{
+    return {QStringLiteral("window:") + QString::number(windowID),
+            title.isEmpty() ? QStringLiteral("Untitled window") : title,
+            applicationName.isEmpty() ? QStringLiteral("Window") : applicationName,
+            Kind::window(windowID)};
+}
+
+std::optional<ScreenCaptureTargetOption> ScreenCaptureTargetOption::fromID(const QString& id)
+{
+    if (id == QLatin1String("display:main"))
+        return mainDisplay();
+    const auto number = [&id](QLatin1String prefix) -> std::optional<std::uint32_t> {
+        if (!id.startsWith(prefix))
+            return std::nullopt;
+        const QStringView digits = QStringView(id).mid(prefix.size());
+        bool ok = false;
+        const uint value = digits.toUInt(&ok);
+        // Decimal digits only, as the ids are written.
+        if (!ok || digits.isEmpty() || !digits.front().isDigit() || !digits.back().isDigit())
+            return std::nullopt;
+        return static_cast<std::uint32_t>(value);
+    };
+    if (const auto display = number(QLatin1String("display:")))
+        return ScreenCaptureTargetOption{id, {}, {}, Kind::display(*display)};
+    if (const auto window = number(QLatin1String("window:")))
+        return ScreenCaptureTargetOption{id, {}, {}, Kind::window(*window)};
+    if (id.startsWith(QLatin1String("app:")) && id.size() > 4)
+        return ScreenCaptureTargetOption{id, {}, {}, Kind::application(id.mid(4))};
+    return std::nullopt;
+}
+
+} // namespace sorv

@@ -1,0 +1,7 @@
+#include "videolog.h"
+
+namespace sorv {
+
+Q_LOGGING_CATEGORY(lcVideo, "sorvelandrix.video", QtInfoMsg)
+
+} // namespace sorv

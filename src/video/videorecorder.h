@@ -1,0 +1,182 @@
+#pragma once
+
+#include "audio/audiotypes.h"
+#include "video/screencapturetargetoption.h"
+#include "video/videorecordererror.h"
+
+#include <QElapsedTimer>
+#include <QMetaType>
+#include <QObject>
+#include <QSize>
+#include <QString>
+#include <QTimer>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace sorv {
+
+class SerialQueue;
+struct VideoCore;
+struct CaptureStream;
+
+// The video recorder's state: idle → preparing → recording → finalising →
+// idle; `error` holds the message of a failed stop for display.
+class VideoRecorderState {
+    Q_GADGET
+    Q_PROPERTY(QString name READ name CONSTANT)
+    Q_PROPERTY(QString message READ message CONSTANT)
+
+public:
+    enum class Kind { Error, Idle, Preparing, Recording, Finalising };
+
+    VideoRecorderState() = default;
+    static VideoRecorderState error(const QString& message) { return {Kind::Error, message}; }
+    static VideoRecorderState idle() { return {Kind::Idle, {}}; }
+    static VideoRecorderState preparing() { return {Kind::Preparing, {}}; }
+    static VideoRecorderState recording() { return {Kind::Recording, {}}; }
+    static VideoRecorderState finalising() { return {Kind::Finalising, {}}; }
+
+    Kind kind() const { return m_kind; }
+    const QString& message() const { return m_message; }
+    // "idle", "preparing", "recording", "finalising", "error(…)"
+    QString name() const;
+
+    friend bool operator==(const VideoRecorderState&, const VideoRecorderState&) = default;
+
+private:
+    VideoRecorderState(Kind kind, QString message) : m_kind(kind), m_message(std::move(message)) {}
+
+    Kind m_kind = Kind::Idle;
+    QString m_message;
+};
+
+// Records a display, an application or a window into an MP4 file with the
+// recording's mixed audio: H.264 (libx264, High, 4 Mbit/s, a key frame every
+// 60 frames) and AAC (mono, 44.1 kHz, 128 kbit/s).
+//
+// Threads. The object lives on the GUI thread, where `state` and `elapsed`
+// change and every completion is called. The screen is grabbed on the queue
+// com.sorvelandrix.video.capture, paced by a timer at up to 30 frames a second;
+// each grab goes to the queue com.sorvelandrix.video.screen, which does all
+// conversion, encoding and writing. At most five grabbed frames wait for the
+// encoder: a grab that would make a sixth is not made, and counted.
+//
+// Timing. Frames and audio buffers carry CLOCK_MONOTONIC times; the file's
+// time zero is the first frame written. Audio from before it is not written;
+// the audio track starts at zero with silence up to its first buffer.
+//
+// Crash safety. The file at the output path is a fragmented MP4 while
+// recording (a fragment at least twice a second), so a killed process leaves a
+// file that plays to its last fragment. Stop rewrites it as a plain MP4 with
+// its index at the front (a stream copy) and replaces it in one rename.
+class VideoRecorder : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(sorv::VideoRecorderState state READ state NOTIFY stateChanged)
+    Q_PROPERTY(double elapsed READ elapsed NOTIFY elapsedChanged)
+
+public:
+    using StartCompletion = std::function<void(const std::optional<VideoRecorderError>& error)>;
+    // Either the finished file's path or the error.
+    struct StopResult {
+        QString path;
+        std::optional<VideoRecorderError> error;
+    };
+    using StopCompletion = std::function<void(const StopResult& result)>;
+    // Takes one mixed buffer; callable on any thread, never blocks.
+    using AudioSink = std::function<void(const AudioBuffer& buffer)>;
+
+    // Counters since the last start, readable from any thread.
+    struct Statistics {
+        std::int64_t framesDue = 0;              // timer ticks while capturing (30 a second)
+        std::int64_t framesGrabbed = 0;          // grabs handed to the encoder
+        std::int64_t framesDroppedQueueFull = 0; // five already waiting: not grabbed
+        std::int64_t framesWritten = 0;
+        std::int64_t audioBuffersWritten = 0;
+        std::int64_t audioBuffersDropped = 0; // before the first frame, or after stop
+        int maxFramesWaiting = 0;
+    };
+
+    static constexpr int kFramesPerSecond = 30;
+    static constexpr int kMaxFramesWaiting = 5;
+    static constexpr int kElapsedIntervalMs = 100;
+
+    explicit VideoRecorder(QObject* parent = nullptr);
+    // Abandons a recording still running (the file stays as it was written).
+    ~VideoRecorder() override;
+
+    const VideoRecorderState& state() const { return m_state; }
+    double elapsed() const { return m_elapsed; }
+    // The file being written; empty when not recording.
+    QString outputPath() const { return m_outputPath; }
+    QString lastFinalisedPath() const { return m_lastFinalisedPath; }
+
+    // Only from idle. Replaces a file at `outputPath`. Resolves the target
+    // against the screen as it is now; `done` gets nothing on success or the
+    // reason (noDisplay when the target's display, window or application is
+    // gone, or there is no X server; permissionDenied on a Wayland session
+    // without one).
+    void start(const QString& outputPath, const ScreenCaptureTargetOption& target,
+               StartCompletion done);
+
+    // One mixed buffer (48 kHz mono float, `hostTimeNs` = CLOCK_MONOTONIC of
+    // its first sample). Copies the samples and posts them to the video
+    // queue; any thread, never blocks.
+    void appendAudio(const AudioBuffer& buffer) const;
+    // The same as a value the audio engine's callback can hold: it stays safe
+    // to call after the recorder is gone (it then does nothing).
+    AudioSink audioSink() const;
+
+    // Only from recording: finishes the file and hands back its path. Fails
+    // with notRecording when there is nothing to stop, invalidState while
+    // starting or finishing.
+    void stop(StopCompletion done);
+
+    // Drops whatever runs (after a failed start, or when the controller
+    // abandons a recording): the fragmented file stays as written. Returns at
+    // once; the state becomes idle.
+    void tearDown();
+
+    Statistics statistics() const;
+
+Q_SIGNALS:
+    void stateChanged();
+    void elapsedChanged();
+    // The screen capture failed while recording (the X server went away);
+    // the recording goes on with what it has.
+    void captureFailed(const QString& message);
+    // During a stop: every audio buffer captured before the stop is in the
+    // file, later ones are ignored. The audio's source may stop now, while the
+    // file is still being finished.
+    void audioEnded();
+
+private:
+    void setState(const VideoRecorderState& state);
+    void setElapsed(double v);
+    void finishStart(std::uint64_t session, const QString& outputPath, QSize size,
+                     const StartCompletion& done);
+    void failStart(std::uint64_t session, const VideoRecorderError& error, StartCompletion done);
+    void finishStop(std::uint64_t session, const StopResult& result, const StopCompletion& done);
+
+    VideoRecorderState m_state = VideoRecorderState::idle();
+    double m_elapsed = 0.0;
+    QString m_outputPath;
+    QString m_lastFinalisedPath;
+
+    std::shared_ptr<SerialQueue> m_videoQueue;
+    std::unique_ptr<SerialQueue> m_captureQueue;
+    std::shared_ptr<VideoCore> m_core;
+    std::shared_ptr<CaptureStream> m_capture;
+
+    QTimer m_elapsedTimer;
+    QElapsedTimer m_startWallClock;
+    // Bumped by every start and tear-down: answers for an earlier session are
+    // recognised and dropped.
+    std::uint64_t m_session = 0;
+};
+
+} // namespace sorv
+
+Q_DECLARE_METATYPE(sorv::VideoRecorderState)

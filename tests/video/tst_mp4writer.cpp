@@ -1,0 +1,162 @@
+// The MP4 writer on its own, with synthetic timestamps (no screen, no real
+// time): the audio follows its CLOCK_MONOTONIC stamps when the audio clock
+// drifts or a buffer goes missing, and the rewrite puts the index first even
+// when the space reserved for it is too small.
+
+#include "mediafile.h"
+#include "video/mp4writer.h"
+
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cmath>
+
+using namespace sorv;
+using namespace sorv::test;
+
+namespace {
+
+constexpr int kFrames = 4096;
+constexpr double kRate = 48000.0;
+
+// Onsets of the clicks in decoded audio (seconds).
+std::vector<double> clickTimes(const MediaFile& m)
+{
+    std::vector<double> times;
+    double last = -1.0;
+    for (size_t i = 0; i < m.audio.size(); ++i) {
+        if (std::fabs(m.audio[i]) < 0.4f)
+            continue;
+        const double t = m.audioStart + double(i) / m.audioSampleRate;
+        if (last < 0 || t - last > 0.5)
+            times.push_back(t);
+        last = t;
+    }
+    return times;
+}
+
+} // namespace
+
+class TestMp4Writer : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void audioFollowsItsTimestamps_data();
+    void audioFollowsItsTimestamps();
+    void indexGoesFirstEvenWhenReservationFallsShort();
+};
+
+void TestMp4Writer::audioFollowsItsTimestamps_data()
+{
+    QTest::addColumn<double>("clockRatio"); // stamped seconds per sample-count second
+    QTest::addColumn<int>("lostBuffer");    // a buffer (without a click) never delivered, or -1
+    QTest::newRow("steady") << 1.0 << -1;
+    // 0.3 %: 36 ms apart after 12 s if the samples were simply laid end to end.
+    QTest::newRow("audio clock 0.3 % slow") << 1.003 << -1;
+    QTest::newRow("audio clock 0.3 % fast") << 0.997 << -1;
+    QTest::newRow("a buffer lost") << 1.0 << 40;
+}
+
+void TestMp4Writer::audioFollowsItsTimestamps()
+{
+    QFETCH(double, clockRatio);
+    QFETCH(int, lostBuffer);
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("drift.mp4"));
+    Mp4Writer w;
+    QString error;
+    QVERIFY2(w.open(path, Mp4Writer::defaultSettings(QSize(320, 240)), &error), qPrintable(error));
+
+    // 12 s: a click at the first sample of every 12th buffer (~1 s apart),
+    // black frames at 30 per second, all stamped by the same clock.
+    const int buffers = int(12.0 * kRate / kFrames);
+    std::vector<double> clickStamps;
+    std::vector<float> samples(kFrames);
+    const std::vector<std::uint8_t> white(320 * 240 * 4, 0xff);
+    std::int64_t nextFrameNs = 0;
+    for (int b = 0; b < buffers; ++b) {
+        const auto stampNs = std::int64_t(double(b) * kFrames / kRate * clockRatio * 1e9);
+        while (nextFrameNs <= stampNs) {
+            QVERIFY(w.writeBlackVideo(nextFrameNs, &error));
+            nextFrameNs += 1'000'000'000 / 30;
+        }
+        if (b % 12 == 3) { // a white frame with the click
+            QVERIFY(w.writeVideo(white.data(), QSize(320, 240), 320 * 4, QRect(0, 0, 320, 240),
+                                 stampNs, &error));
+            nextFrameNs = stampNs + 1'000'000'000 / 30;
+        }
+        std::fill(samples.begin(), samples.end(), 0.0f);
+        if (b % 12 == 3) {
+            for (int i = 0; i < 480; ++i)
+                samples[size_t(i)] = 0.8f * float(std::sin(2 * M_PI * 3000.0 * i / kRate));
+            clickStamps.push_back(double(stampNs) / 1e9);
+        }
+        if (b == lostBuffer)
+            continue;
+        QVERIFY2(w.writeAudio(samples.data(), kFrames, stampNs, &error), qPrintable(error));
+    }
+    QVERIFY2(w.finish(&error), qPrintable(error));
+    const QString plain = dir.filePath(QStringLiteral("plain.mp4"));
+    QVERIFY2(Mp4Writer::remuxWithIndexFirst(path, plain, 0, &error), qPrintable(error));
+
+    // Both the file as recorded (fragmented) and the rewritten one.
+    for (const QString& file : {path, plain}) {
+        const MediaFile m = MediaFile::read(file, true);
+        QVERIFY(m.opened);
+        QCOMPARE(m.framePts.front(), 0.0);
+        const std::vector<double> clicks = clickTimes(m);
+        QCOMPARE(clicks.size(), clickStamps.size());
+        std::vector<double> flashes;
+        for (size_t i = 0; i < m.frameLuma.size(); ++i)
+            if (m.frameLuma[i] > 128)
+                flashes.push_back(m.framePts[i]);
+        QCOMPARE(flashes.size(), size_t(buffers / 12 + (buffers % 12 > 3 ? 1 : 0)));
+        double fromStamp = 0.0;
+        double fromPicture = 0.0;
+        for (size_t k = 0; k < clicks.size(); ++k) {
+            fromStamp = std::max(fromStamp, std::fabs(clicks[k] - clickStamps[k]));
+            fromPicture = std::max(fromPicture, std::fabs(clicks[k] - flashes[k]));
+        }
+        qInfo("%s: clicks at most %.1f ms from their timestamps, %.1f ms from their pictures",
+              qPrintable(file.section(QLatin1Char('/'), -1)), fromStamp * 1e3, fromPicture * 1e3);
+        // Compensation starts at 20 ms of drift.
+        QVERIFY(fromStamp <= 0.025);
+        QVERIFY(fromPicture <= 0.025);
+        if (clockRatio == 1.0)
+            QVERIFY(fromPicture <= 0.001);
+    }
+}
+
+void TestMp4Writer::indexGoesFirstEvenWhenReservationFallsShort()
+{
+    QTemporaryDir dir;
+    const QString fragmented = dir.filePath(QStringLiteral("f.mp4"));
+    Mp4Writer w;
+    QString error;
+    QVERIFY(w.open(fragmented, Mp4Writer::defaultSettings(QSize(320, 240)), &error));
+    std::vector<float> silence(kFrames, 0.0f);
+    for (int i = 0; i < 90; ++i) {
+        const std::int64_t t = std::int64_t(i) * 1'000'000'000 / 30;
+        QVERIFY(w.writeBlackVideo(t, &error));
+        if (i % 3 == 0)
+            QVERIFY(w.writeAudio(silence.data(), 1600, t, &error));
+    }
+    const Mp4Writer::Statistics stats = w.statistics();
+    QVERIFY(w.finish(&error));
+    QVERIFY(MediaFile::read(fragmented, false).boxes.size() > 3); // moof after moof
+
+    for (const std::int64_t packets : {stats.videoPackets + stats.audioPackets, std::int64_t(1)}) {
+        const QString plain = dir.filePath(QStringLiteral("plain-%1.mp4").arg(packets));
+        QVERIFY2(Mp4Writer::remuxWithIndexFirst(fragmented, plain, packets, &error),
+                 qPrintable(error));
+        const MediaFile m = MediaFile::read(plain, true);
+        QVERIFY(m.opened);
+        QCOMPARE(m.boxes[0], QStringLiteral("ftyp"));
+        QCOMPARE(m.boxes[1], QStringLiteral("moov"));
+        QVERIFY(std::find(m.boxes.begin(), m.boxes.end(), QStringLiteral("moof")) == m.boxes.end());
+        QCOMPARE(m.framePts.size(), size_t(90));
+        QCOMPARE(m.decodeErrors, 0);
+    }
+}
+
+QTEST_GUILESS_MAIN(TestMp4Writer)
+#include "tst_mp4writer.moc"
