@@ -1,14 +1,18 @@
-// sorvelandrix record [--duration SECONDS] [--save|--discard]
+// sorvelandrix record [--duration SECONDS] [--live server|on-device] [--language LOCALE]
+//                     [--save|--discard]
 //
 // One recording through AudioRecorder: microphone and system audio until the
 // duration (measured on the audio itself) is in the file, or Ctrl-C, SIGTERM
 // or SIGHUP; then the file is kept and its path printed, uploaded with
 // --save, or deleted with --discard. A closed output pipe stops it the same
-// clean way.
+// clean way. With --live, the live transcript (the service's or the
+// on-device preview) runs with the recording and is printed as it firms up.
 
 #include "cli/clisession.h"
 #include "cli/command.h"
 #include "cli/commands.h"
+#include "cli/livetranscriptreporter.h"
+#include "cli/livetranscriptrun.h"
 #include "cli/uploadreporter.h"
 #include "core/format.h"
 #include "core/signalnotifier.h"
@@ -19,13 +23,15 @@
 
 #include <cmath>
 #include <csignal>
+#include <functional>
 #include <memory>
 #include <optional>
 
 namespace sorv::cli {
 namespace {
 
-const QString kUsage = QStringLiteral("record [--duration SECONDS] [--save|--discard]");
+const QString kUsage = QStringLiteral("record [--duration SECONDS] [--live server|on-device] "
+                                      "[--language LOCALE] [--save|--discard]");
 // Longer than any meeting, and still exact as a count of frames.
 constexpr double kMaxDurationSeconds = 7 * 24 * 3600;
 
@@ -34,6 +40,9 @@ int runRecord(CommandContext& ctx)
     double duration = 0.0;
     bool discard = false;
     bool save = false;
+    std::optional<LiveTranscriptRun::Mode> liveMode;
+    QString language;
+    QString speechGrammar; // not in the usage: tests decode known phrases with it
     const auto usage = [&ctx](const QString& why) {
         ctx.error(why + QStringLiteral("\nUsage: sorvelandrix ") + kUsage);
         return kExitUsage;
@@ -47,6 +56,16 @@ int runRecord(CommandContext& ctx)
                 return usage(QStringLiteral("--duration needs a number of seconds between 0 and "
                                             "%1")
                                  .arg(kMaxDurationSeconds, 0, 'f', 0));
+        } else if (a == QLatin1String("--live")) {
+            liveMode = LiveTranscriptRun::parseMode(i + 1 < ctx.args.size() ? ctx.args.at(++i)
+                                                                            : QString());
+            if (!liveMode)
+                return usage(QStringLiteral("--live needs server or on-device"));
+        } else if (a == QLatin1String("--language") || a == QLatin1String("--speech-grammar")) {
+            QString& value = a == QLatin1String("--language") ? language : speechGrammar;
+            value = i + 1 < ctx.args.size() ? ctx.args.at(++i) : QString();
+            if (value.isEmpty() || value.startsWith(QLatin1String("--")))
+                return usage(QStringLiteral("%1 needs a value").arg(a));
         } else if (a == QLatin1String("--discard")) {
             discard = true;
         } else if (a == QLatin1String("--save")) {
@@ -57,10 +76,16 @@ int runRecord(CommandContext& ctx)
     }
     if (save && discard)
         return usage(QStringLiteral("--save and --discard exclude each other"));
+    if (!language.isEmpty() && !liveMode)
+        return usage(QStringLiteral("--language goes with --live"));
+    if (!speechGrammar.isEmpty() && liveMode != LiveTranscriptRun::Mode::OnDevice)
+        return usage(QStringLiteral("--speech-grammar goes with --live on-device"));
+    const bool liveServer = liveMode == LiveTranscriptRun::Mode::Server;
 
-    // With --save the session must be there before anything is recorded.
+    // With --save or the service's live transcript the session must be there
+    // before anything is recorded.
     std::optional<CliSession> session;
-    if (save) {
+    if (save || liveServer) {
         session.emplace(ctx);
         if (!session->requireSignedIn())
             return kExitFailure;
@@ -69,6 +94,9 @@ int runRecord(CommandContext& ctx)
     AudioRecorder recorder;
     if (session)
         recorder.setAuthManager(&session->auth());
+    std::unique_ptr<LiveTranscriptRun> live;
+    if (liveMode)
+        live = std::make_unique<LiveTranscriptRun>(ctx, *liveMode, language, speechGrammar);
     if (duration > 0)
         recorder.setDurationLimit(duration);
     std::unique_ptr<UploadReporter> uploadReporter;
@@ -104,18 +132,39 @@ int runRecord(CommandContext& ctx)
 
     QTimer meterTimer;
     meterTimer.setInterval(100);
+    // The level meter, and beside it the words being spoken.
+    const auto drawMeter = [&] {
+        QString line = QStringLiteral("\r🎤 %1  🔊 %2  %3")
+                           .arg(meterBar(recorder.micLevel()), meterBar(recorder.systemLevel()),
+                                recorder.elapsedText());
+        if (live) {
+            const QString open = live->openLine();
+            if (!open.isEmpty())
+                line += QStringLiteral("  ") +
+                        LiveTranscriptReporter::fitToWidth(
+                            open, LiveTranscriptReporter::terminalColumns() - 58);
+            line += QStringLiteral("\033[K");
+        }
+        ctx.draw(line);
+        meterShown = true;
+    };
     QObject::connect(&meterTimer, &QTimer::timeout, &recorder, [&] {
         if (ctx.json) {
             ctx.event({{QStringLiteral("event"), QStringLiteral("meters")},
                        {QStringLiteral("mic"), double(recorder.micLevel())},
                        {QStringLiteral("system"), double(recorder.systemLevel())}});
         } else if (ctx.terminal) {
-            ctx.draw(QStringLiteral("\r🎤 %1  🔊 %2  %3")
-                         .arg(meterBar(recorder.micLevel()), meterBar(recorder.systemLevel()),
-                              recorder.elapsedText()));
-            meterShown = true;
+            drawMeter();
         }
     });
+    if (live) {
+        live->setRedraw([&] {
+            // A finished line was printed over the meter, or the open one changed.
+            meterShown = false;
+            if (meterTimer.isActive())
+                drawMeter();
+        });
+    }
 
     auto reportSystemAudio = [&] {
         QJsonObject e{{QStringLiteral("event"), QStringLiteral("systemAudio")},
@@ -137,7 +186,8 @@ int runRecord(CommandContext& ctx)
             reportSystemAudio();
     });
 
-    QObject::connect(&recorder, &AudioRecorder::stateChanged, &recorder, [&] {
+    std::function<void()> handleState;
+    handleState = [&] {
         const RecordingState state = recorder.state();
         // Upload progress changes the state many times; report each kind once.
         if (state.kind() == lastKind)
@@ -163,6 +213,12 @@ int runRecord(CommandContext& ctx)
             ctx.print(QStringLiteral("Stopping…"));
             break;
         case RecordingState::Kind::PendingSave: {
+            // The live transcript's last words come first.
+            if (live && live->windDown([&] {
+                    lastKind.reset();
+                    handleState();
+                }))
+                break;
             const QString path = recorder.outputPath();
             if (discard) {
                 recorder.discardRecording();
@@ -194,15 +250,22 @@ int runRecord(CommandContext& ctx)
                 break; // the upload's failure, reported by the reporter
             meterTimer.stop();
             endMeterLine();
+            if (live)
+                live->stop();
             ctx.error(state.message());
             ctx.finish(kExitFailure);
             break;
         default:
             break;
         }
-    });
+    };
+    QObject::connect(&recorder, &AudioRecorder::stateChanged, &recorder, handleState);
 
-    QTimer::singleShot(0, &recorder, [&] { recorder.requestStartRecording(); });
+    QTimer::singleShot(0, &recorder, [&] {
+        if (live)
+            live->start(recorder, session ? &session->auth() : nullptr);
+        recorder.requestStartRecording();
+    });
     return ctx.exec();
 }
 
@@ -213,7 +276,8 @@ Command recordCommand()
     return {QStringLiteral("record"), kUsage,
             QStringLiteral("record the microphone and system audio until the duration ends or "
                            "Ctrl-C, then keep the WAV file and print its path, upload it with "
-                           "--save, or delete it with --discard"),
+                           "--save, or delete it with --discard; --live shows the service's "
+                           "live transcript or the on-device preview while it records"),
             runRecord};
 }
 
