@@ -637,8 +637,14 @@ void LocalService::clearScripts()
 
 QList<LoggedRequest> LocalService::requestLog() const
 {
+    // A copy with storage of its own: a shared list would be detached later,
+    // outside the lock, while the connection threads append to the original.
     std::lock_guard lock(d->logMutex);
-    return d->log;
+    QList<LoggedRequest> copy;
+    copy.reserve(d->log.size());
+    for (const LoggedRequest& r : std::as_const(d->log))
+        copy.append(r);
+    return copy;
 }
 
 int LocalService::requestCount(const QByteArray& method, const QString& path) const

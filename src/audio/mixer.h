@@ -35,8 +35,8 @@ float peakLevel(std::span<const float> samples);
 float rmsLevel(std::span<const float> samples);
 
 // Which microphone feeds the mix: the engine's own, or the screen-capture
-// stream's when that one clearly hears more. Writes n samples to `out`.
-// Returns true when the stream microphone was chosen.
+// stream's when that one clearly hears more. Writes n samples to `out`; the
+// result says which one was used and the peaks the choice was made on.
 struct MicChoiceInput {
     std::span<const float> engineMic; // the microphone buffer (may be empty: no float data)
     std::span<const float> scMic;     // the stream microphone's samples (may be empty)

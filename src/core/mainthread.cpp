@@ -1,7 +1,6 @@
 #include "mainthread.h"
 
 #include <QCoreApplication>
-#include <QThread>
 
 #include <deque>
 #include <mutex>
@@ -40,23 +39,24 @@ public Q_SLOTS:
 std::mutex g_doorbellMutex;
 Doorbell* g_doorbell = nullptr;
 
+// Made with the application object, on its thread, before any other thread
+// can ask for it; it goes with the application.
+void createDoorbell()
+{
+    auto* bell = new Doorbell;
+    bell->setParent(QCoreApplication::instance());
+    QObject::connect(bell, &QObject::destroyed, [] {
+        std::lock_guard lock(g_doorbellMutex);
+        g_doorbell = nullptr;
+    });
+    std::lock_guard lock(g_doorbellMutex);
+    g_doorbell = bell;
+}
+Q_COREAPP_STARTUP_FUNCTION(createDoorbell)
+
 Doorbell* doorbell()
 {
     std::lock_guard lock(g_doorbellMutex);
-    if (!g_doorbell) {
-        QCoreApplication* app = QCoreApplication::instance();
-        if (!app)
-            return nullptr;
-        g_doorbell = new Doorbell;
-        if (g_doorbell->thread() != app->thread())
-            g_doorbell->moveToThread(app->thread());
-        // Goes with the application; no work is run after it.
-        g_doorbell->setParent(app);
-        QObject::connect(g_doorbell, &QObject::destroyed, [] {
-            std::lock_guard inner(g_doorbellMutex);
-            g_doorbell = nullptr;
-        });
-    }
     return g_doorbell;
 }
 

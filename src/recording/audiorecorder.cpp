@@ -51,7 +51,7 @@ AudioRecorder::AudioRecorder(std::unique_ptr<RecordingEngine> engine, QObject* p
     };
     connect(&m_uploader, &RecordingUploader::progress, this,
             [this](double fraction) { setState(RecordingState::uploading(fraction)); });
-    RecordingUploader::sweepStaleBodies();
+    m_uploader.sweepStaleBodies();
     refreshInputDevices();
 }
 

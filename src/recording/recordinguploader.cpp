@@ -16,7 +16,6 @@
 #include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
-#include <QThreadPool>
 
 namespace sorv {
 
@@ -26,7 +25,7 @@ const QString kSignInAgainBanner = QStringLiteral("Sign in again to upload your 
 
 } // namespace
 
-RecordingUploader::RecordingUploader(QObject* parent) : QObject(parent)
+RecordingUploader::RecordingUploader(QObject* parent) : QObject(parent), m_self(this)
 {
     qRegisterMetaType<Outcome>();
 }
@@ -46,7 +45,7 @@ void RecordingUploader::sweepStaleBodies()
     const QString dir = recordingsDirectory();
     if (dir.isEmpty())
         return;
-    QThreadPool::globalInstance()->start([dir] {
+    m_files.post([dir] {
         // Anything this old is no longer being sent by anyone.
         const QDateTime cutoff = QDateTime::currentDateTimeUtc().addSecs(-3600);
         const QFileInfoList bodies =
@@ -284,10 +283,9 @@ void RecordingUploader::succeed(const Attempt& attempt, const std::optional<QStr
     outcome.kind = Outcome::Kind::Uploaded;
     outcome.name = attempt.filename;
     outcome.id = id;
-    const QPointer<const QObject> self(this);
     const std::uint64_t generation = m_generation;
     // Removing a file of gigabytes takes a while: not on this thread.
-    QThreadPool::globalInstance()->start([self, doomed, outcome, generation, this] {
+    m_files.post([self = m_self, doomed, outcome, generation, this] {
         for (const QString& file : doomed)
             QFile::remove(file);
         postToMainThread(self, [this, outcome, generation] {

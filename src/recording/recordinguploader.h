@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/serialqueue.h"
 #include "service/network.h"
 
 #include <QByteArray>
@@ -58,7 +59,7 @@ public:
 
     // Body files left by an earlier version's staging (or a crash during it)
     // are removed in the background.
-    static void sweepStaleBodies();
+    void sweepStaleBodies();
 
 Q_SIGNALS:
     // The transfer started (0) and then moved on (fraction of the body sent).
@@ -84,6 +85,9 @@ private:
     void abortTransfer();
 
     QPointer<AuthManager> m_auth;
+    QPointer<const QObject> m_self;
+    // File work that may take a while (removing gigabytes) runs here.
+    SerialQueue m_files{QStringLiteral("com.sorvelandrix.files")};
     bool m_running = false;
     std::uint64_t m_generation = 0; // answers of a cancelled upload are ignored
     QPointer<QNetworkReply> m_reply;

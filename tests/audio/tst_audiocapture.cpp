@@ -149,23 +149,21 @@ void TestAudioCapture::mixesMicrophoneAndSystemAudio()
     AudioEngine engine;
     Reports reports;
     std::atomic<int> mixedBuffers = 0;
+    std::atomic<std::int64_t> mixedFrames = 0;
     engine.setMixedBufferCallback([&](const AudioBuffer& b) {
         if (b.frameLength() > 0)
             ++mixedBuffers;
+        mixedFrames += b.frameLength();
     });
     const QString wav = env.path(QStringLiteral("rec.wav"));
     engine.start({wav}, reports.handler(), reports.startDone());
     QTRY_VERIFY_WITH_TIMEOUT(reports.started(), 10000);
     QVERIFY2(!reports.startError(), qPrintable(reports.startErrorText()));
-    QElapsedTimer recording;
-    recording.start();
-
     QTRY_VERIFY_WITH_TIMEOUT(reports.systemAudio().has_value(), 10000);
     QCOMPARE(reports.systemAudio()->first, true);
     QVERIFY(!reports.systemAudio()->second.has_value());
     QTest::qWait(3000);
     stopEngine(engine);
-    const double seconds = recording.elapsed() / 1000.0;
 
     QVERIFY(mixedBuffers > 10);
     const AudioMeters meters = reports.loudestMeters();
@@ -180,9 +178,10 @@ void TestAudioCapture::mixesMicrophoneAndSystemAudio()
     // RF64 downgrades to a (possibly extensible) RIFF WAV at close.
     QVERIFY((w.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV ||
             (w.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAVEX);
-    // Capture starts and ends within a buffer or two of the calls.
-    QVERIFY2(std::abs(w.seconds() - seconds) < 0.6,
-             qPrintable(QStringLiteral("%1 s recorded in %2 s").arg(w.seconds()).arg(seconds)));
+    // Every frame that went to the consumer is in the file, and nothing else
+    // (measured on the audio, not on a wall clock a loaded machine skews).
+    QCOMPARE(qint64(w.samples.size()), qint64(mixedFrames));
+    QVERIFY(w.seconds() > 2.5);
     // Once system audio is active, both tones are in the mix.
     const auto end = tail(w, 1.5);
     QVERIFY(medianToneAmplitude(end, 1000) > 0.05);

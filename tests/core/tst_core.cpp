@@ -9,6 +9,7 @@
 #include "support/isolatedenvironment.h"
 
 #include <QFileInfo>
+#include <QProcess>
 #include <QTest>
 #include <QTimer>
 
@@ -27,6 +28,7 @@ private Q_SLOTS:
     void serialQueueShutdownDrainsPostedWork();
     void recordingsDirectoryIsPrivate();
     void serverOriginPrecedence();
+    void deliberateRaceIsReported();
 };
 
 void TestCore::serialQueueRunsWorkInOrderOnItsOwnNamedThread()
@@ -123,6 +125,30 @@ void TestCore::serverOriginPrecedence()
     QVERIFY(QFileInfo::exists(env.root() +
                               QStringLiteral("/config/Sorvelandrix/SorvelandrixRecorder.ini")));
     Settings::setServerOverride({});
+}
+
+void TestCore::deliberateRaceIsReported()
+{
+#ifndef SORV_THREAD_SANITIZER
+    QSKIP("only meaningful in the ThreadSanitizer build");
+#else
+    // The suppressions for Qt's and glib's own doings must leave our code
+    // judged: a plain race of ours on a Qt-made thread is still a report.
+    QProcess probe;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    QString options = env.value(QStringLiteral("TSAN_OPTIONS"));
+    options.replace(QStringLiteral("halt_on_error=1"), QStringLiteral("halt_on_error=0"));
+    env.insert(QStringLiteral("TSAN_OPTIONS"), options + QStringLiteral(" exitcode=66"));
+    probe.setProcessEnvironment(env);
+    probe.start(test::buildDirectory() + QStringLiteral("/tests/core/tsan_race_probe"));
+    QVERIFY(probe.waitForFinished(60000));
+    const QString report = QString::fromUtf8(probe.readAllStandardError());
+    QVERIFY2(report.contains(QStringLiteral("WARNING: ThreadSanitizer: data race")),
+             qPrintable(report));
+    // Both sides of the race are ours, and both are named.
+    QVERIFY2(report.count(QStringLiteral("tsan_race_probe.cpp:")) >= 2, qPrintable(report));
+    QCOMPARE(probe.exitCode(), 66);
+#endif
 }
 
 QTEST_GUILESS_MAIN(TestCore)

@@ -460,7 +460,8 @@ private Q_SLOTS:
             std::optional<AuthManager::TokenCheck> result;
             w.auth->checkAccessToken(
                 w.auth.get(), [&](AuthManager::TokenCheck c, const QString&) { result = c; });
-            QTest::qWaitFor([&] { return result.has_value(); }, 20000);
+            [[maybe_unused]] const bool answered =
+                QTest::qWaitFor([&] { return result.has_value(); }, 20000);
             return result.value_or(AuthManager::TokenCheck::Valid);
         };
         QCOMPARE(check(), AuthManager::TokenCheck::Valid);
