@@ -14,6 +14,7 @@
 #include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
 #include "support/toneprobe.h"
+#include "transcript/localtranscriptmanager.h"
 #include "transcript/servertranscriptmanager.h"
 
 #include <QElapsedTimer>
@@ -141,6 +142,8 @@ private Q_SLOTS:
     void liveServerNeedsASession();
     void liveTranscriptOnATerminal();
     void liveTranscriptAsJson();
+    void onDeviceLanguageMissing_data();
+    void onDeviceLanguageMissing();
 };
 
 void TestCliCommands::usageErrors_data()
@@ -531,6 +534,43 @@ void TestCliCommands::liveTranscriptAsJson()
             .object(),
         (QJsonObject{
             {"event", "transcriptStatus"}, {"status", "error"}, {"message", "Quota exceeded"}}));
+}
+
+void TestCliCommands::onDeviceLanguageMissing_data()
+{
+    QTest::addColumn<bool>("json");
+    QTest::newRow("text") << false;
+    QTest::newRow("json") << true;
+}
+
+// The preview of a language with no model says so by name, in both forms,
+// and the recording goes on without it.
+void TestCliCommands::onDeviceLanguageMissing()
+{
+    QFETCH(bool, json);
+    test::IsolatedEnvironment env;
+    QString out;
+    cli::CommandContext ctx;
+    ctx.json = json;
+    ctx.out = [&out](const QByteArray& b) { out += QString::fromUtf8(b); };
+    ctx.err = [](const QByteArray&) {};
+    // No recogniser for any language, as on a machine without the models.
+    LocalTranscriptManager preview([](const QString&) { return nullptr; });
+    cli::LiveTranscriptReporter reporter(ctx, preview);
+    preview.overrideLocale(QStringLiteral("zu-ZA"));
+    preview.start();
+    QTRY_VERIFY(preview.status().isError());
+    const QString text = LocalTranscriptManager::unavailableText(QStringLiteral("zu-ZA"));
+    QVERIFY(text.contains(QStringLiteral("isiZulu")));
+    const QStringList lines = out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    if (!json) {
+        QCOMPARE(lines, QStringList{QStringLiteral("Live transcript: ") + text});
+        return;
+    }
+    QCOMPARE(QJsonDocument::fromJson(lines.last().toUtf8()).object(),
+             (QJsonObject{{"event", "transcriptStatus"}, {"status", "error"}, {"message", text}}));
+    for (const QString& line : lines.first(lines.size() - 1))
+        QVERIFY2(!line.contains(QStringLiteral("\"error\"")), qPrintable(line));
 }
 
 QTEST_GUILESS_MAIN(TestCliCommands)
