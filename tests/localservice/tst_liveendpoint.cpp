@@ -15,6 +15,11 @@
 #include <QTest>
 #include <QWebSocket>
 
+// Generous waits: the service, the sanitizers and other builds share a busy
+// machine, and a wait ends as soon as its condition holds.
+#define TRY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 30000)
+#define TRY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, 30000)
+
 using namespace sorv;
 using local::LiveScript;
 using local::LocalService;
@@ -150,10 +155,10 @@ void TestLiveEndpoint::refusesTokensThatDoNotAuthenticate()
         service->expireAccessTokens();
     }
     Client c(service.origin(), token);
-    QTRY_VERIFY(c.closed);
+    TRY_VERIFY(c.closed);
     QCOMPARE(c.closeCode, 4001);
     QVERIFY(c.messages.isEmpty());
-    QTRY_VERIFY(service->liveSessions().value(0).ended);
+    TRY_VERIFY(service->liveSessions().value(0).ended);
     QCOMPARE(service->liveSessions().value(0).closeCodeSent, 4001);
     QVERIFY(service->liveSessions().value(0).transcriptionId.isEmpty());
 }
@@ -166,16 +171,16 @@ void TestLiveEndpoint::framesAreCountedAndTheEndIsAnswered()
     Client c(service.origin(), signIn(service.origin()));
     QVERIFY(c.open());
     c.hints({QStringLiteral("de"), QStringLiteral("en")});
-    QTRY_COMPARE(c.types(), QStringList{QStringLiteral("connected")});
+    TRY_COMPARE(c.types(), QStringList{QStringLiteral("connected")});
     QCOMPARE(c.messages[0].value(QLatin1String("transcription_id")).toString(),
              service->liveSessions().value(0).transcriptionId);
     c.silence(5);
     c.ws.sendBinaryMessage(QByteArray(100, '\0'));
     c.ws.ping();
-    QTRY_COMPARE(service->liveFramesReceived(), 6);
-    QTRY_COMPARE(service->liveSessions().value(0).pings, 1);
+    TRY_COMPARE(service->liveFramesReceived(), 6);
+    TRY_COMPARE(service->liveSessions().value(0).pings, 1);
     c.ws.sendBinaryMessage(QByteArray());
-    QTRY_VERIFY(c.closed);
+    TRY_VERIFY(c.closed);
     QCOMPARE(c.messages.last(), (QJsonObject{{QStringLiteral("finished"), true}}));
     QCOMPARE(c.closeCode, 1000);
     const local::LiveSession s = service->liveSessions().value(0);
@@ -195,7 +200,7 @@ void TestLiveEndpoint::conversationSpeaksBothDialects()
     QVERIFY(c.open());
     c.hints({QStringLiteral("fr"), QStringLiteral("en")});
     c.silence(30);
-    QTRY_VERIFY(c.types().contains(QStringLiteral("speaker_names")));
+    TRY_VERIFY(c.types().contains(QStringLiteral("speaker_names")));
     const QStringList types = c.types();
     QCOMPARE(types.mid(0, 3), (QStringList{QStringLiteral("connected"), QStringLiteral("status"),
                                            QStringLiteral("partial")}));
@@ -236,7 +241,7 @@ void TestLiveEndpoint::englishSpeechIsRecognised()
     Client c(service.origin(), signIn(service.origin()));
     QVERIFY(c.open());
     c.hints({QStringLiteral("en")});
-    QTRY_COMPARE(c.types().value(0), QStringLiteral("connected"));
+    TRY_COMPARE(c.types().value(0), QStringLiteral("connected"));
     if (service->liveSessions().value(0).source != QLatin1String("recognition"))
         QSKIP("pocketsphinx-en-us is not installed");
     for (const QByteArray& f : frames(test::readMonoSamples(speech)))
@@ -272,9 +277,9 @@ void TestLiveEndpoint::scriptedStepsCloseAndDrop()
     QVERIFY(first.open());
     first.hints({QStringLiteral("en")});
     first.silence(1);
-    QTRY_COMPARE(first.types(), (QStringList{"status", "connected", "keepalive"}));
+    TRY_COMPARE(first.types(), (QStringList{"status", "connected", "keepalive"}));
     first.silence(1);
-    QTRY_VERIFY(first.closed);
+    TRY_VERIFY(first.closed);
     QCOMPARE(first.types().last(), QStringLiteral("tokens"));
     QCOMPARE(first.closeCode, 4001);
     QCOMPARE(first.closeReason, QStringLiteral("Token expired"));
@@ -283,9 +288,9 @@ void TestLiveEndpoint::scriptedStepsCloseAndDrop()
     QVERIFY(second.open());
     second.hints({QStringLiteral("en")});
     second.silence(1);
-    QTRY_VERIFY(second.closed);
+    TRY_VERIFY(second.closed);
     // No close frame: the service just went away.
-    QTRY_VERIFY(service->liveSessions().value(1).ended);
+    TRY_VERIFY(service->liveSessions().value(1).ended);
     QCOMPARE(service->liveSessions().value(1).closeCodeSent, 0);
 }
 

@@ -13,6 +13,11 @@
 
 #include <QTest>
 
+// Generous waits: the service, the sanitizers and other builds share a busy
+// machine, and a wait ends as soon as its condition holds.
+#define TRY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 30000)
+#define TRY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, 30000)
+
 using namespace sorv;
 using namespace sorv::LiveEvent;
 using local::LiveScript;
@@ -136,7 +141,7 @@ void TestLiveAudioStreamer::sessionOnTheWire()
     Harness h;
     h.service->scriptLive(LiveScript()); // no transcript: the exchange alone
     h.streamer.start(h.service.origin(), h.token, {QStringLiteral("de"), QStringLiteral("en")});
-    QTRY_COMPARE(h.count<Connected>(), 1);
+    TRY_COMPARE(h.count<Connected>(), 1);
     QCOMPARE(h.events.front(), LiveTranscriptEvent(Status{QStringLiteral("connecting")}));
     const local::LiveSession opened = h.session(0);
     QCOMPARE(h.all<Connected>().first().transcriptionId, opened.transcriptionId);
@@ -145,20 +150,20 @@ void TestLiveAudioStreamer::sessionOnTheWire()
 
     // One second of audio: 8 frames of 3 840 bytes; 1 280 bytes wait.
     h.streamer.sendAudio(std::vector<float>(48000, 0.1f));
-    QTRY_COMPARE(h.service->liveFramesReceived(), 8);
+    TRY_COMPARE(h.service->liveFramesReceived(), 8);
     QCOMPARE(h.session(0).oddFrames, 0);
     QCOMPARE(h.session(0).bytes, 8 * 3840);
 
     h.streamer.stop();
-    QTRY_VERIFY(h.session(0).sentinel);
+    TRY_VERIFY(h.session(0).sentinel);
     // The service's answer to the sentinel arrives within the grace period.
-    QTRY_COMPARE(h.all<Status>().count(Status{QStringLiteral("completed")}), 1);
+    TRY_COMPARE(h.all<Status>().count(Status{QStringLiteral("completed")}), 1);
     QCOMPARE(h.count<Disconnected>(), 0);
     h.clock.advance(499ms);
     QCOMPARE(h.count<Disconnected>(), 0);
     h.clock.advance(1ms);
-    QTRY_COMPARE(h.count<Disconnected>(), 1);
-    QTRY_VERIFY(h.session(0).ended);
+    TRY_COMPARE(h.count<Disconnected>(), 1);
+    TRY_VERIFY(h.session(0).ended);
     QCOMPARE(h.session(0).frames, 8); // what waited was never sent
     QCOMPARE(h.session(0).closeCodeSent, 1000);
     QVERIFY(!h.streamer.isActive());
@@ -182,7 +187,7 @@ void TestLiveAudioStreamer::startWhileActiveAndStopWhileIdle()
     h.service->scriptLive(LiveScript());
     h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
     h.streamer.start(h.service.origin(), h.token, {QStringLiteral("fr")});
-    QTRY_COMPARE(h.count<Connected>(), 1);
+    TRY_COMPARE(h.count<Connected>(), 1);
     QVERIFY(logged(QStringLiteral("🌐 LiveAudioStreamer already active, ignoring start()")));
     QCOMPARE(h.service->liveSessions().size(), 1);
     QCOMPARE(h.session(0).languageHints, QStringList{QStringLiteral("en")});
@@ -193,14 +198,14 @@ void TestLiveAudioStreamer::invalidUrlIsReportedAndNotRetried()
 {
     Harness h;
     h.streamer.start(QStringLiteral("not a server"), h.token, {QStringLiteral("en")});
-    QTRY_COMPARE(h.errors(), QStringList{QStringLiteral("Invalid WebSocket URL")});
+    TRY_COMPARE(h.errors(), QStringList{QStringLiteral("Invalid WebSocket URL")});
     QCOMPARE(h.connecting(), 0);
     QVERIFY(logged(QStringLiteral("🌐 ❌ Invalid WebSocket URL")));
     QVERIFY(h.clock.requests().isEmpty());
     // Still active: stopping ends it.
     QVERIFY(h.streamer.isActive());
     h.streamer.stop();
-    QTRY_COMPARE(h.count<Disconnected>(), 1);
+    TRY_COMPARE(h.count<Disconnected>(), 1);
 }
 
 void TestLiveAudioStreamer::backoffSchedule()
@@ -210,9 +215,9 @@ void TestLiveAudioStreamer::backoffSchedule()
     h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
     const QList<qint64> schedule{1000, 2000, 4000, 8000, 16000, 30000, 30000};
     for (qsizetype i = 0; i < schedule.size(); ++i) {
-        QTRY_COMPARE(h.clock.requestsBesidesKeepalive().size(), i + 1);
+        TRY_COMPARE(h.clock.requestsBesidesKeepalive().size(), i + 1);
         QCOMPARE(h.clock.requestsBesidesKeepalive().last(), schedule[i]);
-        QTRY_COMPARE(h.errors().size(), i + 1);
+        TRY_COMPARE(h.errors().size(), i + 1);
         const QString error = h.errors().last();
         QVERIFY2(
             error.startsWith(QStringLiteral("Connection lost (")) &&
@@ -224,7 +229,7 @@ void TestLiveAudioStreamer::backoffSchedule()
         h.clock.advance(std::chrono::milliseconds(schedule[i] - 1));
         QCOMPARE(h.connecting(), i + 1);
         h.clock.advance(1ms);
-        QTRY_COMPARE(h.connecting(), i + 2);
+        TRY_COMPARE(h.connecting(), i + 2);
     }
     QVERIFY2(std::any_of(m_log.cbegin(), m_log.cend(),
                          [](const QString& l) {
@@ -234,11 +239,11 @@ void TestLiveAudioStreamer::backoffSchedule()
              qPrintable(m_log.join('\n')));
 
     // Back again: the stream resumes; the count only resets on start or refresh.
-    QTRY_COMPARE(h.clock.requestsBesidesKeepalive().size(), 8);
+    TRY_COMPARE(h.clock.requestsBesidesKeepalive().size(), 8);
     QCOMPARE(h.clock.requestsBesidesKeepalive().last(), 30000);
     h.service.restart();
     h.clock.advance(30s);
-    QTRY_COMPARE(h.count<Connected>(), 1);
+    TRY_COMPARE(h.count<Connected>(), 1);
     QCOMPARE(h.streamer.reconnectAttempts(), 8);
 }
 
@@ -247,16 +252,16 @@ void TestLiveAudioStreamer::closeByTheServiceReconnects()
     Harness h;
     h.service->scriptLive(LiveScript().close(1011, "overloaded", 1));
     h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
-    QTRY_COMPARE(h.count<Connected>(), 1);
+    TRY_COMPARE(h.count<Connected>(), 1);
     h.sendFrames(1);
-    QTRY_COMPARE(h.clock.requestsBesidesKeepalive(), QList<qint64>{1000});
+    TRY_COMPARE(h.clock.requestsBesidesKeepalive(), QList<qint64>{1000});
     // The event is posted to this thread before the retry is timed, but may
     // not have been handled yet.
-    QTRY_COMPARE(h.errors().size(), 1);
+    TRY_COMPARE(h.errors().size(), 1);
     QCOMPARE(h.errors().last(),
              QStringLiteral("Connection lost (overloaded), reconnecting in 1s…"));
     h.clock.advance(1s);
-    QTRY_COMPARE(h.count<Connected>(), 2);
+    TRY_COMPARE(h.count<Connected>(), 2);
     QCOMPARE(h.service->liveSessions().size(), 2);
 }
 
@@ -270,7 +275,7 @@ void TestLiveAudioStreamer::authExpiredAndRefreshFails()
     };
     h.service->expireAccessTokens();
     h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
-    QTRY_COMPARE(h.count<Disconnected>(), 1);
+    TRY_COMPARE(h.count<Disconnected>(), 1);
     QCOMPARE(asked, 1);
     QCOMPARE(h.session(0).closeCodeSent, 4001);
     QCOMPARE(h.events, (std::vector<LiveTranscriptEvent>{
@@ -297,14 +302,14 @@ void TestLiveAudioStreamer::authExpiredAndRefreshSucceeds()
     h.service->scriptLive(LiveScript().close(4001, "Token expired", LiveScript::kBeforeConnected));
     h.service->scriptLive(LiveScript().drop(1));
     h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
-    QTRY_COMPARE(h.clock.requestsBesidesKeepalive(), QList<qint64>{1000});
+    TRY_COMPARE(h.clock.requestsBesidesKeepalive(), QList<qint64>{1000});
     h.clock.advance(1s);
-    QTRY_COMPARE(h.clock.requestsBesidesKeepalive(), (QList<qint64>{1000, 2000}));
+    TRY_COMPARE(h.clock.requestsBesidesKeepalive(), (QList<qint64>{1000, 2000}));
     QCOMPARE(h.streamer.reconnectAttempts(), 2);
     h.clock.advance(2s);
     // The 4001 close: refreshed, and at once (no back-off) on the new token.
-    QTRY_COMPARE(h.service->liveSessions().size(), 4);
-    QTRY_COMPARE(h.count<Connected>(), 3);
+    TRY_COMPARE(h.service->liveSessions().size(), 4);
+    TRY_COMPARE(h.count<Connected>(), 3);
     QCOMPARE(h.session(2).token, h.token);
     QCOMPARE(h.session(3).token, fresh);
     QCOMPARE(h.streamer.reconnectAttempts(), 0);
@@ -312,7 +317,7 @@ void TestLiveAudioStreamer::authExpiredAndRefreshSucceeds()
     QVERIFY(!h.errors().contains(QStringLiteral("Authentication failed")));
     // The next failure starts the schedule from the beginning.
     h.sendFrames(1);
-    QTRY_COMPARE(h.clock.requestsBesidesKeepalive(), (QList<qint64>{1000, 2000, 1000}));
+    TRY_COMPARE(h.clock.requestsBesidesKeepalive(), (QList<qint64>{1000, 2000, 1000}));
 }
 
 void TestLiveAudioStreamer::keepalivePingsOnlyAfterSilence()
@@ -320,18 +325,18 @@ void TestLiveAudioStreamer::keepalivePingsOnlyAfterSilence()
     Harness h;
     h.service->scriptLive(LiveScript());
     h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
-    QTRY_COMPARE(h.count<Connected>(), 1);
+    TRY_COMPARE(h.count<Connected>(), 1);
     h.sendFrames(1);
-    QTRY_COMPARE(h.service->liveFramesReceived(), 1);
+    TRY_COMPARE(h.service->liveFramesReceived(), 1);
     h.clock.advance(10s);
     h.sendFrames(1);
-    QTRY_COMPARE(h.service->liveFramesReceived(), 2);
+    TRY_COMPARE(h.service->liveFramesReceived(), 2);
     h.clock.advance(5s);  // the tick at 15 s: audio went out 5 s ago
     h.clock.advance(15s); // at 30 s: 20 s of silence
-    QTRY_COMPARE(h.session(0).pings, 1);
-    QTRY_VERIFY(logged(QStringLiteral("🌐 💓 Keepalive ping sent (silence: 20s)")));
+    TRY_COMPARE(h.session(0).pings, 1);
+    TRY_VERIFY(logged(QStringLiteral("🌐 💓 Keepalive ping sent (silence: 20s)")));
     h.clock.advance(15s);
-    QTRY_COMPARE(h.session(0).pings, 2);
+    TRY_COMPARE(h.session(0).pings, 2);
     QCOMPARE(h.service->liveSessions().size(), 1);
 }
 
@@ -342,10 +347,10 @@ void TestLiveAudioStreamer::serviceErrorKeepsTheConnection()
         LiveScript().send({{QStringLiteral("type"), QStringLiteral("error")},
                            {QStringLiteral("message"), QStringLiteral("Quota exceeded")}}));
     h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
-    QTRY_COMPARE(h.errors(), QStringList{QStringLiteral("Quota exceeded")});
+    TRY_COMPARE(h.errors(), QStringList{QStringLiteral("Quota exceeded")});
     QVERIFY(logged(QStringLiteral("🌐 ❌ Server error: Quota exceeded")));
     h.sendFrames(2);
-    QTRY_COMPARE(h.service->liveFramesReceived(), 2);
+    TRY_COMPARE(h.service->liveFramesReceived(), 2);
     QCOMPARE(h.service->liveSessions().size(), 1);
     QVERIFY(h.clock.requestsBesidesKeepalive().isEmpty());
 }

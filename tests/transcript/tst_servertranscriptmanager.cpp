@@ -12,6 +12,11 @@
 #include <QSignalSpy>
 #include <QTest>
 
+// Generous waits: the service, the sanitizers and other builds share a busy
+// machine, and a wait ends as soon as its condition holds.
+#define TRY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 30000)
+#define TRY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, 30000)
+
 using namespace sorv;
 using namespace sorv::LiveEvent;
 
@@ -223,11 +228,11 @@ void TestServerTranscriptManager::stopKeepsSegmentsStartClearsThem()
     QSignalSpy ended(&m, &ServerTranscriptManager::streamEnded);
     m.start(w.auth, "en-US");
     QCOMPARE(m.status(), TranscriptStatus::connecting());
-    QTRY_COMPARE(rows(m), QStringList{"0 0 0: Hello."});
+    TRY_COMPARE(rows(m), QStringList{"0 0 0: Hello."});
     QCOMPARE(m.status(), TranscriptStatus::active());
     m.stop();
     QCOMPARE(m.status(), TranscriptStatus::idle());
-    QTRY_COMPARE(ended.count(), 1);
+    TRY_COMPARE(ended.count(), 1);
     QVERIFY(!m.isStreaming());
     QCOMPARE(rows(m), QStringList{"0 0 0: Hello."});
 
@@ -236,9 +241,9 @@ void TestServerTranscriptManager::stopKeepsSegmentsStartClearsThem()
     m.start(w.auth, "en-US");
     QCOMPARE(cleared.count(), 1);
     QVERIFY(m.segments().isEmpty());
-    QTRY_COMPARE(m.status(), TranscriptStatus::active());
+    TRY_COMPARE(m.status(), TranscriptStatus::active());
     m.stop();
-    QTRY_COMPARE(ended.count(), 2);
+    TRY_COMPARE(ended.count(), 2);
 }
 
 void TestServerTranscriptManager::conversationFromTheService()
@@ -248,12 +253,12 @@ void TestServerTranscriptManager::conversationFromTheService()
     SignedIn w;
     ServerTranscriptManager m;
     m.start(w.auth, "de-DE");
-    QTRY_COMPARE(m.status(), TranscriptStatus::active());
+    TRY_COMPARE(m.status(), TranscriptStatus::active());
     QCOMPARE(w.service->liveSessions().value(0).languageHints, (QStringList{"de", "en"}));
     for (int i = 0; i < 45; ++i)
         m.streamer().sendAudio(std::vector<float>(3 * 1920, 0.0f));
-    QTRY_COMPARE(m.speakerNames().value("1"), QStringLiteral("Sam"));
-    QTRY_VERIFY(m.segments().size() >= 2);
+    TRY_COMPARE(m.speakerNames().value("1"), QStringLiteral("Sam"));
+    TRY_VERIFY(m.segments().size() >= 2);
     QCOMPARE(rows(m).mid(0, 2), (QStringList{"0 0 Alex: Good morning, thanks for joining.",
                                              "1 1 Sam: Morning! Happy to be here."}));
     m.stop();
@@ -268,7 +273,7 @@ void TestServerTranscriptManager::expiredTokenIsRefreshedThroughTheSession()
     ServerTranscriptManager m;
     QSignalSpy statuses(&m, &ServerTranscriptManager::statusChanged);
     m.start(w.auth, "en-US");
-    QTRY_COMPARE(m.status(), TranscriptStatus::active());
+    TRY_COMPARE(m.status(), TranscriptStatus::active());
     const auto sessions = w.service->liveSessions();
     QCOMPARE(sessions.size(), 2);
     QCOMPARE(sessions[0].token, old);
