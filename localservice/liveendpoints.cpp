@@ -346,8 +346,15 @@ std::optional<LiveScript> LiveEndpoint::takeScript()
 
 QList<LiveSession> LiveEndpoint::sessions() const
 {
+    // A copy with storage of its own: a shared list would let a later write
+    // here go in place (seeing it unshared) without ordering it after the
+    // caller's reads.
     std::lock_guard lock(m_mutex);
-    return m_sessions;
+    QList<LiveSession> copy;
+    copy.reserve(m_sessions.size());
+    for (const LiveSession& s : std::as_const(m_sessions))
+        copy.append(s);
+    return copy;
 }
 
 int LiveEndpoint::framesReceived() const
