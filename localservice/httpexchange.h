@@ -67,4 +67,31 @@ struct Route {
 
 bool matchRoute(const QString& pattern, const QString& path, QStringList* params);
 
+// A WebSocket connection as an endpoint sees it, after the upgrade: blocking
+// calls on the connection's own thread.
+class WebSocketChannel {
+public:
+    struct Message {
+        bool binary = false;
+        QByteArray data;
+    };
+
+    virtual ~WebSocketChannel() = default;
+    // The next message; none once the connection is closed or broken (then
+    // closeCode() says how, when the peer sent a close frame).
+    virtual std::optional<Message> read() = 0;
+    virtual bool sendText(const QByteArray& text) = 0;
+    // The close handshake with this code and reason.
+    virtual void close(int code, const QByteArray& reason) = 0;
+    // Ends the connection at once, without a close frame.
+    virtual void drop() = 0;
+    // The peer's close code, 0 when it sent none.
+    virtual int closeCode() const = 0;
+
+    // Called for every ping from the peer (they are answered inside read()).
+    std::function<void()> onPing;
+};
+
+using WebSocketHandler = std::function<void(const ServiceRequest&, WebSocketChannel&)>;
+
 } // namespace sorv::local

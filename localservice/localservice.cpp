@@ -1,11 +1,14 @@
 #include "localservice.h"
 
 #include "core/log.h"
+#include "localservice/liveendpoints.h"
 #include "localservice/servicestate.h"
 
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/beast/core/buffers_to_string.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http.hpp>
+#include <boost/beast/websocket.hpp>
 
 #include <QCryptographicHash>
 #include <QUrlQuery>
@@ -27,6 +30,7 @@ namespace sorv::local {
 
 namespace beast = boost::beast;
 namespace http = beast::http;
+namespace websocket = beast::websocket;
 namespace net = boost::asio;
 using tcp = net::ip::tcp;
 
@@ -109,6 +113,59 @@ private:
     qint64 m_size = 0;
 };
 
+// A WebSocket connection after the upgrade, for the endpoint's handler.
+class BeastWebSocketChannel final : public WebSocketChannel {
+public:
+    explicit BeastWebSocketChannel(websocket::stream<tcp::socket&>& ws) : m_ws(ws)
+    {
+        m_ws.control_callback([this](websocket::frame_type kind, beast::string_view) {
+            if (kind == websocket::frame_type::ping && onPing)
+                onPing();
+        });
+    }
+
+    std::optional<Message> read() override
+    {
+        beast::flat_buffer buffer;
+        beast::error_code ec;
+        m_ws.read(buffer, ec);
+        if (ec) {
+            if (ec == websocket::error::closed)
+                m_closeCode = m_ws.reason().code;
+            return std::nullopt;
+        }
+        Message m;
+        m.binary = m_ws.got_binary();
+        m.data = QByteArray::fromStdString(beast::buffers_to_string(buffer.data()));
+        return m;
+    }
+
+    bool sendText(const QByteArray& text) override
+    {
+        beast::error_code ec;
+        m_ws.text(true);
+        m_ws.write(net::buffer(text.constData(), std::size_t(text.size())), ec);
+        return !ec;
+    }
+
+    void close(int code, const QByteArray& reason) override
+    {
+        beast::error_code ec;
+        m_ws.close(websocket::close_reason(
+                       static_cast<websocket::close_code>(code),
+                       beast::string_view(reason.constData(), std::size_t(reason.size()))),
+                   ec);
+    }
+
+    void drop() override { ::shutdown(m_ws.next_layer().native_handle(), SHUT_RDWR); }
+
+    int closeCode() const override { return m_closeCode; }
+
+private:
+    websocket::stream<tcp::socket&>& m_ws;
+    int m_closeCode = 0;
+};
+
 } // namespace
 
 QByteArray LoggedRequest::header(const QByteArray& name) const
@@ -162,6 +219,8 @@ struct LocalService::Impl {
     Options options;
     ServiceState state;
     std::vector<Route> routes;
+    std::vector<std::pair<QString, WebSocketHandler>> webSocketRoutes;
+    std::unique_ptr<LiveEndpoint> live;
 
     net::io_context io;
     std::unique_ptr<tcp::acceptor> acceptor;
@@ -184,6 +243,8 @@ struct LocalService::Impl {
     void serve(Connection& connection);
     // False when the connection must end.
     bool serveOne(tcp::socket& socket, beast::flat_buffer& buffer);
+    bool serveWebSocket(tcp::socket& socket, http::request<http::empty_body>& upgrade,
+                        ServiceRequest& request, const QString& target);
     std::optional<ScriptedAnswer> takeScript(const QByteArray& method, const QString& path);
     bool sleepUnlessStopping(std::chrono::milliseconds delay);
     const Route* findRoute(const QByteArray& method, const QString& path, QStringList* params,
@@ -345,6 +406,13 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
     const unsigned version = header.version();
     bool keepAlive = header.keep_alive();
 
+    if (websocket::is_upgrade(header)) {
+        for (const auto& [pattern, handler] : webSocketRoutes) {
+            if (matchRoute(pattern, request.path, &request.params))
+                return serveWebSocket(socket, headerParser.get(), request, target);
+        }
+    }
+
     bool pathKnown = false;
     const Route* route = findRoute(request.method, request.path, &request.params, &pathKnown);
 
@@ -442,6 +510,38 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
     return write(socket, response, version, keepAlive);
 }
 
+// The connection becomes the endpoint's until it ends.
+bool LocalService::Impl::serveWebSocket(tcp::socket& socket,
+                                        http::request<http::empty_body>& upgrade,
+                                        ServiceRequest& request, const QString& target)
+{
+    {
+        std::lock_guard lock(logMutex);
+        log.append({request.method, request.path, target, request.headers, {}, 0, {}});
+    }
+    const WebSocketHandler* handler = nullptr;
+    for (const auto& [pattern, h] : webSocketRoutes) {
+        if (matchRoute(pattern, request.path, &request.params))
+            handler = &h;
+    }
+    websocket::stream<tcp::socket&> ws(socket);
+    ws.set_option(websocket::stream_base::decorator([](websocket::response_type& res) {
+        res.set(http::field::server, "sorvelandrix-local-service");
+    }));
+    ws.read_message_max(1024 * 1024);
+    beast::error_code ec;
+    ws.accept(upgrade, ec);
+    if (options.logRequests)
+        consoleLog(QStringLiteral("🌐 %1 %2 → %3 (WebSocket)")
+                       .arg(QString::fromUtf8(request.method), request.path)
+                       .arg(ec ? 400 : 101));
+    if (ec || !handler)
+        return false;
+    BeastWebSocketChannel channel(ws);
+    (*handler)(request, channel);
+    return false;
+}
+
 LocalService::LocalService(Options options) : d(std::make_unique<Impl>(std::move(options)))
 {
     addAuthEndpoints(*this, d->state);
@@ -449,6 +549,12 @@ LocalService::LocalService(Options options) : d(std::make_unique<Impl>(std::move
     addMeetingEndpoints(*this, d->state);
     addUploadEndpoints(*this, d->state);
     addPasskeyEndpoints(*this, d->state);
+    d->live = std::make_unique<LiveEndpoint>(d->state);
+    addWebSocketRoute(
+        QStringLiteral("/api/live/stream"),
+        [live = d->live.get()](const ServiceRequest& request, WebSocketChannel& channel) {
+            live->serve(request, channel);
+        });
 }
 
 LocalService::~LocalService()
@@ -590,6 +696,26 @@ QString LocalService::addAccount(const QString& email, const QString& name, cons
 void LocalService::addRoute(Route route)
 {
     d->routes.push_back(std::move(route));
+}
+
+void LocalService::addWebSocketRoute(const QString& pattern, WebSocketHandler handler)
+{
+    d->webSocketRoutes.emplace_back(pattern, std::move(handler));
+}
+
+void LocalService::scriptLive(LiveScript script)
+{
+    d->live->queueScript(std::move(script));
+}
+
+QList<LiveSession> LocalService::liveSessions() const
+{
+    return d->live->sessions();
+}
+
+int LocalService::liveFramesReceived() const
+{
+    return d->live->framesReceived();
 }
 
 } // namespace sorv::local

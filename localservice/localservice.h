@@ -1,6 +1,7 @@
 #pragma once
 
 #include "localservice/httpexchange.h"
+#include "localservice/livescript.h"
 
 #include <QByteArray>
 #include <QList>
@@ -56,6 +57,12 @@ public:
         bool logRequests = false;                       // one console line per request
         std::chrono::milliseconds processingTime{5000}; // an upload's time in "processing"
         std::chrono::milliseconds idleTimeout{30000};   // a kept-alive connection's quiet time
+        // Live transcripts of English streams: pocketsphinx's models here
+        // (empty: its own directory), decoded with this JSGF grammar instead
+        // of the general language model when one is given.
+        QString speechModelDirectory;
+        QString speechGrammarFile;
+        bool keepLiveAudio = false; // LiveSession::audio, for tests
     };
 
     static inline const QString kDemoEmail = QStringLiteral("demo@sorvelandrix.local");
@@ -82,6 +89,14 @@ public:
     int requestCount(const QByteArray& method, const QString& path) const;
     void clearRequestLog();
 
+    // The live WebSocket: the next connection follows this script instead
+    // of transcribing; scripts are used in the order they were queued.
+    void scriptLive(LiveScript script);
+    // Every live connection so far, oldest first.
+    QList<LiveSession> liveSessions() const;
+    // Audio frames received over all live connections.
+    int liveFramesReceived() const;
+
     // ---- state, for tests and the console ----
     QString lastMfaCode() const;
     void setAccessTokenLifetime(std::chrono::seconds lifetime);
@@ -95,6 +110,7 @@ public:
 
     // For endpoint groups added in their own files; only before start().
     void addRoute(Route route);
+    void addWebSocketRoute(const QString& pattern, WebSocketHandler handler);
 
 private:
     struct Impl;

@@ -156,7 +156,11 @@ bool ServiceState::checkPassword(const QString& accountId, const QString& passwo
 
 std::optional<Account> ServiceState::authenticate(const ServiceRequest& request)
 {
-    const QString token = request.bearerToken();
+    return authenticateToken(request.bearerToken());
+}
+
+std::optional<Account> ServiceState::authenticateToken(const QString& token)
+{
     if (token.isEmpty())
         return std::nullopt;
     const auto rows = m_db.query("SELECT account_id FROM tokens WHERE token = ? AND kind = 'access'"

@@ -39,6 +39,7 @@ public:
 
     // The account of a valid, unexpired access token, else none.
     std::optional<Account> authenticate(const ServiceRequest& request);
+    std::optional<Account> authenticateToken(const QString& accessToken);
     std::optional<Account> accountByEmail(const QString& email);
     std::optional<Account> accountById(const QString& id);
     bool checkPassword(const QString& accountId, const QString& password);

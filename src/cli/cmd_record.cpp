@@ -1,4 +1,5 @@
 // sorvelandrix record [--duration SECONDS] [--device ID] [--video] [--target ID]
+//                     [--live server|on-device] [--language LOCALE]
 //                     [--save|--discard]
 //
 // One recording through AudioRecorder: microphone and system audio until the
@@ -10,11 +11,15 @@
 // as it happens.
 // With --video the screen (or the target `sorvelandrix targets` lists) goes
 // into an MP4 beside the WAV, and the MP4 is what --save uploads.
+// With --live, the live transcript (the service's or the on-device preview)
+// runs with the recording and is printed as it firms up.
 
 #include "audio/audioengine.h"
 #include "cli/clisession.h"
 #include "cli/command.h"
 #include "cli/commands.h"
+#include "cli/livetranscriptreporter.h"
+#include "cli/livetranscriptrun.h"
 #include "cli/uploadreporter.h"
 #include "core/format.h"
 #include "core/signalnotifier.h"
@@ -27,6 +32,7 @@
 
 #include <cmath>
 #include <csignal>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -35,7 +41,7 @@ namespace {
 
 const QString kUsage =
     QStringLiteral("record [--duration SECONDS] [--device ID] [--video] [--target ID] "
-                   "[--save|--discard]");
+                   "[--live server|on-device] [--language LOCALE] [--save|--discard]");
 // Longer than any meeting, and still exact as a count of frames.
 constexpr double kMaxDurationSeconds = 7 * 24 * 3600;
 
@@ -47,6 +53,9 @@ int runRecord(CommandContext& ctx)
     bool save = false;
     bool video = false;
     std::optional<ScreenCaptureTargetOption> target;
+    std::optional<LiveTranscriptRun::Mode> liveMode;
+    QString language;
+    QString speechGrammar; // not in the usage: tests decode known phrases with it
     const auto usage = [&ctx](const QString& why) {
         ctx.error(why + QStringLiteral("\nUsage: sorvelandrix ") + kUsage);
         return kExitUsage;
@@ -75,6 +84,16 @@ int runRecord(CommandContext& ctx)
             if (!target)
                 return usage(QStringLiteral("--target needs a capture target id such as "
                                             "display:main (see sorvelandrix targets)"));
+        } else if (a == QLatin1String("--live")) {
+            liveMode = LiveTranscriptRun::parseMode(i + 1 < ctx.args.size() ? ctx.args.at(++i)
+                                                                            : QString());
+            if (!liveMode)
+                return usage(QStringLiteral("--live needs server or on-device"));
+        } else if (a == QLatin1String("--language") || a == QLatin1String("--speech-grammar")) {
+            QString& value = a == QLatin1String("--language") ? language : speechGrammar;
+            value = i + 1 < ctx.args.size() ? ctx.args.at(++i) : QString();
+            if (value.isEmpty() || value.startsWith(QLatin1String("--")))
+                return usage(QStringLiteral("%1 needs a value").arg(a));
         } else if (a == QLatin1String("--discard")) {
             discard = true;
         } else if (a == QLatin1String("--save")) {
@@ -87,10 +106,16 @@ int runRecord(CommandContext& ctx)
         return usage(QStringLiteral("--save and --discard exclude each other"));
     if (target && !video)
         return usage(QStringLiteral("--target goes with --video"));
+    if (!language.isEmpty() && !liveMode)
+        return usage(QStringLiteral("--language goes with --live"));
+    if (!speechGrammar.isEmpty() && liveMode != LiveTranscriptRun::Mode::OnDevice)
+        return usage(QStringLiteral("--speech-grammar goes with --live on-device"));
+    const bool liveServer = liveMode == LiveTranscriptRun::Mode::Server;
 
-    // With --save the session must be there before anything is recorded.
+    // With --save or the service's live transcript the session must be there
+    // before anything is recorded.
     std::optional<CliSession> session;
-    if (save) {
+    if (save || liveServer) {
         session.emplace(ctx);
         if (!session->requireSignedIn())
             return kExitFailure;
@@ -103,6 +128,9 @@ int runRecord(CommandContext& ctx)
         recorder.selectInputDevice(*device);
     if (session)
         recorder.setAuthManager(&session->auth());
+    std::unique_ptr<LiveTranscriptRun> live;
+    if (liveMode)
+        live = std::make_unique<LiveTranscriptRun>(ctx, *liveMode, language, speechGrammar);
     if (duration > 0)
         recorder.setDurationLimit(duration);
     std::unique_ptr<UploadReporter> uploadReporter;
@@ -138,18 +166,39 @@ int runRecord(CommandContext& ctx)
 
     QTimer meterTimer;
     meterTimer.setInterval(100);
+    // The level meter, and beside it the words being spoken.
+    const auto drawMeter = [&] {
+        QString line = QStringLiteral("\r🎤 %1  🔊 %2  %3")
+                           .arg(meterBar(recorder.micLevel()), meterBar(recorder.systemLevel()),
+                                recorder.elapsedText());
+        if (live) {
+            const QString open = live->openLine();
+            if (!open.isEmpty())
+                line += QStringLiteral("  ") +
+                        LiveTranscriptReporter::fitToWidth(
+                            open, LiveTranscriptReporter::terminalColumns() - 58);
+            line += QStringLiteral("\033[K");
+        }
+        ctx.draw(line);
+        meterShown = true;
+    };
     QObject::connect(&meterTimer, &QTimer::timeout, &recorder, [&] {
         if (ctx.json) {
             ctx.event({{QStringLiteral("event"), QStringLiteral("meters")},
                        {QStringLiteral("mic"), double(recorder.micLevel())},
                        {QStringLiteral("system"), double(recorder.systemLevel())}});
         } else if (ctx.terminal) {
-            ctx.draw(QStringLiteral("\r🎤 %1  🔊 %2  %3")
-                         .arg(meterBar(recorder.micLevel()), meterBar(recorder.systemLevel()),
-                              recorder.elapsedText()));
-            meterShown = true;
+            drawMeter();
         }
     });
+    if (live) {
+        live->setRedraw([&] {
+            // A finished line was printed over the meter, or the open one changed.
+            meterShown = false;
+            if (meterTimer.isActive())
+                drawMeter();
+        });
+    }
 
     auto reportSystemAudio = [&] {
         QJsonObject e{{QStringLiteral("event"), QStringLiteral("systemAudio")},
@@ -204,7 +253,8 @@ int runRecord(CommandContext& ctx)
                    {QStringLiteral("available"), !lost}});
     });
 
-    QObject::connect(&recorder, &AudioRecorder::stateChanged, &recorder, [&] {
+    std::function<void()> handleState;
+    handleState = [&] {
         const RecordingState state = recorder.state();
         // Upload progress changes the state many times; report each kind once.
         if (state.kind() == lastKind)
@@ -231,6 +281,12 @@ int runRecord(CommandContext& ctx)
             ctx.print(QStringLiteral("Stopping…"));
             break;
         case RecordingState::Kind::PendingSave: {
+            // The live transcript's last words come first.
+            if (live && live->windDown([&] {
+                    lastKind.reset();
+                    handleState();
+                }))
+                break;
             const QString path = recorder.outputPath();
             if (discard) {
                 recorder.discardRecording();
@@ -267,6 +323,8 @@ int runRecord(CommandContext& ctx)
                 break; // the upload's failure, reported by the reporter
             meterTimer.stop();
             endMeterLine();
+            if (live)
+                live->stop();
             ctx.error(state.message());
             // A microphone given up on ends the run; what was recorded stays.
             if (wasRecording && QFileInfo::exists(recorder.outputPath()) &&
@@ -278,9 +336,12 @@ int runRecord(CommandContext& ctx)
         default:
             break;
         }
-    });
+    };
+    QObject::connect(&recorder, &AudioRecorder::stateChanged, &recorder, handleState);
 
     QTimer::singleShot(0, &recorder, [&] {
+        if (live)
+            live->start(recorder, session ? &session->auth() : nullptr);
         recorder.requestStartRecording(video,
                                        target.value_or(ScreenCaptureTargetOption::mainDisplay()));
     });
@@ -295,7 +356,8 @@ Command recordCommand()
             QStringLiteral("record the microphone (--device: one from `devices`) and system audio "
                            "until the duration ends or Ctrl-C, then keep the WAV file and print "
                            "its path, upload it with --save, or delete it with --discard; --video "
-                           "also records the screen or a target into an MP4"),
+                           "also records the screen or a target into an MP4; --live shows the "
+                           "service's live transcript or the on-device preview while it records"),
             runRecord};
 }
 

@@ -38,11 +38,4 @@ void setLogSink(LogSink sink)
     logSink() = std::move(sink);
 }
 
-QString redactToken(const QString& token)
-{
-    if (token.size() <= 8)
-        return QStringLiteral("…");
-    return token.left(6) + QStringLiteral("…");
-}
-
 } // namespace sorv

@@ -23,7 +23,4 @@ constexpr bool logThinned(std::int64_t n, std::int64_t first, std::int64_t every
     return (n >= 1 && n <= first) || (n > 0 && n % every == 0);
 }
 
-// A token shortened for logs: never printed in full.
-QString redactToken(const QString& token);
-
 } // namespace sorv

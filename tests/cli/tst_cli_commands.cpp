@@ -6,6 +6,7 @@
 #include "audio/mixer.h"
 #include "audio/wavwriter.h"
 #include "cli/command.h"
+#include "cli/livetranscriptreporter.h"
 #include "core/log.h"
 #include "core/paths.h"
 #include "core/secretstore.h"
@@ -15,6 +16,8 @@
 #include "service/passkeys/passkeymanager.h"
 #include "support/isolatedenvironment.h"
 #include "support/toneprobe.h"
+#include "transcript/localtranscriptmanager.h"
+#include "transcript/servertranscriptmanager.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
@@ -141,6 +144,11 @@ private Q_SLOTS:
     void mixRefusesWhatItCannotUse();
     void passkeysAddSignOutSignInRemove();
     void softwarePasskeysOnlyForThisComputer();
+    void liveServerNeedsASession();
+    void liveTranscriptOnATerminal();
+    void liveTranscriptAsJson();
+    void onDeviceLanguageMissing_data();
+    void onDeviceLanguageMissing();
 };
 
 void TestCliCommands::usageErrors_data()
@@ -165,6 +173,16 @@ void TestCliCommands::usageErrors_data()
             << "capture target id";
     QTest::newRow("targets with an argument")
         << QStringList{"targets", "x"} << "Usage: sorvelandrix targets";
+    QTest::newRow("live without a mode") << QStringList{"record", "--live"} << "--live needs";
+    QTest::newRow("live with an unknown mode")
+        << QStringList{"record", "--live", "cloud"} << "--live needs server or on-device";
+    QTest::newRow("language without live")
+        << QStringList{"record", "--language", "de-DE"} << "--language goes with --live";
+    QTest::newRow("language missing")
+        << QStringList{"record", "--live", "server", "--language"} << "--language needs a value";
+    QTest::newRow("grammar for the service")
+        << QStringList{"record", "--live", "server", "--speech-grammar", "g.jsgf"}
+        << "--speech-grammar goes with --live on-device";
     QTest::newRow("empty bot id") << QStringList{"stop-bot", ""} << "Usage: sorvelandrix stop-bot";
     QTest::newRow("join without link") << QStringList{"join"} << "Usage: sorvelandrix join";
     QTest::newRow("unknown command") << QStringList{"dance"} << "Unknown command dance";
@@ -524,6 +542,141 @@ void TestCliCommands::softwarePasskeysOnlyForThisComputer()
                  "a loopback address")),
              qPrintable(remote.err));
     QVERIFY(!QFileInfo::exists(keyFile));
+}
+
+void TestCliCommands::liveServerNeedsASession()
+{
+    test::IsolatedEnvironment env;
+    test::LocalServiceFixture service;
+    const Run r = runCli({"record", "--live", "server", "--duration", "1"});
+    QCOMPARE(r.status, cli::kExitFailure);
+    QCOMPARE(r.err.trimmed(), QStringLiteral("Not signed in. Sign in with: sorvelandrix login"));
+    QVERIFY(r.out.isEmpty()); // nothing was recorded
+}
+
+namespace {
+
+struct ReporterRun {
+    QString out;
+    cli::CommandContext ctx;
+    ServerTranscriptManager transcript;
+    std::unique_ptr<cli::LiveTranscriptReporter> reporter;
+    int redraws = 0;
+
+    ReporterRun(bool terminal, bool json)
+    {
+        ctx.terminal = terminal;
+        ctx.json = json;
+        ctx.out = [this](const QByteArray& b) { out += QString::fromUtf8(b); };
+        ctx.err = [](const QByteArray&) {};
+        reporter = std::make_unique<cli::LiveTranscriptReporter>(ctx, transcript);
+        reporter->redraw = [this] { ++redraws; };
+    }
+    void feed(const std::vector<LiveTranscriptEvent>& events)
+    {
+        for (const auto& e : events)
+            transcript.handle(e);
+    }
+};
+
+} // namespace
+
+void TestCliCommands::liveTranscriptOnATerminal()
+{
+    using namespace LiveEvent;
+    ReporterRun r(true, false);
+    r.feed({Connected{"t"}, Partial{"Hel", "guest_1"}, Partial{"Hello", "guest_1"}});
+    // Still being spoken: shown in place, not printed.
+    QVERIFY(r.out.isEmpty());
+    QCOMPARE(r.reporter->openLine(), QStringLiteral("Guest 1: Hello"));
+    QCOMPARE(r.redraws, 2);
+    r.feed({Segment{"guest_1", "Hello there.", 0, 0, true}});
+    QCOMPARE(r.out, QStringLiteral("\r\033[KGuest 1: Hello there.\n"));
+    QVERIFY(r.reporter->openLine().isEmpty());
+    // Cut short by another speaker: printed as it stood.
+    r.feed({Partial{"So", "you"}, Segment{"1", "Right.", 0, 0, true}, Partial{"and", "you"}});
+    QCOMPARE(
+        r.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts),
+        (QStringList{"\r\033[KGuest 1: Hello there.", "\r\033[KYou: So", "\r\033[K1: Right."}));
+    QCOMPARE(r.reporter->openLine(), QStringLiteral("You: Soand"));
+    // The error shows; what was open is printed at the end.
+    r.feed({Error{"Authentication failed"}, Disconnected{}});
+    r.reporter->finish();
+    QVERIFY(r.out.endsWith(
+        QStringLiteral("\r\033[KLive transcript: Authentication failed\n\r\033[KYou: Soand\n")));
+
+    QCOMPARE(cli::LiveTranscriptReporter::fitToWidth(QStringLiteral("abcdef"), 6),
+             QStringLiteral("abcdef"));
+    QCOMPARE(cli::LiveTranscriptReporter::fitToWidth(QStringLiteral("abcdefg"), 4),
+             QStringLiteral("…efg"));
+}
+
+void TestCliCommands::liveTranscriptAsJson()
+{
+    using namespace LiveEvent;
+    ReporterRun r(false, true);
+    r.transcript.stop(); // idle → idle: no event
+    r.feed({Status{"connecting"}, Connected{"t"}, Partial{"Hel", "0"},
+            Segment{"0", "Hello.", 0, 0, true}, SpeakerNames{{{"0", "Ada"}}}});
+    QList<QJsonObject> events;
+    for (const QString& line : r.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+        events << QJsonDocument::fromJson(line.toUtf8()).object();
+    const auto segment = [](const char* name, const char* text) {
+        return QJsonObject{{"event", "segment"},
+                           {"id", 0},
+                           {"speaker", "0"},
+                           {"displayName", name},
+                           {"text", text}};
+    };
+    QCOMPARE(events, (QList<QJsonObject>{
+                         {{"event", "transcriptStatus"}, {"status", "connecting"}, {"message", ""}},
+                         {{"event", "transcriptStatus"}, {"status", "active"}, {"message", ""}},
+                         segment("0", "Hel"),
+                         segment("0", "Hello."),
+                         segment("Ada", "Hello.")}));
+    r.feed({Error{"Quota exceeded"}});
+    QCOMPARE(
+        QJsonDocument::fromJson(r.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts).last().toUtf8())
+            .object(),
+        (QJsonObject{
+            {"event", "transcriptStatus"}, {"status", "error"}, {"message", "Quota exceeded"}}));
+}
+
+void TestCliCommands::onDeviceLanguageMissing_data()
+{
+    QTest::addColumn<bool>("json");
+    QTest::newRow("text") << false;
+    QTest::newRow("json") << true;
+}
+
+// The preview of a language with no model says so by name, in both forms,
+// and the recording goes on without it.
+void TestCliCommands::onDeviceLanguageMissing()
+{
+    QFETCH(bool, json);
+    test::IsolatedEnvironment env;
+    QString out;
+    cli::CommandContext ctx;
+    ctx.json = json;
+    ctx.out = [&out](const QByteArray& b) { out += QString::fromUtf8(b); };
+    ctx.err = [](const QByteArray&) {};
+    // No recogniser for any language, as on a machine without the models.
+    LocalTranscriptManager preview([](const QString&) { return nullptr; });
+    cli::LiveTranscriptReporter reporter(ctx, preview);
+    preview.overrideLocale(QStringLiteral("zu-ZA"));
+    preview.start();
+    QTRY_VERIFY(preview.status().isError());
+    const QString text = LocalTranscriptManager::unavailableText(QStringLiteral("zu-ZA"));
+    QVERIFY(text.contains(QStringLiteral("isiZulu")));
+    const QStringList lines = out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    if (!json) {
+        QCOMPARE(lines, QStringList{QStringLiteral("Live transcript: ") + text});
+        return;
+    }
+    QCOMPARE(QJsonDocument::fromJson(lines.last().toUtf8()).object(),
+             (QJsonObject{{"event", "transcriptStatus"}, {"status", "error"}, {"message", text}}));
+    for (const QString& line : lines.first(lines.size() - 1))
+        QVERIFY2(!line.contains(QStringLiteral("\"error\"")), qPrintable(line));
 }
 
 QTEST_GUILESS_MAIN(TestCliCommands)

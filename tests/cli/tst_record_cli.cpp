@@ -1,15 +1,19 @@
 // `sorvelandrix record` as a user runs it, inside a private PulseAudio
 // daemon: a timed recording of a microphone tone and a system tone, the
 // signals that stop it (and a reader that goes away), --discard, --save
-// interrupted, a disk that fills up, and no sound server at all.
+// interrupted, a disk that fills up, no sound server at all, and the live
+// transcripts (the service's and the on-device preview) of speech played
+// into the microphone.
 
 #include "core/paths.h"
 #include "core/secretstore.h"
 #include "localservicefixture.h"
 #include "service/authmanager.h"
+#include "speechsamples.h"
 #include "support/isolatedenvironment.h"
 #include "support/pulsesandbox.h"
 #include "support/toneprobe.h"
+#include "transcript/speechmodel.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -78,6 +82,8 @@ private Q_SLOTS:
     void terminatedDuringSaveKeepsTheRecording();
     void fullDiskEndsTheRecordingAndKeepsWhatWasSaved();
     void noSoundServerFails();
+    void liveServerPrintsTheTranscriptWhileRecording();
+    void liveOnDeviceReportsSegmentsAsJson();
 
 private:
     QTemporaryDir m_tones;
@@ -298,6 +304,120 @@ void TestRecordCli::noSoundServerFails()
     QCOMPARE(p.exitCode(), 1);
     QVERIFY(p.readAllStandardError().contains("No microphone available"));
     QVERIFY(recordings().isEmpty());
+}
+
+namespace {
+
+const QStringList kPhrases{QStringLiteral("hello there"), QStringLiteral("how are you today")};
+
+// The phrases spoken with a pause between them, and a grammar of them.
+bool makePhrases(const QTemporaryDir& dir, QString* speech, QString* grammar)
+{
+    *speech = dir.filePath(QStringLiteral("speech.wav"));
+    *grammar = dir.filePath(QStringLiteral("phrases.jsgf"));
+    return writeGrammar(*grammar, kPhrases) && makeSpeech(*speech, kPhrases, 1.5, 0.3);
+}
+
+} // namespace
+
+void TestRecordCli::liveServerPrintsTheTranscriptWhileRecording()
+{
+    if (!speechToolsAvailable() || !SpeechModelLocator::find(QStringLiteral("en-US")))
+        QSKIP("espeak-ng, sox or pocketsphinx-en-us is not installed");
+    IsolatedEnvironment env;
+    QTemporaryDir dir;
+    QString speech, grammar;
+    QVERIFY(makePhrases(dir, &speech, &grammar));
+    PulseSandbox sandbox;
+    QVERIFY2(sandbox.isRunning(), qPrintable(sandbox.errorString()));
+    local::LocalService::Options options;
+    options.speechGrammarFile = grammar;
+    test::LocalServiceFixture service(options);
+    qputenv("SORVELANDRIX_SECRETS", "file");
+    {
+        SecretStore secrets;
+        AuthManager auth(secrets);
+        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
+        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+    }
+    QProcessEnvironment penv = QProcessEnvironment::systemEnvironment();
+    penv.insert(QStringLiteral("SORVELANDRIX_SERVER"), service.origin());
+    qunsetenv("SORVELANDRIX_SECRETS");
+
+    QProcess p;
+    p.setProcessEnvironment(penv);
+    QByteArray out;
+    p.start(cli(), {QStringLiteral("record"), QStringLiteral("--duration"), QStringLiteral("9"),
+                    QStringLiteral("--live"), QStringLiteral("server"),
+                    QStringLiteral("--language"), QStringLiteral("en-US")});
+    const QString missing = waitForLine(p, out, "Recording for", 20000);
+    QVERIFY2(missing.isEmpty(), qPrintable(missing));
+    QVERIFY(sandbox.playIntoMicrophone(speech));
+    QVERIFY(p.waitForFinished(60000));
+    out += p.readAllStandardOutput();
+    QVERIFY2(p.exitCode() == 0, qPrintable(QString::fromUtf8(out + p.readAllStandardError())));
+    const QStringList lines = QString::fromUtf8(out).split(QLatin1Char('\n'));
+    const qsizetype hello = lines.indexOf(QStringLiteral("Speaker 1: Hello there."));
+    const qsizetype how = lines.indexOf(QStringLiteral("Speaker 1: How are you today."));
+    QVERIFY2(hello > 0 && how > hello, qPrintable(lines.join('\n')));
+    // The first line came while recording, before the stop.
+    QVERIFY(hello < lines.indexOf(QStringLiteral("Stopping…")));
+    QVERIFY(lines.last(2).first().startsWith(QStringLiteral("Saved recording: ")));
+    const local::LiveSession session = service->liveSessions().value(0);
+    QCOMPARE(session.languageHints, QStringList{QStringLiteral("en")});
+    QVERIFY(session.sentinel);
+    QVERIFY(session.frames > 60); // 9 s at 8⅓ frames a second, less the connecting
+    QCOMPARE(session.oddFrames, 0);
+}
+
+void TestRecordCli::liveOnDeviceReportsSegmentsAsJson()
+{
+    if (!speechToolsAvailable() || !SpeechModelLocator::find(QStringLiteral("en-US")))
+        QSKIP("espeak-ng, sox or pocketsphinx-en-us is not installed");
+    IsolatedEnvironment env;
+    QTemporaryDir dir;
+    QString speech, grammar;
+    QVERIFY(makePhrases(dir, &speech, &grammar));
+    PulseSandbox sandbox;
+    QVERIFY2(sandbox.isRunning(), qPrintable(sandbox.errorString()));
+
+    QProcess p;
+    QByteArray out;
+    p.start(cli(),
+            {QStringLiteral("--json"), QStringLiteral("record"), QStringLiteral("--duration"),
+             QStringLiteral("8"), QStringLiteral("--live"), QStringLiteral("on-device"),
+             QStringLiteral("--language"), QStringLiteral("en-US"),
+             QStringLiteral("--speech-grammar"), grammar, QStringLiteral("--discard")});
+    const QString missing = waitForLine(p, out, "\"recording\"", 20000);
+    QVERIFY2(missing.isEmpty(), qPrintable(missing));
+    QVERIFY(sandbox.playIntoMicrophone(speech));
+    QVERIFY(p.waitForFinished(60000));
+    QCOMPARE(p.exitCode(), 0);
+    const auto list = events(out + p.readAllStandardOutput());
+
+    // Each segment grows in place, then holds its final text.
+    QMap<qint64, QJsonObject> last;
+    int changes = 0;
+    QStringList statuses;
+    for (const QJsonObject& e : list) {
+        if (e.value(QStringLiteral("event")).toString() == QLatin1String("segment")) {
+            last[e.value(QStringLiteral("id")).toInteger()] = e;
+            ++changes;
+        } else if (e.value(QStringLiteral("event")).toString() ==
+                   QLatin1String("transcriptStatus")) {
+            statuses << e.value(QStringLiteral("status")).toString();
+        }
+    }
+    QCOMPARE(last.keys(), (QList<qint64>{0, 1}));
+    QCOMPARE(last[0].value(QStringLiteral("text")).toString(), QStringLiteral("Hello there."));
+    QCOMPARE(last[1].value(QStringLiteral("text")).toString(),
+             QStringLiteral("How are you today."));
+    QCOMPARE(last[1].value(QStringLiteral("speaker")).toString(), QStringLiteral("you"));
+    QCOMPARE(last[1].value(QStringLiteral("displayName")).toString(), QStringLiteral("You"));
+    QVERIFY(changes > 2); // partial results came first
+    QCOMPARE(statuses, (QStringList{QStringLiteral("connecting"), QStringLiteral("active"),
+                                    QStringLiteral("idle")}));
+    QVERIFY(!firstEvent(list, QStringLiteral("discarded")).isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestRecordCli)

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "cli/command.h"
+#include "transcript/transcriptsegment.h"
+#include "transcript/transcriptstatus.h"
+
+#include <QList>
+#include <QObject>
+#include <QString>
+
+#include <functional>
+
+namespace sorv {
+class LocalTranscriptManager;
+class ServerTranscriptManager;
+} // namespace sorv
+
+namespace sorv::cli {
+
+// Shows a live transcript on the command line as it firms up. Finished
+// segments become lines "Speaker: text"; the segment still being spoken is
+// offered as openLine(), which a terminal shows in place beside the level
+// meter. With --json every change of a segment is a "segment" event and
+// every change of status a "transcriptStatus" event.
+//
+// A segment is finished once the service made it final or another segment
+// followed it (the on-device preview only knows the latter).
+class LiveTranscriptReporter : public QObject {
+    Q_OBJECT
+
+public:
+    LiveTranscriptReporter(const CommandContext& ctx, ServerTranscriptManager& transcript);
+    LiveTranscriptReporter(const CommandContext& ctx, LocalTranscriptManager& transcript);
+
+    // The segment being spoken, as a line; empty when there is none.
+    QString openLine() const;
+    // Called when openLine() changed, and after a finished line was printed
+    // over the line drawn in place.
+    std::function<void()> redraw;
+
+    // The transcript is over: what is still open is printed as a line.
+    void finish();
+
+    static QString segmentLine(const TranscriptSegment& segment);
+    // The end of a line that is too wide, after an ellipsis.
+    static QString fitToWidth(const QString& line, int width);
+    // The width of the terminal on standard output (80 when unknown).
+    static int terminalColumns();
+    static QJsonObject segmentEvent(const TranscriptSegment& segment);
+    static QJsonObject statusEvent(const TranscriptStatus& status);
+
+private:
+    LiveTranscriptReporter(const CommandContext& ctx,
+                           std::function<const QList<TranscriptSegment>&()> segments,
+                           std::function<bool(int row)> isOpen);
+    void changed(int row);
+    void statusChanged(const TranscriptStatus& status);
+    void printFinished();
+
+    const CommandContext& m_ctx;
+    std::function<const QList<TranscriptSegment>&()> m_segments;
+    std::function<bool(int row)> m_isOpen;
+    // Segments before this row are printed.
+    int m_printed = 0;
+};
+
+} // namespace sorv::cli

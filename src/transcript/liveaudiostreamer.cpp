@@ -1,0 +1,503 @@
+#include "liveaudiostreamer.h"
+
+#include "core/log.h"
+#include "core/mainthread.h"
+#include "core/serialqueue.h"
+#include "service/requestrules.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QStringDecoder>
+#include <QTimer>
+#include <QUrl>
+#include <QWebSocket>
+
+#include <algorithm>
+
+namespace sorv {
+
+namespace {
+
+constexpr auto kLiveStreamPath = "/api/live/stream?token=";
+
+// A socket we are done with: closed with the code if it is still open and
+// deleted once the close handshake is over (or after a short while without
+// one); a broken or unfinished one is dropped at once.
+void dispose(QWebSocket* socket, QWebSocketProtocol::CloseCode code, const QString& reason = {},
+             bool broken = false)
+{
+    if (broken || socket->state() != QAbstractSocket::ConnectedState) {
+        socket->abort();
+        socket->deleteLater();
+        return;
+    }
+    socket->close(code, reason);
+    if (socket->state() == QAbstractSocket::UnconnectedState) {
+        socket->deleteLater();
+        return;
+    }
+    QObject::connect(socket, &QWebSocket::disconnected, socket, &QObject::deleteLater);
+    QTimer::singleShot(2000, socket, [socket] {
+        socket->abort();
+        socket->deleteLater();
+    });
+}
+
+} // namespace
+
+LiveAudioStreamer::LiveAudioStreamer(QObject* parent) : LiveAudioStreamer(Timing{}, parent) {}
+
+LiveAudioStreamer::LiveAudioStreamer(Timing timing, QObject* parent)
+    : QObject(parent), m_timing(std::move(timing)), m_self(this),
+      m_queue(std::make_shared<SerialQueue>(kQueueLabel))
+{
+    if (!m_timing.now)
+        m_timing.now = [] { return Clock::now(); };
+    if (!m_timing.after) {
+        m_timing.after = [queue = m_queue.get()](std::chrono::milliseconds delay,
+                                                 std::function<void()> fn) {
+            // Called on the queue, whose thread runs the timer.
+            QTimer::singleShot(delay, queue->context(), std::move(fn));
+        };
+    }
+}
+
+LiveAudioStreamer::~LiveAudioStreamer()
+{
+    m_queue->post([this] {
+        m_isActive = false;
+        ++m_session;
+        ++m_keepaliveSerial;
+        if (m_socket) {
+            QObject::disconnect(m_socket, nullptr, m_queue->context(), nullptr);
+            dispose(m_socket, QWebSocketProtocol::CloseCodeGoingAway);
+            m_socket = nullptr;
+        }
+    });
+    // Runs what is queued (the above last), then ends the thread; the
+    // queue's timers and sockets go with it.
+    m_queue->shutdown();
+}
+
+bool LiveAudioStreamer::onQueue() const
+{
+    return m_queue->isCurrent();
+}
+
+// ---- Public operations ---------------------------------------------------------
+
+void LiveAudioStreamer::start(const QString& serverURL, const QString& token,
+                              const QStringList& languageHints)
+{
+    m_queue->post([this, serverURL, token, languageHints] {
+        if (m_isActive) {
+            consoleLog(QStringLiteral("🌐 LiveAudioStreamer already active, ignoring start()"));
+            return;
+        }
+        // The previous run's grace period ends here, quietly: its owner has
+        // moved on to this run.
+        if (m_socket) {
+            QObject::disconnect(m_socket, nullptr, m_queue->context(), nullptr);
+            dispose(m_socket, QWebSocketProtocol::CloseCodeNormal,
+                    QStringLiteral("Client stopped"));
+            m_socket = nullptr;
+            m_socketOpen = false;
+        }
+        m_serverURL = serverURL;
+        m_token = token;
+        m_languageHints = languageHints;
+        m_isActive = true;
+        ++m_session;
+        m_reconnectAttempts = 0;
+        m_framer.clear();
+        m_messages.reset();
+        connectSocket();
+    });
+}
+
+void LiveAudioStreamer::stop()
+{
+    m_queue->post([this] { orderlyStop(); });
+}
+
+void LiveAudioStreamer::sendAudio(const AudioBuffer& buffer)
+{
+    sendAudio(std::span<const float>(buffer.samples));
+}
+
+void LiveAudioStreamer::sendAudio(std::span<const float> samples)
+{
+    m_queue->post(
+        [this, copy = std::vector<float>(samples.begin(), samples.end())] { convert(copy); });
+}
+
+LiveAudioStreamer::AudioInput LiveAudioStreamer::audioInput()
+{
+    // Once the streamer is gone its queue takes no more work, so the raw
+    // pointer inside is never used after that.
+    return [queue = m_queue, self = this](const AudioBuffer& buffer) {
+        queue->post([self, copy = buffer.samples] { self->convert(copy); });
+    };
+}
+
+std::int64_t LiveAudioStreamer::reconnectAttempts() const
+{
+    std::int64_t n = 0;
+    m_queue->postAndWait([this, &n] { n = m_reconnectAttempts; });
+    return n;
+}
+
+bool LiveAudioStreamer::isActive() const
+{
+    bool active = false;
+    m_queue->postAndWait([this, &active] { active = m_isActive; });
+    return active;
+}
+
+// ---- Rules -----------------------------------------------------------------------
+
+QString LiveAudioStreamer::connectionUrlText(const QString& serverURL, const QString& token)
+{
+    QString base = trimmedOrigin(serverURL);
+    base.replace(QLatin1String("https://"), QLatin1String("wss://"));
+    base.replace(QLatin1String("http://"), QLatin1String("ws://"));
+    return base + QLatin1String(kLiveStreamPath) + token;
+}
+
+QString LiveAudioStreamer::loggedUrl(const QString& urlText, const QString& token)
+{
+    QString shown = urlText;
+    const QString query = QStringLiteral("?token=");
+    const qsizetype at = shown.lastIndexOf(query);
+    if (at >= 0 && !token.isEmpty())
+        shown = shown.left(at + query.size()) + QStringLiteral("…");
+    return shown.left(80) + QStringLiteral("…");
+}
+
+std::chrono::seconds LiveAudioStreamer::backoffDelay(std::int64_t attempts)
+{
+    if (attempts < 0)
+        return std::chrono::seconds(1);
+    if (attempts >= 5)
+        return std::chrono::seconds(30);
+    return std::chrono::seconds(std::min<std::int64_t>(std::int64_t{1} << attempts, 30));
+}
+
+// ---- Connection --------------------------------------------------------------------
+
+void LiveAudioStreamer::connectSocket()
+{
+    Q_ASSERT(onQueue());
+    const QString urlText = connectionUrlText(m_serverURL, m_token);
+    const QUrl url(urlText, QUrl::StrictMode);
+    if (!url.isValid() || url.host().isEmpty() ||
+        (url.scheme() != QLatin1String("ws") && url.scheme() != QLatin1String("wss"))) {
+        consoleLog(QStringLiteral("🌐 ❌ Invalid WebSocket URL"));
+        deliver(LiveEvent::Error{QStringLiteral("Invalid WebSocket URL")});
+        return;
+    }
+    // The token stays out of the log.
+    consoleLog(QStringLiteral("🌐 Connecting to ") + loggedUrl(urlText, m_token));
+    deliver(LiveEvent::Status{QStringLiteral("connecting")});
+
+    if (m_socket) {
+        QObject::disconnect(m_socket, nullptr, m_queue->context(), nullptr);
+        dispose(m_socket, QWebSocketProtocol::CloseCodeGoingAway);
+    }
+    m_socket = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, m_queue->context());
+    m_socketOpen = false;
+    m_pingSilence.reset();
+    m_framesWhileConnecting.clear();
+    m_droppedWhileConnecting = false;
+    const std::uint64_t serial = ++m_socketSerial;
+    QWebSocket* socket = m_socket;
+    QObject* context = m_queue->context();
+    const auto current = [this, serial] { return serial == m_socketSerial && m_socket; };
+
+    connect(socket, &QWebSocket::connected, context, [this, current] {
+        if (!current())
+            return;
+        m_socketOpen = true;
+        sendInitialConfig();
+        std::deque<QByteArray> waiting;
+        waiting.swap(m_framesWhileConnecting);
+        for (const QByteArray& frame : waiting)
+            sendFrame(frame);
+    });
+    connect(socket, &QWebSocket::textMessageReceived, context,
+            [this, current](const QString& text) {
+                if (current())
+                    handleText(text);
+            });
+    connect(socket, &QWebSocket::binaryMessageReceived, context,
+            [this, current](const QByteArray& bytes) {
+                if (!current())
+                    return;
+                QStringDecoder utf8(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+                const QString text = utf8.decode(bytes);
+                if (!utf8.hasError())
+                    handleText(text);
+            });
+    connect(socket, qOverload<QAbstractSocket::SocketError>(&QWebSocket::error), context,
+            [this, current, socket](QAbstractSocket::SocketError) {
+                if (!current())
+                    return;
+                const QString reason = socket->errorString();
+                // After a stop the service's own close is no failure.
+                if (m_isActive)
+                    consoleLog(QStringLiteral("🌐 ❌ WebSocket receive error: ") + reason);
+                handleDisconnect(reason, true);
+            });
+    connect(socket, &QWebSocket::disconnected, context, [this, current, socket] {
+        if (!current())
+            return;
+        QString reason = socket->closeReason();
+        if (reason.isEmpty())
+            reason = QStringLiteral("closed by the service with code %1").arg(socket->closeCode());
+        if (m_isActive)
+            consoleLog(QStringLiteral("🌐 ❌ WebSocket receive error: ") + reason);
+        handleDisconnect(reason, true);
+    });
+    connect(socket, &QWebSocket::pong, context, [this, current](quint64, const QByteArray&) {
+        if (!current() || !m_pingSilence)
+            return;
+        consoleLog(QStringLiteral("🌐 💓 Keepalive ping sent (silence: %1s)")
+                       .arg(QString::asprintf("%.0f", *m_pingSilence)));
+        m_pingSilence.reset();
+    });
+
+    socket->open(url);
+    startKeepalive();
+}
+
+void LiveAudioStreamer::sendInitialConfig()
+{
+    if (!m_socket)
+        return;
+    const QJsonObject config{
+        {QStringLiteral("language_hints"), QJsonArray::fromStringList(m_languageHints)}};
+    const QString json = QString::fromUtf8(QJsonDocument(config).toJson(QJsonDocument::Compact));
+    if (m_socket->sendTextMessage(json) > 0)
+        consoleLog(QStringLiteral("📡 Sent initial config: ") + json);
+    else
+        consoleLog(QStringLiteral("🌐 ❌ Failed to send initial config: ") + m_socket->errorString());
+}
+
+// ---- Audio -----------------------------------------------------------------------------
+
+void LiveAudioStreamer::convert(std::span<const float> samples)
+{
+    Q_ASSERT(onQueue());
+    m_framer.push(samples, [this](const QByteArray& frame) { sendFrame(frame); });
+}
+
+void LiveAudioStreamer::sendFrame(const QByteArray& frame)
+{
+    // After the end-of-stream sentinel no more audio belongs to the stream.
+    if (!m_socket || !m_isActive)
+        return;
+    if (!m_socketOpen) {
+        // Sent once the connection is open, as a socket that is still
+        // connecting would queue them.
+        if (m_framesWhileConnecting.size() >= kMaxFramesWhileConnecting) {
+            m_framesWhileConnecting.pop_front();
+            if (!m_droppedWhileConnecting)
+                consoleLog(
+                    QStringLiteral("📡 ⚠️ Still connecting: dropping the oldest audio"));
+            m_droppedWhileConnecting = true;
+        }
+        m_framesWhileConnecting.push_back(frame);
+        return;
+    }
+    m_lastAudioSentAt = m_timing.now();
+    m_socket->sendBinaryMessage(frame);
+}
+
+// ---- Keepalive -------------------------------------------------------------------------
+
+void LiveAudioStreamer::startKeepalive()
+{
+    const std::uint64_t serial = ++m_keepaliveSerial;
+    after(kKeepaliveInterval, [this, serial] { keepaliveTick(serial); });
+}
+
+void LiveAudioStreamer::keepaliveTick(std::uint64_t serial)
+{
+    if (serial != m_keepaliveSerial)
+        return;
+    after(kKeepaliveInterval, [this, serial] { keepaliveTick(serial); });
+    if (!m_isActive || !m_socket || !m_socketOpen)
+        return;
+    const double silence =
+        std::chrono::duration<double>(m_timing.now() - m_lastAudioSentAt).count();
+    if (silence < double(kKeepaliveInterval.count()))
+        return;
+    if (m_pingSilence) {
+        // The last ping, a whole interval ago, was never answered.
+        consoleLog(QStringLiteral("🌐 ⚠️ Keepalive ping failed: no answer"));
+        handleDisconnect(QStringLiteral("no answer to the keepalive ping"));
+        return;
+    }
+    m_pingSilence = silence;
+    m_socket->ping();
+}
+
+// ---- Messages and failures ------------------------------------------------------------
+
+void LiveAudioStreamer::handleText(const QString& text)
+{
+    std::vector<LiveTranscriptEvent> events;
+    m_messages.handle(text, events);
+    deliver(events);
+}
+
+void LiveAudioStreamer::handleDisconnect(std::optional<QString> error, bool broken)
+{
+    Q_ASSERT(onQueue());
+    if (!m_isActive)
+        return;
+    // Only a close frame from the service sets the code; a dropped
+    // connection keeps the default.
+    const int closeCode = m_socket ? int(m_socket->closeCode()) : 0;
+    tearDown(broken);
+
+    if (closeCode == kAuthExpiredCloseCode) {
+        consoleLog(QStringLiteral("🌐 🔑 Auth error (4001), attempting token refresh…"));
+        deliver(LiveEvent::Error{QStringLiteral("Authentication expired, refreshing…")});
+        const std::uint64_t session = m_session;
+        postToMainThread(m_self, [this, session] {
+            TokenReply reply = [weak = QPointer<LiveAudioStreamer>(this),
+                                session](std::optional<QString> token) {
+                if (!weak)
+                    return;
+                LiveAudioStreamer* self = weak.data();
+                self->m_queue->post(
+                    [self, session, token] { self->finishRefresh(session, token); });
+            };
+            const AuthNeededCallback ask = onAuthNeeded;
+            if (ask)
+                ask(std::move(reply));
+            else
+                reply(std::nullopt);
+        });
+        return;
+    }
+
+    const std::chrono::seconds delay = backoffDelay(m_reconnectAttempts);
+    ++m_reconnectAttempts;
+    const QString reason = error.value_or(QStringLiteral("unknown"));
+    consoleLog(QStringLiteral("🌐 🔄 Disconnected (%1), reconnecting in %2s (attempt #%3)")
+                   .arg(reason, QString::asprintf("%.0f", double(delay.count())))
+                   .arg(m_reconnectAttempts));
+    deliver(LiveEvent::Error{QStringLiteral("Connection lost (%1), reconnecting in %2s…")
+                                 .arg(reason)
+                                 .arg(delay.count())});
+    const std::uint64_t session = m_session;
+    after(delay, [this, session] {
+        if (session == m_session && m_isActive)
+            connectSocket();
+    });
+}
+
+void LiveAudioStreamer::finishRefresh(std::uint64_t session, const std::optional<QString>& token)
+{
+    Q_ASSERT(onQueue());
+    // A stop (or a new start) since the refresh began has settled things.
+    if (session != m_session)
+        return;
+    if (!token || token->isEmpty()) {
+        m_isActive = false;
+        ++m_session;
+        deliver(LiveEvent::Error{QStringLiteral("Authentication failed")});
+        deliver(LiveEvent::Disconnected{});
+        return;
+    }
+    if (!m_isActive)
+        return;
+    m_token = *token;
+    m_reconnectAttempts = 0;
+    connectSocket();
+}
+
+void LiveAudioStreamer::tearDown(bool broken)
+{
+    ++m_keepaliveSerial;
+    if (m_socket) {
+        QObject::disconnect(m_socket, nullptr, m_queue->context(), nullptr);
+        dispose(m_socket, QWebSocketProtocol::CloseCodeGoingAway, {}, broken);
+        m_socket = nullptr;
+    }
+    m_socketOpen = false;
+    m_pingSilence.reset();
+    m_framesWhileConnecting.clear();
+    m_framer.clear();
+}
+
+// ---- Stop --------------------------------------------------------------------------------
+
+void LiveAudioStreamer::orderlyStop()
+{
+    if (!m_isActive)
+        return;
+    m_isActive = false;
+    ++m_session;
+    m_messages.reset();
+    ++m_keepaliveSerial;
+    if (!m_socket) {
+        closeConnection(1000, QStringLiteral("Client stopped"));
+        return;
+    }
+    if (m_socketOpen) {
+        m_socket->sendBinaryMessage(QByteArray());
+        consoleLog(QStringLiteral("📡 Sent end-of-stream sentinel"));
+    }
+    // The service's last words (the final segment, "finished") still
+    // arrive during the grace period.
+    const std::uint64_t serial = m_socketSerial;
+    after(kStopGrace, [this, serial] {
+        if (serial == m_socketSerial && m_socket && !m_isActive)
+            closeConnection(1000, QStringLiteral("Client stopped"));
+    });
+}
+
+void LiveAudioStreamer::closeConnection(int code, const QString& reason)
+{
+    ++m_keepaliveSerial;
+    if (m_socket) {
+        QObject::disconnect(m_socket, nullptr, m_queue->context(), nullptr);
+        dispose(m_socket, static_cast<QWebSocketProtocol::CloseCode>(code), reason);
+        m_socket = nullptr;
+    }
+    m_socketOpen = false;
+    m_pingSilence.reset();
+    m_framesWhileConnecting.clear();
+    m_framer.clear();
+    consoleLog(QStringLiteral("🌐 Disconnected (%1)").arg(reason));
+    deliver(LiveEvent::Disconnected{});
+}
+
+// ---- Delivery and time --------------------------------------------------------------------
+
+void LiveAudioStreamer::deliver(LiveTranscriptEvent event)
+{
+    postToMainThread(m_self, [this, event = std::move(event)] {
+        const TranscriptCallback callback = onTranscriptUpdate;
+        if (callback)
+            callback(event);
+    });
+}
+
+void LiveAudioStreamer::deliver(std::vector<LiveTranscriptEvent>& events)
+{
+    for (LiveTranscriptEvent& e : events)
+        deliver(std::move(e));
+}
+
+void LiveAudioStreamer::after(std::chrono::milliseconds delay, std::function<void()> fn)
+{
+    // Whoever runs the timer, the work itself runs on the queue.
+    m_timing.after(delay, [queue = m_queue, fn = std::move(fn)] { queue->post(fn); });
+}
+
+} // namespace sorv

@@ -1,0 +1,151 @@
+#pragma once
+
+#include "audio/audiotypes.h"
+#include "transcript/livemessagehandler.h"
+#include "transcript/livepcmframer.h"
+#include "transcript/livetranscriptevent.h"
+
+#include <QByteArray>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QStringList>
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+
+class QWebSocket;
+
+namespace sorv {
+
+class SerialQueue;
+
+// Carries a recording's mixed audio to the live-transcript service over a
+// WebSocket and reports what the service answers as LiveTranscriptEvents.
+//
+// One connection at a time: the audio goes out as 16 kHz 16-bit frames of
+// 120 ms, an idle connection is kept alive with pings, a lost one is
+// reconnected with back-off (1, 2, 4, 8, 16, then every 30 s), and a close
+// with code 4001 (the access token expired) asks the owner for a fresh token
+// before reconnecting. It knows nothing of segments or their display.
+//
+// All its state is confined to the queue "com.sorvelandrix.audio.streamer";
+// the public operations may be called from any thread and return at once.
+// Events reach onTranscriptUpdate on the main thread, in order.
+class LiveAudioStreamer : public QObject {
+    Q_OBJECT
+
+public:
+    static inline const QString kQueueLabel = QStringLiteral("com.sorvelandrix.audio.streamer");
+    static constexpr int kAuthExpiredCloseCode = 4001;
+    static constexpr std::chrono::seconds kKeepaliveInterval{15};
+    static constexpr std::chrono::milliseconds kStopGrace{500};
+    // Audio made while a connection is being opened waits for it, up to this
+    // many frames (10 s); the oldest go first.
+    static constexpr std::size_t kMaxFramesWhileConnecting = 84;
+
+    using Clock = std::chrono::steady_clock;
+    // Where time comes from: the real clock and Qt timers, or a clock a test
+    // controls. `after` runs its function once the delay has passed; the
+    // function may be run from any thread (it re-enters the queue itself).
+    struct Timing {
+        std::function<Clock::time_point()> now;
+        std::function<void(std::chrono::milliseconds delay, std::function<void()> fn)> after;
+    };
+
+    using TranscriptCallback = std::function<void(const LiveTranscriptEvent&)>;
+    using TokenReply = std::function<void(std::optional<QString> token)>;
+    // Asked, on the main thread, for a new access token after a 4001 close;
+    // answers, on the main thread, with the token or nothing.
+    using AuthNeededCallback = std::function<void(TokenReply reply)>;
+    using AudioInput = std::function<void(const AudioBuffer&)>;
+
+    explicit LiveAudioStreamer(QObject* parent = nullptr);
+    explicit LiveAudioStreamer(Timing timing, QObject* parent = nullptr);
+    ~LiveAudioStreamer() override;
+
+    // Set by the owner before start(); used on the main thread.
+    TranscriptCallback onTranscriptUpdate;
+    AuthNeededCallback onAuthNeeded;
+
+    // Connects to the service at `serverURL` (its origin) with the token and
+    // the language hints; ignored while already active.
+    void start(const QString& serverURL, const QString& token, const QStringList& languageHints);
+    // Sends the end-of-stream sentinel and closes 500 ms later.
+    void stop();
+    // One mixed buffer (32-bit float, 48 kHz, mono); the samples are copied
+    // before it returns. From any thread.
+    void sendAudio(const AudioBuffer& buffer);
+    void sendAudio(std::span<const float> samples);
+
+    // The same as sendAudio(), as a function that may outlive the streamer
+    // (a recorder's tap): once the streamer is gone it does nothing.
+    AudioInput audioInput();
+
+    // Snapshots from the queue, for tests and measurements (they wait for it).
+    std::int64_t reconnectAttempts() const;
+    bool isActive() const;
+
+    // The connection URL: the origin with every "/" trimmed from both ends,
+    // "https://" → "wss://", "http://" → "ws://", then the path and the
+    // token, appended as it is.
+    static QString connectionUrlText(const QString& serverURL, const QString& token);
+    // The URL for the log: the token's value replaced by "…", cut to 80
+    // characters with "…" after them.
+    static QString loggedUrl(const QString& urlText, const QString& token);
+    // The wait before reconnecting after `attempts` earlier reconnections.
+    static std::chrono::seconds backoffDelay(std::int64_t attempts);
+
+private:
+    void connectSocket();
+    void sendInitialConfig();
+    void convert(std::span<const float> samples);
+    void sendFrame(const QByteArray& frame);
+    void startKeepalive();
+    void keepaliveTick(std::uint64_t generation);
+    void handleText(const QString& text);
+    // `broken`: the socket failed (no close frame can go out on it).
+    void handleDisconnect(std::optional<QString> error, bool broken = false);
+    void finishRefresh(std::uint64_t session, const std::optional<QString>& token);
+    void orderlyStop();
+    void closeConnection(int code, const QString& reason);
+    void tearDown(bool broken);
+    void deliver(LiveTranscriptEvent event);
+    void deliver(std::vector<LiveTranscriptEvent>& events);
+    void after(std::chrono::milliseconds delay, std::function<void()> fn);
+    bool onQueue() const;
+
+    Timing m_timing;
+    QPointer<const QObject> m_self;
+
+    // ---- confined to the queue ----
+    QWebSocket* m_socket = nullptr;
+    bool m_socketOpen = false;
+    // Bumped for every socket, so that signals and timers of an earlier one
+    // are told apart.
+    std::uint64_t m_socketSerial = 0;
+    std::deque<QByteArray> m_framesWhileConnecting;
+    bool m_droppedWhileConnecting = false;
+    LivePcmFramer m_framer;
+    LiveMessageHandler m_messages;
+    bool m_isActive = false;
+    QString m_serverURL;
+    QString m_token;
+    QStringList m_languageHints{QStringLiteral("it"), QStringLiteral("en")};
+    std::int64_t m_reconnectAttempts = 0;
+    Clock::time_point m_lastAudioSentAt{};
+    std::uint64_t m_keepaliveSerial = 0;
+    std::optional<double> m_pingSilence; // a ping is out, sent after this silence
+    // Bumped by start and stop: a retry or refresh of an earlier run does nothing.
+    std::uint64_t m_session = 0;
+
+    // Last, so it is shut down (in the destructor) while the state above lives.
+    std::shared_ptr<SerialQueue> m_queue;
+};
+
+} // namespace sorv

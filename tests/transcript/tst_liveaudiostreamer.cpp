@@ -1,0 +1,359 @@
+// LiveAudioStreamer against the local service over loopback, on a clock the
+// test moves: the session's wire exchange, the connection URL and its log
+// line, the back-off schedule, the 4001 refresh both ways, the keepalive,
+// and the service's own errors and closes.
+
+#include "core/log.h"
+#include "core/secretstore.h"
+#include "localservicefixture.h"
+#include "manualclock.h"
+#include "service/authmanager.h"
+#include "support/isolatedenvironment.h"
+#include "transcript/liveaudiostreamer.h"
+
+#include <QTest>
+
+// Generous waits: the service, the sanitizers and other builds share a busy
+// machine, and a wait ends as soon as its condition holds.
+#define TRY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 30000)
+#define TRY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, 30000)
+
+using namespace sorv;
+using namespace sorv::LiveEvent;
+using local::LiveScript;
+using namespace std::chrono_literals;
+
+namespace {
+
+QString signIn()
+{
+    SecretStore secrets(SecretStore::Options::fileOnly());
+    AuthManager auth(secrets);
+    // Each sign-in is a session of its own, with its own token.
+    const QString before = auth.accessToken();
+    auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
+    if (!QTest::qWaitFor([&] { return auth.isLoggedIn() && auth.accessToken() != before; }, 20000))
+        qFatal("could not sign in to the local service");
+    return auth.accessToken();
+}
+
+struct Harness {
+    test::IsolatedEnvironment env;
+    test::LocalServiceFixture service;
+    test::ManualClock clock;
+    LiveAudioStreamer streamer{clock.timing()};
+    std::vector<LiveTranscriptEvent> events;
+    QString token = signIn();
+
+    Harness()
+    {
+        streamer.onTranscriptUpdate = [this](const LiveTranscriptEvent& e) { events.push_back(e); };
+        clock.setSettle([this] { (void)streamer.isActive(); });
+    }
+
+    template <typename T> QList<T> all() const
+    {
+        QList<T> out;
+        for (const auto& e : events)
+            if (const T* t = std::get_if<T>(&e))
+                out << *t;
+        return out;
+    }
+    template <typename T> int count() const { return int(all<T>().size()); }
+    QStringList errors() const
+    {
+        QStringList out;
+        for (const Error& e : all<Error>())
+            out << e.message;
+        return out;
+    }
+    int connecting() const { return all<Status>().count(Status{QStringLiteral("connecting")}); }
+    local::LiveSession session(int i) { return service->liveSessions().value(i); }
+    // A whole number of frames of audio.
+    void sendFrames(int frames, float value = 0.1f)
+    {
+        streamer.sendAudio(std::vector<float>(std::size_t(3 * 1920 * frames), value));
+    }
+};
+
+} // namespace
+
+class TestLiveAudioStreamer : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        setLogSink([this](const QString& line) { m_log << line; });
+    }
+    void cleanupTestCase() { setLogSink({}); }
+    void init() { m_log.clear(); }
+
+    void urlRules_data();
+    void urlRules();
+    void sessionOnTheWire();
+    void startWhileActiveAndStopWhileIdle();
+    void invalidUrlIsReportedAndNotRetried();
+    void backoffSchedule();
+    void closeByTheServiceReconnects();
+    void authExpiredAndRefreshFails();
+    void authExpiredAndRefreshSucceeds();
+    void keepalivePingsOnlyAfterSilence();
+    void serviceErrorKeepsTheConnection();
+
+private:
+    bool logged(const QString& line) const { return m_log.contains(line); }
+    QStringList m_log;
+};
+
+void TestLiveAudioStreamer::urlRules_data()
+{
+    QTest::addColumn<QString>("origin");
+    QTest::addColumn<QString>("url");
+    QTest::newRow("https becomes wss") << "https://sorvelandrix.com"
+                                       << "wss://sorvelandrix.com/api/live/stream?token=T0K";
+    QTest::newRow("http becomes ws, slashes trimmed")
+        << "//http://127.0.0.1:8765///"
+        << "ws://127.0.0.1:8765/api/live/stream?token=T0K";
+}
+
+void TestLiveAudioStreamer::urlRules()
+{
+    QFETCH(QString, origin);
+    QFETCH(QString, url);
+    QCOMPARE(LiveAudioStreamer::connectionUrlText(origin, QStringLiteral("T0K")), url);
+
+    // The log shows neither the token nor more than 80 characters.
+    const QString token = QStringLiteral("sla_") + QStringLiteral("s3cr3t").repeated(8);
+    const QString full = LiveAudioStreamer::connectionUrlText(origin, token);
+    const QString shown = LiveAudioStreamer::loggedUrl(full, token);
+    QVERIFY(!shown.contains(QStringLiteral("s3cr3t")));
+    QCOMPARE(shown, url.chopped(3) + QStringLiteral("……"));
+    const QString longOrigin = QStringLiteral("https://") + QStringLiteral("a").repeated(100);
+    const QString cut = LiveAudioStreamer::loggedUrl(
+        LiveAudioStreamer::connectionUrlText(longOrigin, token), token);
+    QCOMPARE(cut.size(), 81);
+    QVERIFY(cut.endsWith(QStringLiteral("a…")));
+}
+
+void TestLiveAudioStreamer::sessionOnTheWire()
+{
+    Harness h;
+    h.service->scriptLive(LiveScript()); // no transcript: the exchange alone
+    h.streamer.start(h.service.origin(), h.token, {QStringLiteral("de"), QStringLiteral("en")});
+    TRY_COMPARE(h.count<Connected>(), 1);
+    QCOMPARE(h.events.front(), LiveTranscriptEvent(Status{QStringLiteral("connecting")}));
+    const local::LiveSession opened = h.session(0);
+    QCOMPARE(h.all<Connected>().first().transcriptionId, opened.transcriptionId);
+    QCOMPARE(opened.token, h.token);
+    QCOMPARE(opened.languageHints, (QStringList{QStringLiteral("de"), QStringLiteral("en")}));
+
+    // One second of audio: 8 frames of 3 840 bytes; 1 280 bytes wait.
+    h.streamer.sendAudio(std::vector<float>(48000, 0.1f));
+    TRY_COMPARE(h.service->liveFramesReceived(), 8);
+    QCOMPARE(h.session(0).oddFrames, 0);
+    QCOMPARE(h.session(0).bytes, 8 * 3840);
+
+    h.streamer.stop();
+    TRY_VERIFY(h.session(0).sentinel);
+    // The service's answer to the sentinel arrives within the grace period.
+    TRY_COMPARE(h.all<Status>().count(Status{QStringLiteral("completed")}), 1);
+    QCOMPARE(h.count<Disconnected>(), 0);
+    h.clock.advance(499ms);
+    QCOMPARE(h.count<Disconnected>(), 0);
+    h.clock.advance(1ms);
+    TRY_COMPARE(h.count<Disconnected>(), 1);
+    TRY_VERIFY(h.session(0).ended);
+    QCOMPARE(h.session(0).frames, 8); // what waited was never sent
+    QCOMPARE(h.session(0).closeCodeSent, 1000);
+    QVERIFY(!h.streamer.isActive());
+
+    const QString connectingLine =
+        QStringLiteral("🌐 Connecting to ws://127.0.0.1:%1/api/live/stream?token=……")
+            .arg(h.service->port());
+    QVERIFY2(logged(connectingLine), qPrintable(m_log.join('\n')));
+    for (const QString& line : std::as_const(m_log))
+        QVERIFY2(!line.contains(h.token), qPrintable(line));
+    QVERIFY(logged(QStringLiteral(R"(📡 Sent initial config: {"language_hints":["de","en"]})")));
+    QVERIFY(logged(QStringLiteral("📡 Sent end-of-stream sentinel")));
+    QVERIFY(logged(QStringLiteral("🌐 Disconnected (Client stopped)")));
+}
+
+void TestLiveAudioStreamer::startWhileActiveAndStopWhileIdle()
+{
+    Harness h;
+    h.streamer.stop();
+    QVERIFY(!h.streamer.isActive());
+    h.service->scriptLive(LiveScript());
+    h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
+    h.streamer.start(h.service.origin(), h.token, {QStringLiteral("fr")});
+    TRY_COMPARE(h.count<Connected>(), 1);
+    QVERIFY(logged(QStringLiteral("🌐 LiveAudioStreamer already active, ignoring start()")));
+    QCOMPARE(h.service->liveSessions().size(), 1);
+    QCOMPARE(h.session(0).languageHints, QStringList{QStringLiteral("en")});
+    QCOMPARE(h.connecting(), 1);
+}
+
+void TestLiveAudioStreamer::invalidUrlIsReportedAndNotRetried()
+{
+    Harness h;
+    h.streamer.start(QStringLiteral("not a server"), h.token, {QStringLiteral("en")});
+    TRY_COMPARE(h.errors(), QStringList{QStringLiteral("Invalid WebSocket URL")});
+    QCOMPARE(h.connecting(), 0);
+    QVERIFY(logged(QStringLiteral("🌐 ❌ Invalid WebSocket URL")));
+    QVERIFY(h.clock.requests().isEmpty());
+    // Still active: stopping ends it.
+    QVERIFY(h.streamer.isActive());
+    h.streamer.stop();
+    TRY_COMPARE(h.count<Disconnected>(), 1);
+}
+
+void TestLiveAudioStreamer::backoffSchedule()
+{
+    Harness h;
+    h.service.stop();
+    h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
+    const QList<qint64> schedule{1000, 2000, 4000, 8000, 16000, 30000, 30000};
+    for (qsizetype i = 0; i < schedule.size(); ++i) {
+        TRY_COMPARE(h.clock.requestsBesidesKeepalive().size(), i + 1);
+        QCOMPARE(h.clock.requestsBesidesKeepalive().last(), schedule[i]);
+        TRY_COMPARE(h.errors().size(), i + 1);
+        const QString error = h.errors().last();
+        QVERIFY2(
+            error.startsWith(QStringLiteral("Connection lost (")) &&
+                error.endsWith(QStringLiteral("), reconnecting in %1s…").arg(schedule[i] / 1000)),
+            qPrintable(error));
+        QCOMPARE(h.connecting(), i + 1);
+        QCOMPARE(h.streamer.reconnectAttempts(), i + 1);
+        // Not a moment early.
+        h.clock.advance(std::chrono::milliseconds(schedule[i] - 1));
+        QCOMPARE(h.connecting(), i + 1);
+        h.clock.advance(1ms);
+        TRY_COMPARE(h.connecting(), i + 2);
+    }
+    QVERIFY2(std::any_of(m_log.cbegin(), m_log.cend(),
+                         [](const QString& l) {
+                             return l.startsWith(QStringLiteral("🌐 🔄 Disconnected (")) &&
+                                    l.endsWith(QStringLiteral("reconnecting in 30s (attempt #7)"));
+                         }),
+             qPrintable(m_log.join('\n')));
+
+    // Back again: the stream resumes; the count only resets on start or refresh.
+    TRY_COMPARE(h.clock.requestsBesidesKeepalive().size(), 8);
+    QCOMPARE(h.clock.requestsBesidesKeepalive().last(), 30000);
+    h.service.restart();
+    h.clock.advance(30s);
+    TRY_COMPARE(h.count<Connected>(), 1);
+    QCOMPARE(h.streamer.reconnectAttempts(), 8);
+}
+
+void TestLiveAudioStreamer::closeByTheServiceReconnects()
+{
+    Harness h;
+    h.service->scriptLive(LiveScript().close(1011, "overloaded", 1));
+    h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
+    TRY_COMPARE(h.count<Connected>(), 1);
+    h.sendFrames(1);
+    TRY_COMPARE(h.clock.requestsBesidesKeepalive(), QList<qint64>{1000});
+    // The event is posted to this thread before the retry is timed, but may
+    // not have been handled yet.
+    TRY_COMPARE(h.errors().size(), 1);
+    QCOMPARE(h.errors().last(),
+             QStringLiteral("Connection lost (overloaded), reconnecting in 1s…"));
+    h.clock.advance(1s);
+    TRY_COMPARE(h.count<Connected>(), 2);
+    QCOMPARE(h.service->liveSessions().size(), 2);
+}
+
+void TestLiveAudioStreamer::authExpiredAndRefreshFails()
+{
+    Harness h;
+    int asked = 0;
+    h.streamer.onAuthNeeded = [&asked](LiveAudioStreamer::TokenReply reply) {
+        ++asked;
+        reply(std::nullopt);
+    };
+    h.service->expireAccessTokens();
+    h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
+    TRY_COMPARE(h.count<Disconnected>(), 1);
+    QCOMPARE(asked, 1);
+    QCOMPARE(h.session(0).closeCodeSent, 4001);
+    QCOMPARE(h.events, (std::vector<LiveTranscriptEvent>{
+                           Status{QStringLiteral("connecting")},
+                           Error{QStringLiteral("Authentication expired, refreshing…")},
+                           Error{QStringLiteral("Authentication failed")}, Disconnected{}}));
+    QVERIFY(logged(QStringLiteral("🌐 🔑 Auth error (4001), attempting token refresh…")));
+    QVERIFY(!h.streamer.isActive());
+    // No reconnection, however long one waits.
+    h.clock.advance(120s);
+    QCOMPARE(h.service->liveSessions().size(), 1);
+    QVERIFY(h.clock.requestsBesidesKeepalive().isEmpty());
+}
+
+void TestLiveAudioStreamer::authExpiredAndRefreshSucceeds()
+{
+    Harness h;
+    const QString fresh = signIn();
+    QVERIFY(fresh != h.token);
+    h.streamer.onAuthNeeded = [&fresh](LiveAudioStreamer::TokenReply reply) { reply(fresh); };
+    // Two failures first, so there is a count to reset.
+    h.service->scriptLive(LiveScript().drop());
+    h.service->scriptLive(LiveScript().drop());
+    h.service->scriptLive(LiveScript().close(4001, "Token expired", LiveScript::kBeforeConnected));
+    h.service->scriptLive(LiveScript().drop(1));
+    h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
+    TRY_COMPARE(h.clock.requestsBesidesKeepalive(), QList<qint64>{1000});
+    h.clock.advance(1s);
+    TRY_COMPARE(h.clock.requestsBesidesKeepalive(), (QList<qint64>{1000, 2000}));
+    QCOMPARE(h.streamer.reconnectAttempts(), 2);
+    h.clock.advance(2s);
+    // The 4001 close: refreshed, and at once (no back-off) on the new token.
+    TRY_COMPARE(h.service->liveSessions().size(), 4);
+    TRY_COMPARE(h.count<Connected>(), 3);
+    QCOMPARE(h.session(2).token, h.token);
+    QCOMPARE(h.session(3).token, fresh);
+    QCOMPARE(h.streamer.reconnectAttempts(), 0);
+    QVERIFY(h.errors().contains(QStringLiteral("Authentication expired, refreshing…")));
+    QVERIFY(!h.errors().contains(QStringLiteral("Authentication failed")));
+    // The next failure starts the schedule from the beginning.
+    h.sendFrames(1);
+    TRY_COMPARE(h.clock.requestsBesidesKeepalive(), (QList<qint64>{1000, 2000, 1000}));
+}
+
+void TestLiveAudioStreamer::keepalivePingsOnlyAfterSilence()
+{
+    Harness h;
+    h.service->scriptLive(LiveScript());
+    h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
+    TRY_COMPARE(h.count<Connected>(), 1);
+    h.sendFrames(1);
+    TRY_COMPARE(h.service->liveFramesReceived(), 1);
+    h.clock.advance(10s);
+    h.sendFrames(1);
+    TRY_COMPARE(h.service->liveFramesReceived(), 2);
+    h.clock.advance(5s);  // the tick at 15 s: audio went out 5 s ago
+    h.clock.advance(15s); // at 30 s: 20 s of silence
+    TRY_COMPARE(h.session(0).pings, 1);
+    TRY_VERIFY(logged(QStringLiteral("🌐 💓 Keepalive ping sent (silence: 20s)")));
+    h.clock.advance(15s);
+    TRY_COMPARE(h.session(0).pings, 2);
+    QCOMPARE(h.service->liveSessions().size(), 1);
+}
+
+void TestLiveAudioStreamer::serviceErrorKeepsTheConnection()
+{
+    Harness h;
+    h.service->scriptLive(
+        LiveScript().send({{QStringLiteral("type"), QStringLiteral("error")},
+                           {QStringLiteral("message"), QStringLiteral("Quota exceeded")}}));
+    h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
+    TRY_COMPARE(h.errors(), QStringList{QStringLiteral("Quota exceeded")});
+    QVERIFY(logged(QStringLiteral("🌐 ❌ Server error: Quota exceeded")));
+    h.sendFrames(2);
+    TRY_COMPARE(h.service->liveFramesReceived(), 2);
+    QCOMPARE(h.service->liveSessions().size(), 1);
+    QVERIFY(h.clock.requestsBesidesKeepalive().isEmpty());
+}
+
+QTEST_GUILESS_MAIN(TestLiveAudioStreamer)
+#include "tst_liveaudiostreamer.moc"
