@@ -290,7 +290,7 @@ QStringList languageHints(const QByteArray& message)
     const QJsonValue hints =
         QJsonDocument::fromJson(message).object().value(QLatin1String("language_hints"));
     QStringList list;
-    for (const QJsonValue& h : hints.toArray()) {
+    for (const QJsonValue h : hints.toArray()) {
         if (h.isString())
             list << h.toString();
     }
@@ -489,8 +489,9 @@ void LiveEndpoint::serve(const ServiceRequest& request, WebSocketChannel& ws)
     std::vector<std::int16_t> pcm;
     int frames = 0;
     for (;;) {
-        std::optional<WebSocketChannel::Message> message = first ? std::move(first) : ws.read();
-        first.reset();
+        // The message that opened the session is handled first, once.
+        std::optional<WebSocketChannel::Message> message =
+            first ? std::exchange(first, std::nullopt) : ws.read();
         if (!message)
             break;
         if (!message->binary)
@@ -516,8 +517,9 @@ void LiveEndpoint::serve(const ServiceRequest& request, WebSocketChannel& ws)
         pcm.resize(std::size_t(data.size() / 2));
         for (std::size_t i = 0; i < pcm.size(); ++i)
             pcm[i] = static_cast<std::int16_t>(
-                std::uint16_t(std::uint8_t(data[qsizetype(2 * i)])) |
-                std::uint16_t(std::uint16_t(std::uint8_t(data[qsizetype(2 * i + 1)])) << 8));
+                std::uint16_t(std::uint8_t(data[static_cast<qsizetype>(i) * 2])) |
+                std::uint16_t(std::uint16_t(std::uint8_t(data[static_cast<qsizetype>(i) * 2 + 1]))
+                              << 8));
         source->frame(pcm, frames, replies);
         if (!perform(replies))
             break;

@@ -528,7 +528,7 @@ bool LocalService::Impl::serveWebSocket(tcp::socket& socket,
     ws.set_option(websocket::stream_base::decorator([](websocket::response_type& res) {
         res.set(http::field::server, "sorvelandrix-local-service");
     }));
-    ws.read_message_max(1024 * 1024);
+    ws.read_message_max(std::size_t{1024} * 1024);
     beast::error_code ec;
     ws.accept(upgrade, ec);
     if (options.logRequests)

@@ -26,7 +26,7 @@ namespace sorv::local {
 
 namespace {
 
-constexpr qint64 kChallengeLifetimeMs = 5 * 60 * 1000;
+constexpr qint64 kChallengeLifetimeMs = 5LL * 60 * 1000;
 constexpr int kChallengeBytes = 32;
 constexpr int kTimeoutMs = 60000;
 const QString kRpName = QStringLiteral("Sorvelandrix (local)");
@@ -73,7 +73,7 @@ public:
         QRandomGenerator::system()->fillRange(reinterpret_cast<quint32*>(challenge.bytes.data()),
                                               kChallengeBytes / 4);
         challenge.expiresMs = ServiceState::nowMs() + kChallengeLifetimeMs;
-        const QString id = ServiceState::newId();
+        QString id = ServiceState::newId();
         const qint64 now = ServiceState::nowMs();
         std::lock_guard lock(m_mutex);
         std::erase_if(m_challenges,
@@ -302,7 +302,7 @@ ServiceResponse registerFinish(ServiceState& state, Challenges& challenges,
         return refuse(error);
 
     QStringList transports;
-    for (const QJsonValue& t : credential->response.value(QLatin1String("transports")).toArray()) {
+    for (const QJsonValue t : credential->response.value(QLatin1String("transports")).toArray()) {
         if (t.isString())
             transports << t.toString();
     }

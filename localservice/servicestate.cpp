@@ -123,7 +123,7 @@ QString ServiceState::hashPassword(const QString& salt, const QString& password)
 
 QString ServiceState::addAccount(const QString& email, const QString& name, const QString& password)
 {
-    const QString id = newId();
+    QString id = newId();
     const QString salt = randomToken(8);
     m_db.exec("INSERT INTO accounts(id, email, name, salt, password_hash) VALUES(?, ?, ?, ?, ?)",
               {id, email, name, salt, hashPassword(salt, password)});

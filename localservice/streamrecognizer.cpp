@@ -21,7 +21,7 @@ constexpr std::size_t kSlice = 800;
 // Audio kept from before speech begins, for the second decoding.
 constexpr std::size_t kPreRoll = StreamRecognizer::kSampleRate / 2;
 // Speech that never pauses is cut here.
-constexpr std::int64_t kMaxUtterance = 30 * StreamRecognizer::kSampleRate;
+constexpr std::int64_t kMaxUtterance = std::int64_t{30} * StreamRecognizer::kSampleRate;
 // Too short to be worth decoding twice: a click, a breath.
 constexpr std::size_t kSecondPassMin = StreamRecognizer::kSampleRate / 4;
 // Digital silence (a virtual microphone) gives the speech detector no noise

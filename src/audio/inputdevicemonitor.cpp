@@ -144,7 +144,7 @@ void InputDeviceMonitor::refresh()
     next.defaultSourceName = server->defaultSourceName;
     next.sources = *sources;
     next.devices = inputDevicesFromSources(next.sources, next.defaultSourceName);
-    publish(std::move(next));
+    publish(next);
 }
 
 void InputDeviceMonitor::connectionLost()
@@ -156,7 +156,7 @@ void InputDeviceMonitor::connectionLost()
     scheduleReconnect();
 }
 
-void InputDeviceMonitor::publish(Snapshot next)
+void InputDeviceMonitor::publish(const Snapshot& next)
 {
     Snapshot before;
     {

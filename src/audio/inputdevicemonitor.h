@@ -77,7 +77,7 @@ private:
     void scheduleRefresh();
     void refresh();
     void connectionLost();
-    void publish(Snapshot next);
+    void publish(const Snapshot& next);
 
     Options m_options;
     Listener m_listener;

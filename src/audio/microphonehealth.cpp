@@ -95,15 +95,11 @@ void MicrophoneHealth::tick()
 
     std::optional<QString> reason;
     const QString notRunning = QStringLiteral("engine not running");
-    if (!m_mic.hasEngine())
+    if (!m_mic.hasEngine() || !m_mic.engineRunning())
         reason = notRunning;
     else if (count == m_lastBufferCount)
-        reason = m_mic.engineRunning()
-                     ? QStringLiteral("no new buffers in %1s")
-                           .arg(static_cast<double>(m_timing.watchdogPeriod.count()) / 1000.0)
-                     : notRunning;
-    else if (!m_mic.engineRunning())
-        reason = notRunning;
+        reason = QStringLiteral("no new buffers in %1s")
+                     .arg(static_cast<double>(m_timing.watchdogPeriod.count()) / 1000.0);
 
     if (reason) {
         consoleLog(QStringLiteral("🚨 Mic watchdog: %1, restarting mic engine").arg(*reason));

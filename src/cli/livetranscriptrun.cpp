@@ -25,9 +25,9 @@ std::optional<LiveTranscriptRun::Mode> LiveTranscriptRun::parseMode(const QStrin
     return std::nullopt;
 }
 
-LiveTranscriptRun::LiveTranscriptRun(const CommandContext& ctx, Mode mode, const QString& language,
+LiveTranscriptRun::LiveTranscriptRun(const CommandContext& ctx, Mode mode, QString language,
                                      const QString& grammarFile)
-    : m_ctx(ctx), m_mode(mode), m_language(language)
+    : m_ctx(ctx), m_mode(mode), m_language(std::move(language))
 {
     if (mode == Mode::Server) {
         m_server = std::make_unique<ServerTranscriptManager>();

@@ -29,7 +29,7 @@ public:
 
     // `language` empty: the stored speech language. `grammarFile` (on the
     // device only, for tests): decode these phrases only.
-    LiveTranscriptRun(const CommandContext& ctx, Mode mode, const QString& language,
+    LiveTranscriptRun(const CommandContext& ctx, Mode mode, QString language,
                       const QString& grammarFile = {});
     ~LiveTranscriptRun();
     LiveTranscriptRun(const LiveTranscriptRun&) = delete;

@@ -478,7 +478,7 @@ void AudioRecorder::stopRecording()
     });
 }
 
-void AudioRecorder::stopCapture(std::function<void(const QString& videoError)> done)
+void AudioRecorder::stopCapture(const std::function<void(const QString& videoError)>& done)
 {
     const std::uint64_t engineSession = m_engineSession;
     VideoRecorder* video = m_videoRecorder;

@@ -195,7 +195,7 @@ private:
     void setIsVideoMode(bool v);
     // Ends the capture: the video file first, then the engine. `done` gets
     // the video's failure text, a null string when there was none.
-    void stopCapture(std::function<void(const QString& videoError)> done);
+    void stopCapture(const std::function<void(const QString& videoError)>& done);
     void applyUpdate(const AudioEngineUpdate& update);
     void endAfterWriteFailure(const QString& message, bool somethingSaved);
     void uploadFinished(const QString& path, const RecordingUploader::Outcome& outcome);

@@ -352,7 +352,7 @@ void LiveAudioStreamer::handleText(const QString& text)
     deliver(events);
 }
 
-void LiveAudioStreamer::handleDisconnect(std::optional<QString> error, bool broken)
+void LiveAudioStreamer::handleDisconnect(const std::optional<QString>& error, bool broken)
 {
     Q_ASSERT(onQueue());
     if (!m_isActive)
@@ -368,7 +368,7 @@ void LiveAudioStreamer::handleDisconnect(std::optional<QString> error, bool brok
         const std::uint64_t session = m_session;
         postToMainThread(m_self, [this, session] {
             TokenReply reply = [weak = QPointer<LiveAudioStreamer>(this),
-                                session](std::optional<QString> token) {
+                                session](const std::optional<QString>& token) {
                 if (!weak)
                     return;
                 LiveAudioStreamer* self = weak.data();

@@ -110,7 +110,7 @@ private:
     void keepaliveTick(std::uint64_t generation);
     void handleText(const QString& text);
     // `broken`: the socket failed (no close frame can go out on it).
-    void handleDisconnect(std::optional<QString> error, bool broken = false);
+    void handleDisconnect(const std::optional<QString>& error, bool broken = false);
     void finishRefresh(std::uint64_t session, const std::optional<QString>& token);
     void orderlyStop();
     void closeConnection(int code, const QString& reason);

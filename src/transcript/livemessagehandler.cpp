@@ -44,7 +44,7 @@ std::optional<QJsonArray> objectList(const QJsonObject& o, QLatin1String key)
     if (!v.isArray())
         return std::nullopt;
     QJsonArray list = v.toArray();
-    for (const QJsonValue& element : std::as_const(list)) {
+    for (const QJsonValue element : std::as_const(list)) {
         if (!element.isObject())
             return std::nullopt;
     }
@@ -150,7 +150,7 @@ void LiveMessageHandler::handleTokens(const QJsonObject& o,
     };
     std::vector<Finals> finals;
 
-    for (const QJsonValue& value : tokens) {
+    for (const QJsonValue value : tokens) {
         const QJsonObject token = value.toObject();
         const QString text = string(token, QLatin1String("text")).value_or(QString());
         if (text.isEmpty() || text == QLatin1String("<end>"))

@@ -114,17 +114,17 @@ void ServerTranscriptManager::start(AuthManager& auth, const QString& language)
         setStatus(TranscriptStatus::error(QStringLiteral("Not logged in")));
         return;
     }
-    m_streamer.onAuthNeeded =
-        [this, weakAuth = QPointer<AuthManager>(&auth)](LiveAudioStreamer::TokenReply reply) {
-            if (!weakAuth) {
-                reply(std::nullopt);
-                return;
-            }
-            weakAuth->refreshAccessToken(this, [weakAuth, reply](bool refreshed) {
-                const QString fresh = refreshed && weakAuth ? weakAuth->accessToken() : QString();
-                reply(fresh.isEmpty() ? std::nullopt : std::optional<QString>(fresh));
-            });
-        };
+    m_streamer.onAuthNeeded = [this, weakAuth = QPointer<AuthManager>(&auth)](
+                                  const LiveAudioStreamer::TokenReply& reply) {
+        if (!weakAuth) {
+            reply(std::nullopt);
+            return;
+        }
+        weakAuth->refreshAccessToken(this, [weakAuth, reply](bool refreshed) {
+            const QString fresh = refreshed && weakAuth ? weakAuth->accessToken() : QString();
+            reply(fresh.isEmpty() ? std::nullopt : std::optional<QString>(fresh));
+        });
+    };
     m_streamer.start(Settings::serverOrigin(), token, languageHints(language));
     m_streaming = true;
 }

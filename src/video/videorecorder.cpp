@@ -436,7 +436,7 @@ void VideoRecorder::finishStart(std::uint64_t session, const QString& outputPath
 }
 
 void VideoRecorder::failStart(std::uint64_t session, const VideoRecorderError& error,
-                              StartCompletion done)
+                              const StartCompletion& done)
 {
     qCWarning(lcVideo, "Video recording failed to start: %s", qPrintable(error.description()));
     if (session == m_session)

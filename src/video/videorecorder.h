@@ -157,7 +157,8 @@ private:
     void setElapsed(double v);
     void finishStart(std::uint64_t session, const QString& outputPath, QSize size,
                      const StartCompletion& done);
-    void failStart(std::uint64_t session, const VideoRecorderError& error, StartCompletion done);
+    void failStart(std::uint64_t session, const VideoRecorderError& error,
+                   const StartCompletion& done);
     void finishStop(std::uint64_t session, const StopResult& result, const StopCompletion& done);
 
     VideoRecorderState m_state = VideoRecorderState::idle();

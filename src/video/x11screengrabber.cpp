@@ -106,9 +106,11 @@ void drawCursor(std::uint8_t* picture, QSize size, int stride, const std::uint32
 {
     const QRect drawn = QRect(at, cursorSize).intersected(QRect(QPoint(0, 0), size));
     for (int y = drawn.top(); y <= drawn.bottom(); ++y) {
-        const std::uint32_t* src =
-            cursor + (y - at.y()) * cursorSize.width() + (drawn.left() - at.x());
-        std::uint8_t* dst = picture + static_cast<std::ptrdiff_t>(y) * stride + drawn.left() * 4;
+        const std::uint32_t* src = cursor +
+                                   static_cast<std::ptrdiff_t>(y - at.y()) * cursorSize.width() +
+                                   (drawn.left() - at.x());
+        std::uint8_t* dst = picture + static_cast<std::ptrdiff_t>(y) * stride +
+                            static_cast<std::ptrdiff_t>(drawn.left()) * 4;
         for (int x = 0; x < drawn.width(); ++x, ++src, dst += 4) {
             const std::uint32_t p = *src;
             const std::uint32_t a = p >> 24;
@@ -154,11 +156,13 @@ void maskOutside(std::uint8_t* picture, QSize size, int stride, const std::vecto
             int x = 0;
             for (const auto& [from, to] : spans) {
                 if (from > x)
-                    std::memset(row + x * 4, 0, static_cast<size_t>(from - x) * 4);
+                    std::memset(row + static_cast<std::ptrdiff_t>(x) * 4, 0,
+                                static_cast<size_t>(from - x) * 4);
                 x = std::max(x, to);
             }
             if (x < size.width())
-                std::memset(row + x * 4, 0, static_cast<size_t>(size.width() - x) * 4);
+                std::memset(row + static_cast<std::ptrdiff_t>(x) * 4, 0,
+                            static_cast<size_t>(size.width() - x) * 4);
         }
     }
 }
@@ -517,8 +521,9 @@ void X11ScreenGrabber::visibleParts(const std::vector<xcb_window_t>& targets, La
             continue;
         stack.emplace_back(p.target, geometryRect(*g));
     }
-    for (auto it = stack.rbegin(); it != stack.rend(); ++it) {
-        const auto& [target, rect] = *it;
+    // Top of the stack first.
+    for (std::size_t i = stack.size(); i-- > 0;) {
+        const auto& [target, rect] = stack[i];
         if (!target) {
             occluders.push_back(rect);
             continue;

@@ -63,7 +63,7 @@ void PasskeyOperations::later(const QObject* context, std::function<void()> fn)
 
 void PasskeyOperations::passkeyBegin(
     const QString& path, const QJsonObject& body, bool authorized, const QObject* context,
-    std::function<void(PasskeyAuthResult<passkeys::BeginResult>)> done)
+    const std::function<void(PasskeyAuthResult<passkeys::BeginResult>)>& done)
 {
     const std::optional<QUrl> url = endpointUrl(path);
     if (!url) {
@@ -96,15 +96,14 @@ void PasskeyOperations::passkeyBegin(
 
 void PasskeyOperations::authorizedPasskeyRequest(
     const QUrl& url, const QByteArray& method, const std::optional<QJsonObject>& body,
-    const QObject* context, std::function<void(PasskeyAuthResult<QByteArray>)> done)
+    const QObject* context, const std::function<void(PasskeyAuthResult<QByteArray>)>& done)
 {
-    sendAuthorized(url, method, body, false, context ? context : this, std::move(done));
+    sendAuthorized(url, method, body, false, context ? context : this, done);
 }
 
-void PasskeyOperations::sendAuthorized(const QUrl& url, const QByteArray& method,
-                                       const std::optional<QJsonObject>& body, bool isRetry,
-                                       const QObject* context,
-                                       std::function<void(PasskeyAuthResult<QByteArray>)> done)
+void PasskeyOperations::sendAuthorized(
+    const QUrl& url, const QByteArray& method, const std::optional<QJsonObject>& body, bool isRetry,
+    const QObject* context, const std::function<void(PasskeyAuthResult<QByteArray>)>& done)
 {
     QNetworkRequest request = passkeyRequest(url);
     setBearer(request, m_auth.accessToken());
@@ -209,8 +208,9 @@ void PasskeyOperations::finishLogin(const QString& challengeId, const QJsonObjec
 
 // ---- the account's passkeys ------------------------------------------------------
 
-void PasskeyOperations::registerPasskey(const std::optional<QString>& label, const QObject* context,
-                                        std::function<void(PasskeyOperationResult<Passkey>)> done)
+void PasskeyOperations::registerPasskey(
+    const std::optional<QString>& label, const QObject* context,
+    const std::function<void(PasskeyOperationResult<Passkey>)>& done)
 {
     if (!m_auth.isLoggedIn()) {
         later(context, [done] { done(PasskeyFailure(PasskeyAuthError::notLoggedIn())); });
@@ -285,7 +285,7 @@ void PasskeyOperations::registerPasskey(const std::optional<QString>& label, con
 }
 
 void PasskeyOperations::listPasskeys(
-    const QObject* context, std::function<void(PasskeyOperationResult<QList<Passkey>>)> done)
+    const QObject* context, const std::function<void(PasskeyOperationResult<QList<Passkey>>)>& done)
 {
     if (!m_auth.isLoggedIn()) {
         later(context, [done] { done(PasskeyFailure(PasskeyAuthError::notLoggedIn())); });
@@ -315,8 +315,9 @@ void PasskeyOperations::listPasskeys(
         });
 }
 
-void PasskeyOperations::deletePasskey(qint64 id, const QObject* context,
-                                      std::function<void(std::optional<PasskeyFailure>)> done)
+void PasskeyOperations::deletePasskey(
+    qint64 id, const QObject* context,
+    const std::function<void(std::optional<PasskeyFailure>)>& done)
 {
     if (!m_auth.isLoggedIn()) {
         later(context, [done] { done(PasskeyFailure(PasskeyAuthError::notLoggedIn())); });

@@ -36,27 +36,27 @@ public:
     void loginWithPasskey(const QString& email);
 
     void registerPasskey(const std::optional<QString>& label, const QObject* context,
-                         std::function<void(PasskeyOperationResult<Passkey>)> done);
+                         const std::function<void(PasskeyOperationResult<Passkey>)>& done);
     void listPasskeys(const QObject* context,
-                      std::function<void(PasskeyOperationResult<QList<Passkey>>)> done);
+                      const std::function<void(PasskeyOperationResult<QList<Passkey>>)>& done);
     // None on success.
     void deletePasskey(qint64 id, const QObject* context,
-                       std::function<void(std::optional<PasskeyFailure>)> done);
+                       const std::function<void(std::optional<PasskeyFailure>)>& done);
 
     // The two exchanges the operations are made of.
     void passkeyBegin(const QString& path, const QJsonObject& body, bool authorized,
                       const QObject* context,
-                      std::function<void(PasskeyAuthResult<passkeys::BeginResult>)> done);
+                      const std::function<void(PasskeyAuthResult<passkeys::BeginResult>)>& done);
     // With the bearer token; a 401 refreshes the token once and retries once.
     void authorizedPasskeyRequest(const QUrl& url, const QByteArray& method,
                                   const std::optional<QJsonObject>& body, const QObject* context,
-                                  std::function<void(PasskeyAuthResult<QByteArray>)> done);
+                                  const std::function<void(PasskeyAuthResult<QByteArray>)>& done);
 
 private:
     void sendAuthorized(const QUrl& url, const QByteArray& method,
                         const std::optional<QJsonObject>& body, bool isRetry,
                         const QObject* context,
-                        std::function<void(PasskeyAuthResult<QByteArray>)> done);
+                        const std::function<void(PasskeyAuthResult<QByteArray>)>& done);
     void finishLogin(const QString& challengeId, const QJsonObject& credential,
                      const QString& typedEmail);
     void later(const QObject* context, std::function<void()> fn);

@@ -153,7 +153,7 @@ PasskeyAuthResult<SignInOptions> decodeSignInOptions(const QJsonObject& options)
     if (!challenge)
         return PasskeyAuthError::badResponse(QStringLiteral("Missing challenge"));
     result.challenge = *challenge;
-    for (const QJsonValue& entry : options.value(QLatin1String("allowCredentials")).toArray()) {
+    for (const QJsonValue entry : options.value(QLatin1String("allowCredentials")).toArray()) {
         if (const std::optional<QByteArray> id =
                 bytesMember(entry.toObject(), QStringLiteral("id")))
             result.allowedCredentialIds.append(*id);

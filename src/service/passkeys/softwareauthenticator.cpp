@@ -271,7 +271,7 @@ std::optional<PasskeyError> SoftwareAuthenticator::load()
     const QJsonObject root = QJsonDocument::fromJson(file.readAll()).object();
     State state;
     state.signCount = static_cast<quint32>(root.value(QLatin1String("signCount")).toDouble());
-    for (const QJsonValue& v : root.value(QLatin1String("credentials")).toArray()) {
+    for (const QJsonValue v : root.value(QLatin1String("credentials")).toArray()) {
         const QJsonObject o = v.toObject();
         const std::optional<QByteArray> id =
             base64UrlDecode(o.value(QLatin1String("id")).toString());
