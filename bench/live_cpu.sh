@@ -8,6 +8,7 @@
 # Target: at most 1 % of one core.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. bench/common.sh
 seconds="${SORV_BENCH_SECONDS:-60}"
 bin=""
 for d in build/release build/default; do
@@ -16,14 +17,7 @@ done
 [ -n "$bin" ] || { echo "live_cpu: build first (dev/build release)" >&2; exit 1; }
 cli="$bin/src/cli/sorvelandrix"
 
-work=$(mktemp -d)
-pids=()
-cleanup() {
-  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
-  wait 2>/dev/null || true
-  rm -rf "$work"
-}
-trap cleanup EXIT
+make_work_dir
 . dev/pulsesandbox.sh
 start_pulse_sandbox "$work"
 

@@ -12,22 +12,10 @@
 # time the server was away is missing from the file, nothing else.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-cli="${SORV_CLI:-}"
-if [ -z "$cli" ]; then
-  for c in build/release/src/cli/sorvelandrix build/default/src/cli/sorvelandrix; do
-    [ -x "$c" ] && { cli="$PWD/$c"; break; }
-  done
-fi
-[ -x "$cli" ] || { echo "mic_recovery: build the CLI first (dev/build release)" >&2; exit 1; }
+. bench/common.sh
+cli="${SORV_CLI:-$(find_built mic_recovery src/cli/sorvelandrix)}"
 
-work=$(mktemp -d)
-pids=()
-cleanup() {
-  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
-  wait 2>/dev/null || true
-  rm -rf "$work"
-}
-trap cleanup EXIT
+make_work_dir
 . dev/pulsesandbox.sh
 start_pulse_sandbox "$work"
 daemon=${pids[0]}

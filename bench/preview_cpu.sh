@@ -7,23 +7,11 @@
 # includes loading the model (about 0.5 s of CPU, once per start).
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. bench/common.sh
 seconds="${SORV_BENCH_SECONDS:-60}"
-bin="${SORV_PREVIEW_CPU:-}"
-if [ -z "$bin" ]; then
-  for c in build/release/bench/preview_cpu build/default/bench/preview_cpu; do
-    [ -x "$c" ] && { bin="$PWD/$c"; break; }
-  done
-fi
-[ -x "$bin" ] || { echo "preview_cpu: build it first (dev/build release)" >&2; exit 1; }
+bin="${SORV_PREVIEW_CPU:-$(find_built preview_cpu bench/preview_cpu)}"
 
-work=$(mktemp -d)
-pids=()
-cleanup() {
-  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
-  wait 2>/dev/null || true
-  rm -rf "$work"
-}
-trap cleanup EXIT
+make_work_dir
 . dev/pulsesandbox.sh
 start_pulse_sandbox "$work"
 

@@ -7,23 +7,11 @@
 # Targets: at most 2 % of one core, at most 1.5x the two parecord together.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. bench/common.sh
 seconds="${SORV_BENCH_SECONDS:-60}"
-cli="${SORV_CLI:-}"
-if [ -z "$cli" ]; then
-  for c in build/release/src/cli/sorvelandrix build/default/src/cli/sorvelandrix; do
-    [ -x "$c" ] && { cli="$PWD/$c"; break; }
-  done
-fi
-[ -x "$cli" ] || { echo "record_cpu: build the CLI first (dev/build release)" >&2; exit 1; }
+cli="${SORV_CLI:-$(find_built record_cpu src/cli/sorvelandrix)}"
 
-work=$(mktemp -d)
-pids=()
-cleanup() {
-  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
-  wait 2>/dev/null || true
-  rm -rf "$work"
-}
-trap cleanup EXIT
+make_work_dir
 . dev/pulsesandbox.sh
 start_pulse_sandbox "$work"
 

@@ -6,6 +6,7 @@
 # Targets: throughput at least 0.95x curl's, peak RSS under 64 MiB.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. bench/common.sh
 mib="${SORV_UPLOAD_MIB:-1024}"
 build=""
 for b in build/release build/default; do
@@ -13,14 +14,7 @@ for b in build/release build/default; do
 done
 [ -n "$build" ] || { echo "upload_1gib: build first (dev/build release)" >&2; exit 1; }
 
-work=$(mktemp -d "${TMPDIR:-/var/tmp}/sorv-upload-XXXXXX")
-pids=()
-cleanup() {
-  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
-  wait 2>/dev/null || true
-  rm -rf "$work"
-}
-trap cleanup EXIT
+make_work_dir "${TMPDIR:-/var/tmp}/sorv-upload-XXXXXX"
 export XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data" XDG_CACHE_HOME="$work/cache"
 export SORVELANDRIX_SECRETS=file
 port=$((20000 + RANDOM % 20000))

@@ -12,23 +12,15 @@
 # SORV_BENCH_DISPLAY a display number to use (default: one Xvfb picks).
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. bench/common.sh
 seconds="${SORV_BENCH_SECONDS:-$(( ${SORV_BENCH_MINUTES:-10} * 60 ))}"
 dir="${SORV_BENCH_DIR:-}"
 if [ -z "$dir" ]; then
-  for d in build/release/bench build/default/bench; do
-    [ -x "$d/bench_video_record" ] && { dir="$PWD/$d"; break; }
-  done
+  recorder=$(find_built video_cpu bench/bench_video_record)
+  dir=$(dirname "$recorder")
 fi
-[ -x "$dir/bench_video_record" ] || { echo "video_cpu: build first (dev/build release)" >&2; exit 1; }
 
-work=$(mktemp -d)
-pids=()
-cleanup() {
-  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
-  wait 2>/dev/null || true
-  rm -rf "$work"
-}
-trap cleanup EXIT
+make_work_dir
 
 # A private X server.
 if [ -n "${SORV_BENCH_DISPLAY:-}" ]; then
