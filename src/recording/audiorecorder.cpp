@@ -503,7 +503,7 @@ void AudioRecorder::stopCapture(const std::function<void(const QString& videoErr
         QString videoError;
     };
     auto seq = std::make_shared<Sequence>();
-    auto finishIfDone = [this, seq, video, done] {
+    auto finishIfDone = [seq, video, done] {
         if (!seq->engineStopped || !seq->videoStopped)
             return;
         video->deleteLater();

@@ -167,11 +167,11 @@ void PasskeysModel::confirmRemove()
         if (failure)
             setActionError(describe(*failure));
         else
-            removeRows(id);
+            removeRowsOf(id);
     });
 }
 
-void PasskeysModel::removeRows(qint64 id)
+void PasskeysModel::removeRowsOf(qint64 id)
 {
     // Every entry with that id, should the service have listed one twice.
     bool removed = false;

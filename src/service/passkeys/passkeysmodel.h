@@ -77,7 +77,7 @@ private:
     void setRegistering(bool value);
     void setActionError(const QString& error);
     void setPendingDelete(std::optional<Passkey> passkey);
-    void removeRows(qint64 id);
+    void removeRowsOf(qint64 id);
     void updateEmpty();
 
     PasskeyOperations& m_operations;
