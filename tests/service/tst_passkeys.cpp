@@ -86,14 +86,20 @@ struct World {
         QTRY_VERIFY_WITH_TIMEOUT(!auth.isLoggingIn(), 20000);
     }
 
-    QJsonObject lastBody(const QString& path)
+    // The newest request to `path`: other requests (the session's own
+    // checks) may come in between, in any order.
+    LoggedRequest lastRequest(const QString& path)
     {
-        for (qsizetype i = service->requestLog().size() - 1; i >= 0; --i) {
-            const LoggedRequest r = service->requestLog().at(i);
-            if (r.path == path)
-                return QJsonDocument::fromJson(r.body).object();
+        const QList<LoggedRequest> log = service->requestLog();
+        for (qsizetype i = log.size() - 1; i >= 0; --i) {
+            if (log.at(i).path == path)
+                return log.at(i);
         }
         return {};
+    }
+    QJsonObject lastBody(const QString& path)
+    {
+        return QJsonDocument::fromJson(lastRequest(path).body).object();
     }
 
     bool answerPins = true;
@@ -151,7 +157,7 @@ private Q_SLOTS:
         const QJsonObject discovered =
             w.lastBody("/api/auth/passkey/login/finish").value("credential").toObject();
         QVERIFY(discovered.value("response").toObject().value("userHandle").isString());
-        const LoggedRequest begin = w.service->requestLog().at(w.service->requestLog().size() - 2);
+        const LoggedRequest begin = w.lastRequest(QStringLiteral("/api/auth/passkey/login/begin"));
         QCOMPARE(begin.header("X-Device-Id"), w.auth.deviceId().toUtf8());
         QVERIFY(begin.header("Authorization").isEmpty());
 
