@@ -68,13 +68,15 @@ bool MultipartBodyDevice::open(OpenMode mode)
         setErrorString(QStringLiteral("the body can only be read"));
         return false;
     }
-    if (!m_file.open(QIODevice::ReadOnly)) {
+    // Unbuffered, here and below: the network layer reads in large pieces,
+    // and each buffered layer would copy every byte once more.
+    if (!m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         setErrorString(QStringLiteral("%1: %2").arg(m_file.fileName(), m_file.errorString()));
         return false;
     }
     m_fileSize = m_file.size();
     m_position = 0;
-    return QIODevice::open(mode);
+    return QIODevice::open(mode | QIODevice::Unbuffered);
 }
 
 void MultipartBodyDevice::close()
