@@ -131,22 +131,29 @@ void PulseCaptureStream::read()
 {
     const size_t chunkSamples = static_cast<size_t>(m_framesPerChunk) * m_channels;
     while (m_sink && pa_stream_readable_size(m_stream) > 0) {
-        const void* data = nullptr;
-        size_t nbytes = 0;
-        if (pa_stream_peek(m_stream, &data, &nbytes) < 0 || nbytes == 0)
+        if (!takeFragment())
             return;
-        const size_t count = nbytes / sizeof(float);
-        if (data) {
-            const auto* samples = static_cast<const float*>(data);
-            m_pending.insert(m_pending.end(), samples, samples + count);
-        } else {
-            // A hole in the server's buffer: keep the timeline with silence.
-            m_pending.resize(m_pending.size() + count, 0.0f);
-        }
-        pa_stream_drop(m_stream);
         if (m_pending.size() >= chunkSamples)
             deliver();
     }
+}
+
+bool PulseCaptureStream::takeFragment()
+{
+    const void* data = nullptr;
+    size_t nbytes = 0;
+    if (pa_stream_peek(m_stream, &data, &nbytes) < 0 || nbytes == 0)
+        return false;
+    const size_t count = nbytes / sizeof(float);
+    if (data) {
+        const auto* samples = static_cast<const float*>(data);
+        m_pending.insert(m_pending.end(), samples, samples + count);
+    } else {
+        // A hole in the server's buffer: keep the timeline with silence.
+        m_pending.resize(m_pending.size() + count, 0.0f);
+    }
+    pa_stream_drop(m_stream);
+    return true;
 }
 
 PulseCaptureStream::Chunk PulseCaptureStream::makeChunk(size_t offset, size_t count,
@@ -189,18 +196,8 @@ PulseCaptureStream::Chunk PulseCaptureStream::takeRemaining()
     // What the server has already captured for us is still part of the
     // recording; read it, but hand nothing more to the sink.
     while (pa_stream_readable_size(m_stream) > 0) {
-        const void* data = nullptr;
-        size_t nbytes = 0;
-        if (pa_stream_peek(m_stream, &data, &nbytes) < 0 || nbytes == 0)
+        if (!takeFragment())
             break;
-        const size_t count = nbytes / sizeof(float);
-        if (data) {
-            const auto* samples = static_cast<const float*>(data);
-            m_pending.insert(m_pending.end(), samples, samples + count);
-        } else {
-            m_pending.resize(m_pending.size() + count, 0.0f);
-        }
-        pa_stream_drop(m_stream);
     }
     m_sink = {};
     pa_stream_set_read_callback(m_stream, nullptr, nullptr);

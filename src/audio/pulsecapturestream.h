@@ -61,6 +61,9 @@ private:
     static void onRead(pa_stream* s, size_t nbytes, void* userdata);
     static void onState(pa_stream* s, void* userdata);
     void read();
+    // Moves one fragment of the server's buffer into m_pending; false when
+    // there is none.
+    bool takeFragment();
     void deliver();
     Chunk makeChunk(size_t offset, size_t count, std::int64_t firstFrameNs) const;
     void close();
