@@ -14,6 +14,18 @@ QString formatElapsed(double seconds)
     return QString::asprintf("%02lld:%02lld", (s % 3600) / 60, s % 60);
 }
 
+QString mfaCodeDigits(const QString& typed)
+{
+    QString digits;
+    for (const QChar c : typed) {
+        if (c >= QLatin1Char('0') && c <= QLatin1Char('9'))
+            digits.append(c);
+        if (digits.size() == 6)
+            break;
+    }
+    return digits;
+}
+
 QString formatBytes(double bytes)
 {
     static const char* const units[] = {"B", "KiB", "MiB", "GiB", "TiB"};

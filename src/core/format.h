@@ -10,6 +10,10 @@ namespace sorv {
 // Elapsed recording time: "00:59", "59:59", then "1:00:00" from an hour on.
 QString formatElapsed(double seconds);
 
+// What an e-mail code field keeps of what was typed or pasted: its digits,
+// at most the first six.
+QString mfaCodeDigits(const QString& typed);
+
 // A size: "512 B", "12.3 KiB", "1.5 GiB".
 QString formatBytes(double bytes);
 

@@ -65,15 +65,15 @@ public:
                             const QByteArray& userID, const QObject* context,
                             CredentialCallback done);
     // Ends the running ceremony with `cancelled`.
-    void cancel();
+    Q_INVOKABLE void cancel();
 
     bool isWaitingForTouch() const { return m_waitingForTouch; }
     bool isPinRequested() const { return m_pinRequested; }
     int pinAttemptsLeft() const { return m_pinAttemptsLeft; } // -1: the key does not say
     // Answers the PIN question of the running ceremony.
-    void providePin(const QString& pin);
+    Q_INVOKABLE void providePin(const QString& pin);
     // The user closed the PIN question: the ceremony ends with `cancelled`.
-    void cancelPinRequest();
+    Q_INVOKABLE void cancelPinRequest();
 
 Q_SIGNALS:
     void isWaitingForTouchChanged();

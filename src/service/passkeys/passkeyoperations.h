@@ -33,7 +33,7 @@ public:
 
     // Results go to the session's published sign-in state (isLoggingIn,
     // loginError, isLoggedIn).
-    void loginWithPasskey(const QString& email);
+    Q_INVOKABLE void loginWithPasskey(const QString& email);
 
     void registerPasskey(const std::optional<QString>& label, const QObject* context,
                          const std::function<void(PasskeyOperationResult<Passkey>)>& done);

@@ -1,0 +1,146 @@
+#include "recorderapp.h"
+
+#include "core/log.h"
+#include "core/secretstore.h"
+#include "core/settings.h"
+#include "recording/audiorecorder.h"
+#include "service/authmanager.h"
+#include "service/passkeys/passkeymanager.h"
+#include "service/passkeys/passkeyoperations.h"
+#include "service/passkeys/passkeysmodel.h"
+#include "ui/symbolimageprovider.h"
+#include "ui/viewhelpers.h"
+#include <QSystemTrayIcon>
+
+#include <QApplication>
+#include <QDesktopServices>
+#include <QQuickWindow>
+#include <QScreen>
+
+#include <cstdio>
+
+namespace sorv {
+
+SorvelandrixRecorderApp::SorvelandrixRecorderApp(QObject* parent)
+    : QObject(parent), m_secrets(std::make_unique<SecretStore>()),
+      m_auth(std::make_unique<AuthManager>(*m_secrets)),
+      m_recorder(std::make_unique<AudioRecorder>()),
+      m_passkeyManager(std::make_unique<PasskeyManager>()),
+      m_passkeyOps(std::make_unique<PasskeyOperations>(*m_auth, *m_passkeyManager)),
+      m_passkeys(std::make_unique<PasskeysModel>(*m_passkeyOps)),
+      m_helpers(std::make_unique<ViewHelpers>())
+{
+    m_recorder->setAuthManager(m_auth.get());
+    AppDelegate::Hooks hooks;
+    hooks.showMainWindow = [this] { showMainWindow(); };
+    hooks.openUrl = [](const QUrl& url) { QDesktopServices::openUrl(url); };
+    hooks.quit = [this] { requestQuit(); };
+    m_delegate = std::make_unique<AppDelegate>(std::move(hooks));
+}
+
+SorvelandrixRecorderApp::~SorvelandrixRecorderApp()
+{
+    saveGeometry();
+    // The views go first: they hold bindings to the controllers below.
+    const auto roots = m_engine.rootObjects();
+    for (QObject* root : roots)
+        delete root;
+}
+
+bool SorvelandrixRecorderApp::launch()
+{
+    m_engine.addImageProvider(QStringLiteral("symbol"), new SymbolImageProvider);
+    m_engine.addImportPath(QStringLiteral("qrc:/"));
+    m_engine.setInitialProperties({
+        {QStringLiteral("auth"), QVariant::fromValue<QObject*>(m_auth.get())},
+        {QStringLiteral("recorder"), QVariant::fromValue<QObject*>(m_recorder.get())},
+        {QStringLiteral("helpers"), QVariant::fromValue<QObject*>(m_helpers.get())},
+        {QStringLiteral("appDelegate"), QVariant::fromValue<QObject*>(m_delegate.get())},
+        {QStringLiteral("passkeys"), QVariant::fromValue<QObject*>(m_passkeys.get())},
+        {QStringLiteral("passkeyOps"), QVariant::fromValue<QObject*>(m_passkeyOps.get())},
+        {QStringLiteral("passkeyManager"), QVariant::fromValue<QObject*>(m_passkeyManager.get())},
+    });
+    m_engine.load(QUrl(QStringLiteral("qrc:/Sorvelandrix/Ui/Main.qml")));
+    const auto roots = m_engine.rootObjects();
+    m_window = roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow*>(roots.first());
+    if (!m_window) {
+        std::fputs("sorvelandrix-recorder: the main window could not be loaded\n", stderr);
+        return false;
+    }
+    m_window->setIcon(QIcon(QStringLiteral(":/sorvelandrix/sorvelandrix-recorder.svg")));
+    restoreGeometry();
+    m_delegate->applicationDidFinishLaunching();
+    // With a tray the application lives on when its window closes; without
+    // one, closing the window is the way to quit.
+    QApplication::setQuitOnLastWindowClosed(false);
+    connect(m_window, &QWindow::visibleChanged, this, [this](bool visible) {
+        if (visible) {
+            m_windowShown = true;
+            contentAppeared();
+            return;
+        }
+        saveGeometry();
+        if (!QSystemTrayIcon::isSystemTrayAvailable())
+            requestQuit();
+    });
+    showMainWindow();
+    return true;
+}
+
+void SorvelandrixRecorderApp::contentAppeared()
+{
+    m_delegate->setAuth(m_auth.get());
+    m_delegate->bindRecorder(m_recorder.get());
+}
+
+void SorvelandrixRecorderApp::showMainWindow()
+{
+    if (!m_window)
+        return;
+    m_window->show();
+    m_window->raise();
+    m_window->requestActivate();
+}
+
+void SorvelandrixRecorderApp::requestQuit()
+{
+    if (m_quitting)
+        return;
+    m_quitting = true;
+    saveGeometry();
+    if (!m_recorder->isRecording()) {
+        QApplication::quit();
+        return;
+    }
+    // Stopping writes the rest of the audio and closes the file; it then
+    // waits in the cache folder for a later save or `sorvelandrix upload`.
+    consoleLog(QStringLiteral("⏹️ Stopping the recording before quitting"));
+    connect(m_recorder.get(), &AudioRecorder::isRecordingChanged, this, [this] {
+        if (!m_recorder->isRecording())
+            QApplication::quit();
+    });
+    m_recorder->stopRecording();
+}
+
+void SorvelandrixRecorderApp::restoreGeometry()
+{
+    const QRect saved = Settings::value(kGeometryKey).toRect();
+    if (!saved.isValid())
+        return;
+    // Only where a screen still shows it (a monitor may have gone).
+    for (const QScreen* screen : QGuiApplication::screens()) {
+        if (screen->availableGeometry().intersects(saved)) {
+            m_window->setGeometry(saved);
+            return;
+        }
+    }
+    m_window->resize(saved.size());
+}
+
+void SorvelandrixRecorderApp::saveGeometry()
+{
+    if (m_window && m_windowShown)
+        Settings::setValue(kGeometryKey, m_window->geometry());
+}
+
+} // namespace sorv

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "app/appdelegate.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QQmlApplicationEngine>
+#include <QQuickWindow>
+
+#include <memory>
+
+namespace sorv {
+
+class AudioRecorder;
+class AuthManager;
+class PasskeyManager;
+class PasskeyOperations;
+class PasskeysModel;
+class SecretStore;
+class ViewHelpers;
+
+// The application: the one session, the one recorder and the one updater,
+// the main window (QML) over them, and the tray.
+class SorvelandrixRecorderApp : public QObject {
+    Q_OBJECT
+
+public:
+    static inline const QString kGeometryKey = QStringLiteral("mainWindowGeometry");
+
+    explicit SorvelandrixRecorderApp(QObject* parent = nullptr);
+    ~SorvelandrixRecorderApp() override;
+
+    // Loads the main window and creates the tray. False when the views
+    // could not be loaded (the reasons are on standard error).
+    bool launch();
+
+    AuthManager& auth() { return *m_auth; }
+    AudioRecorder& recorder() { return *m_recorder; }
+    AppDelegate& appDelegate() { return *m_delegate; }
+    ViewHelpers& helpers() { return *m_helpers; }
+    QQuickWindow* mainWindow() const { return m_window; }
+    QQmlApplicationEngine& engine() { return m_engine; }
+
+    // Shows, raises and focuses the main window.
+    void showMainWindow();
+    // Quits; a recording under way is stopped first, so its file is complete
+    // and kept for saving later.
+    void requestQuit();
+
+private:
+    void restoreGeometry();
+    void saveGeometry();
+    void contentAppeared();
+
+    std::unique_ptr<SecretStore> m_secrets;
+    std::unique_ptr<AuthManager> m_auth;
+    std::unique_ptr<AudioRecorder> m_recorder;
+    // Its own, not the process-wide one: its worker thread must end before
+    // the application object does.
+    std::unique_ptr<PasskeyManager> m_passkeyManager;
+    std::unique_ptr<PasskeyOperations> m_passkeyOps;
+    std::unique_ptr<PasskeysModel> m_passkeys;
+    std::unique_ptr<ViewHelpers> m_helpers;
+    std::unique_ptr<AppDelegate> m_delegate;
+    QQmlApplicationEngine m_engine;
+    QPointer<QQuickWindow> m_window;
+    bool m_quitting = false;
+    bool m_windowShown = false;
+};
+
+} // namespace sorv

@@ -1,0 +1,157 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+
+// The recording-consent check before the first recording (and before every
+// one when the user asks for it). `consent` holds its state and stores the
+// answers; agreeing starts the recording through the screen that opened it.
+Popup {
+    id: root
+    property var consent: null
+    property var helpers: null
+    modal: true
+    anchors.centerIn: Overlay.overlay
+    width: Math.min(460, parent ? parent.width - 24 : 460)
+    height: Math.min(implicitHeight, parent ? parent.height - 24 : implicitHeight)
+    padding: 0
+    closePolicy: Popup.CloseOnEscape
+    onClosed: if (consent && consent.presented) consent.cancel()
+    background: Rectangle { radius: 14; color: Theme.card; border.color: Theme.separator }
+
+    contentItem: Flickable {
+        implicitHeight: body.implicitHeight + 40
+        contentHeight: body.implicitHeight + 40
+        clip: true
+        boundsBehavior: Flickable.StopAtBounds
+
+        ColumnLayout {
+            id: body
+            x: 20
+            y: 20
+            width: parent.width - 40
+            spacing: Theme.spacing
+
+            RowLayout {
+                spacing: 12
+                Rectangle {
+                    width: 44; height: 44; radius: 22
+                    color: "#fde3e1"
+                    Symbol { anchors.centerIn: parent; name: "record-fill"; tint: Theme.red; size: 26 }
+                }
+                ColumnLayout {
+                    spacing: 2
+                    Label {
+                        text: "Before you record"
+                        font.pixelSize: Theme.titleSize
+                        font.weight: Font.Bold
+                        color: Theme.text
+                    }
+                    Label {
+                        text: "A quick recording-consent check"
+                        color: Theme.secondaryText
+                    }
+                }
+            }
+
+            Label {
+                Layout.fillWidth: true
+                wrapMode: Text.Wrap
+                color: Theme.text
+                text: root.consent ? root.consent.introduction : ""
+            }
+
+            Repeater {
+                model: root.consent ? root.consent.obligations : []
+                delegate: RowLayout {
+                    required property string modelData
+                    Layout.fillWidth: true
+                    spacing: 8
+                    Label { text: "•"; color: Theme.text; Layout.alignment: Qt.AlignTop }
+                    Label {
+                        Layout.fillWidth: true
+                        wrapMode: Text.Wrap
+                        color: Theme.text
+                        text: modelData
+                    }
+                }
+            }
+
+            Rectangle {
+                Layout.fillWidth: true
+                implicitHeight: note.implicitHeight + 20
+                radius: 8
+                color: "#eef3fc"
+                RowLayout {
+                    id: note
+                    anchors.fill: parent
+                    anchors.margins: 10
+                    spacing: 8
+                    Symbol { name: "shield-half"; tint: Theme.accent; size: 18; Layout.alignment: Qt.AlignTop }
+                    Label {
+                        Layout.fillWidth: true
+                        wrapMode: Text.Wrap
+                        color: Theme.text
+                        font.pixelSize: Theme.bodySize
+                        text: root.consent ? root.consent.note : ""
+                    }
+                }
+            }
+
+            CheckBox {
+                id: acknowledged
+                objectName: "acknowledgeCheckBox"
+                Layout.fillWidth: true
+                text: "I understand and accept these obligations."
+                checked: root.consent ? root.consent.acknowledged : false
+                onToggled: root.consent.acknowledged = checked
+            }
+            CheckBox {
+                objectName: "remindCheckBox"
+                Layout.fillWidth: true
+                text: "Remind me before every recording"
+                checked: root.consent ? root.consent.remindEachRecording : false
+                onToggled: root.consent.remindEachRecording = checked
+            }
+
+            Button {
+                objectName: "termsLink"
+                flat: true
+                leftPadding: 0
+                text: "Read our Recording Consent terms"
+                Accessible.name: text
+                icon.source: "image://symbol/external-link/0a64d8"
+                icon.width: 14
+                icon.height: 14
+                palette.buttonText: Theme.accent
+                onClicked: root.helpers.openUrl(root.consent.termsUrl)
+            }
+
+            RowLayout {
+                Layout.fillWidth: true
+                spacing: 10
+                Button {
+                    objectName: "consentCancelButton"
+                    Layout.fillWidth: true
+                    implicitHeight: 38
+                    text: "Cancel"
+                    onClicked: root.consent.cancel()
+                }
+                PrimaryButton {
+                    objectName: "agreeButton"
+                    text: "I Agree, Start Recording"
+                    symbol: "checkmark-seal"
+                    tint: Theme.red
+                    enabled: root.consent ? root.consent.canAgree : false
+                    onClicked: root.consent.agree()
+                }
+            }
+        }
+    }
+
+    // Return agrees only once the first box is ticked; Escape cancels.
+    Shortcut {
+        sequences: ["Return", "Enter"]
+        enabled: root.visible
+        onActivated: if (root.consent && root.consent.canAgree) root.consent.agree()
+    }
+}

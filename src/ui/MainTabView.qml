@@ -1,0 +1,205 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+
+// Signed in: the header with the recording badges and the user menu, the
+// tab bar, and the screen of the chosen tab.
+Item {
+    id: root
+    required property var auth
+    required property var recorder
+    required property var helpers
+    property var passkeys: null
+    property var passkeyManager: null
+    property var recorderScreen: null
+
+    // 0 record, 1 recordings, 2 join.
+    property int selectedTab: 0
+    property bool showLogout: false
+    property bool showPasskeys: false
+
+    readonly property var tabs: [
+        { title: "Record", symbol: "record" },
+        { title: "Recordings", symbol: "waveform" },
+        { title: "Join Meeting", symbol: "link" }
+    ]
+
+    ColumnLayout {
+        anchors.fill: parent
+        spacing: 0
+
+        // Header.
+        Rectangle {
+            Layout.fillWidth: true
+            implicitHeight: 52
+            color: Theme.card
+            RowLayout {
+                anchors.fill: parent
+                anchors.leftMargin: 16
+                anchors.rightMargin: 10
+                spacing: 8
+                Symbol { name: "waveform-circle"; tint: Theme.red; size: 22 }
+                Label {
+                    text: "Sorvelandrix"
+                    font.pixelSize: Theme.bodySize + 4
+                    font.weight: Font.Bold
+                    color: Theme.text
+                }
+                Badge {
+                    objectName: "recBadge"
+                    visible: root.recorder.isRecording
+                    text: "REC"
+                    tint: Theme.red
+                    pulsing: true
+                }
+                Badge {
+                    objectName: "videoBadge"
+                    visible: root.recorder.isRecording && root.recorder.isVideoMode
+                    text: "VIDEO"
+                    tint: Theme.blue
+                }
+                Item { Layout.fillWidth: true }
+                ToolButton {
+                    id: userButton
+                    objectName: "userMenuButton"
+                    Accessible.name: "User menu"
+                    onClicked: root.showLogout = !root.showLogout
+                    contentItem: Symbol { name: "person-circle"; tint: Theme.secondaryText; size: 24 }
+                    background: Rectangle {
+                        radius: 16
+                        color: userButton.hovered || root.showLogout ? Theme.selectedTab : "transparent"
+                    }
+                }
+            }
+            Rectangle { anchors.bottom: parent.bottom; width: parent.width; height: 1; color: Theme.separator }
+        }
+
+        // Tab bar.
+        RowLayout {
+            objectName: "tabBar"
+            Layout.fillWidth: true
+            Layout.margins: 10
+            spacing: 6
+            Repeater {
+                model: root.tabs
+                delegate: Button {
+                    id: tabButton
+                    required property var modelData
+                    required property int index
+                    objectName: "tab" + index
+                    Layout.fillWidth: true
+                    implicitHeight: 34
+                    flat: true
+                    checkable: false
+                    readonly property bool selected: root.selectedTab === index
+                    Accessible.name: modelData.title + " tab"
+                    Accessible.role: Accessible.PageTab
+                    Accessible.selected: selected
+                    onClicked: root.selectedTab = index
+                    contentItem: Item {
+                        implicitWidth: tabContent.implicitWidth
+                        implicitHeight: tabContent.implicitHeight
+                    Row {
+                        id: tabContent
+                        spacing: 6
+                        anchors.centerIn: parent
+                        Symbol {
+                            name: tabButton.modelData.symbol
+                            tint: tabButton.selected ? Theme.text : Theme.secondaryText
+                            size: 15
+                            anchors.verticalCenter: parent.verticalCenter
+                        }
+                        Text {
+                            text: tabButton.modelData.title
+                            font.pixelSize: Theme.bodySize + 1
+                            font.weight: tabButton.selected ? Font.DemiBold : Font.Normal
+                            color: tabButton.selected ? Theme.text : Theme.secondaryText
+                            anchors.verticalCenter: parent.verticalCenter
+                        }
+                    }
+                    }
+                    background: Rectangle {
+                        radius: 8
+                        color: tabButton.selected ? Theme.selectedTab
+                                                  : (tabButton.hovered ? "#efeff3" : "transparent")
+                    }
+                }
+            }
+        }
+
+        StackLayout {
+            objectName: "tabContent"
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            currentIndex: root.selectedTab
+
+            RecorderView {
+                recorder: root.recorder
+                screen: root.recorderScreen
+                helpers: root.helpers
+            }
+            RecordingsView {
+                auth: root.auth
+                helpers: root.helpers
+            }
+            JoinMeetingView {
+                auth: root.auth
+                helpers: root.helpers
+                onJoined: root.selectedTab = 1
+            }
+        }
+    }
+
+    // The user menu.
+    Popup {
+        id: userMenu
+        objectName: "userMenu"
+        visible: root.showLogout
+        onClosed: root.showLogout = false
+        x: root.width - width - 10
+        y: 48
+        width: 240
+        padding: 6
+        background: Rectangle { radius: 10; color: Theme.card; border.color: Theme.separator }
+        ColumnLayout {
+            anchors.fill: parent
+            spacing: 2
+            Label {
+                Layout.fillWidth: true
+                Layout.margins: 8
+                text: root.auth.displayName
+                elide: Text.ElideRight
+                color: Theme.secondaryText
+                font.pixelSize: Theme.captionSize + 1
+                visible: text !== ""
+            }
+            MenuRow {
+                objectName: "managePasskeysButton"
+                text: "Manage Passkeys"
+                symbol: "person-key"
+                onClicked: {
+                    root.showLogout = false
+                    root.showPasskeys = true
+                }
+            }
+            MenuRow {
+                objectName: "signOutButton"
+                text: "Sign Out"
+                symbol: "sign-out"
+                tint: Theme.red
+                onClicked: {
+                    root.showLogout = false
+                    root.auth.logout()
+                }
+            }
+        }
+    }
+
+    PasskeysSheet {
+        objectName: "passkeysSheet"
+        visible: root.showPasskeys
+        onClosed: root.showPasskeys = false
+        passkeys: root.passkeys
+        passkeyManager: root.passkeyManager
+    }
+}

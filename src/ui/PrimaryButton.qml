@@ -1,0 +1,42 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+
+// The one prominent action of a screen.
+Button {
+    id: control
+    property color tint: Theme.accent
+    property string symbol: ""
+    Layout.fillWidth: true
+    implicitHeight: 38
+    font.pixelSize: Theme.bodySize + 1
+    font.weight: Font.DemiBold
+    Accessible.name: text
+    contentItem: Item {
+        implicitWidth: content.implicitWidth
+        implicitHeight: content.implicitHeight
+        Row {
+        id: content
+        spacing: 6
+        anchors.centerIn: parent
+        Symbol {
+            visible: control.symbol !== ""
+            name: control.symbol
+            tint: "#ffffff"
+            size: 15
+            anchors.verticalCenter: parent.verticalCenter
+        }
+        Text {
+            text: control.text
+            font: control.font
+            color: "#ffffff"
+            anchors.verticalCenter: parent.verticalCenter
+        }
+        }
+    }
+    background: Rectangle {
+        radius: 8
+        color: control.enabled ? (control.down ? Qt.darker(control.tint, 1.15) : control.tint)
+                               : Qt.lighter(control.tint, 1.6)
+    }
+}

@@ -1,0 +1,179 @@
+// The main window as a user drives it: the sign-in form, the code step, the
+// tab view and the user menu, with the real session against the local
+// service.
+
+#include "app/recorderapp.h"
+#include "core/settings.h"
+#include "localservicefixture.h"
+#include "qmlfinder.h"
+#include "service/authmanager.h"
+#include "support/isolatedenvironment.h"
+#include "ui/viewhelpers.h"
+
+#include <QApplication>
+#include <QQuickItem>
+#include <QQuickStyle>
+#include <QQuickWindow>
+#include <QTest>
+#include <QtQml/qqmlextensionplugin.h>
+
+Q_IMPORT_QML_PLUGIN(Sorvelandrix_UiPlugin)
+
+using namespace sorv;
+using local::LocalService;
+
+class TestMainWindow : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<test::IsolatedEnvironment> m_env;
+    std::unique_ptr<test::LocalServiceFixture> m_service;
+    std::unique_ptr<SorvelandrixRecorderApp> m_app;
+
+    QObject* item(const char* name)
+    {
+        QObject* found = test::findNamed(m_app->mainWindow(), QString::fromLatin1(name));
+        if (!found)
+            qWarning("no item named %s", name);
+        return found;
+    }
+    bool enabled(const char* name) { return item(name)->property("enabled").toBool(); }
+    void click(const char* name) { QMetaObject::invokeMethod(item(name), "clicked"); }
+    void type(const char* name, const QString& text)
+    {
+        auto* field = qobject_cast<QQuickItem*>(item(name));
+        field->forceActiveFocus();
+        typeText(text);
+    }
+    void typeText(const QString& text)
+    {
+        for (const QChar c : text)
+            QTest::keyClick(m_app->mainWindow(), c.toLatin1());
+    }
+    bool showsTabs() { return test::findNamed(m_app->mainWindow(), "tabBar") != nullptr; }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_env = std::make_unique<test::IsolatedEnvironment>();
+        LocalService::Options options;
+        options.mfa = QByteArray(QTest::currentTestFunction()).contains("Code");
+        m_service = std::make_unique<test::LocalServiceFixture>(options);
+        m_app = std::make_unique<SorvelandrixRecorderApp>();
+        m_app->helpers().setUrlOpener([](const QUrl&) {});
+        QVERIFY(m_app->launch());
+        QVERIFY(QTest::qWaitForWindowExposed(m_app->mainWindow()));
+        m_app->mainWindow()->requestActivate();
+        QVERIFY(QTest::qWaitForWindowActive(m_app->mainWindow()));
+    }
+    void cleanup()
+    {
+        m_app.reset();
+        m_service.reset();
+        m_env.reset();
+    }
+
+    void signInButtonNeedsAnAddressAndAPassword()
+    {
+        QVERIFY(!enabled("signInButton"));
+        type("emailField", QStringLiteral("   "));
+        type("passwordField", QStringLiteral("secret"));
+        QVERIFY(!enabled("signInButton")); // spaces are no address
+        type("emailField", QStringLiteral("a@b.c"));
+        QVERIFY(enabled("signInButton"));
+    }
+
+    void returnMovesOnThenSignsIn()
+    {
+        type("emailField", QStringLiteral("  ") + LocalService::kDemoEmail + QStringLiteral(" "));
+        QTest::keyClick(m_app->mainWindow(), Qt::Key_Return);
+        QVERIFY(qobject_cast<QQuickItem*>(item("passwordField"))->hasActiveFocus());
+        typeText(LocalService::kDemoPassword);
+        QTest::keyClick(m_app->mainWindow(), Qt::Key_Return);
+        QTRY_VERIFY(m_app->auth().isLoggedIn());
+        QTRY_VERIFY(showsTabs());
+        QCOMPARE(m_app->auth().userEmail(), LocalService::kDemoEmail); // trimmed
+    }
+
+    void theCodeStepKeepsSixDigits()
+    {
+        type("emailField", LocalService::kDemoEmail);
+        type("passwordField", LocalService::kDemoPassword);
+        click("signInButton");
+        QTRY_VERIFY(!m_app->auth().pendingMfaChallengeId().isEmpty());
+        QTRY_VERIFY(item("codeField")->property("visible").toBool());
+        QVERIFY(item("codeExplanation")
+                    ->property("text")
+                    .toString()
+                    .startsWith(QStringLiteral("Enter the 6-digit code we sent to ")));
+        type("codeField", QStringLiteral("12a 34"));
+        QCOMPARE(item("codeField")->property("text").toString(), QStringLiteral("1234"));
+        QVERIFY(!enabled("verifyButton"));
+        type("codeField", QStringLiteral(" 5678"));
+        QCOMPARE(item("codeField")->property("text").toString(), QStringLiteral("123456"));
+        QVERIFY(enabled("verifyButton"));
+
+        // "Use a different account" forgets the challenge and the code.
+        click("differentAccountButton");
+        QVERIFY(m_app->auth().pendingMfaChallengeId().isEmpty());
+        QCOMPARE(item("codeField")->property("text").toString(), QString());
+        QVERIFY(item("signInButton")->property("visible").toBool());
+
+        click("signInButton");
+        QTRY_VERIFY(!m_app->auth().pendingMfaChallengeId().isEmpty());
+        type("codeField", m_service->service().lastMfaCode());
+        QTest::keyClick(m_app->mainWindow(), Qt::Key_Return);
+        QTRY_VERIFY(showsTabs());
+    }
+
+    void signOutIsImmediateEvenWithoutTheService()
+    {
+        type("emailField", LocalService::kDemoEmail);
+        type("passwordField", LocalService::kDemoPassword);
+        click("signInButton");
+        QTRY_VERIFY(showsTabs());
+        m_service->stop();
+
+        click("userMenuButton");
+        QTRY_VERIFY(item("userMenu")->property("visible").toBool());
+        click("signOutButton");
+        // No waiting on the service: the form is back at once.
+        QVERIFY(!m_app->auth().isLoggedIn());
+        QTRY_VERIFY(!showsTabs());
+        QVERIFY(item("signInButton") != nullptr);
+    }
+
+    void tabsSwitchTheContent()
+    {
+        type("emailField", LocalService::kDemoEmail);
+        type("passwordField", LocalService::kDemoPassword);
+        click("signInButton");
+        QTRY_VERIFY(showsTabs());
+        QObject* content = item("tabContent");
+        QCOMPARE(content->property("currentIndex").toInt(), 0);
+        click("tab2");
+        QCOMPARE(content->property("currentIndex").toInt(), 2);
+        click("tab1");
+        QCOMPARE(content->property("currentIndex").toInt(), 1);
+    }
+
+    void windowSizeIsRemembered()
+    {
+        m_app->mainWindow()->resize(610, 700);
+        m_app.reset(); // saves on the way out
+        m_app = std::make_unique<SorvelandrixRecorderApp>();
+        QVERIFY(m_app->launch());
+        QCOMPARE(m_app->mainWindow()->size(), QSize(610, 700));
+    }
+};
+
+int main(int argc, char** argv)
+{
+    qputenv("QT_QUICK_BACKEND", "software");
+    qputenv("SORVELANDRIX_SECRETS", "file");
+    QApplication app(argc, argv);
+    QQuickStyle::setStyle(QStringLiteral("Fusion"));
+    TestMainWindow test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_mainwindow.moc"
