@@ -3,6 +3,7 @@
 #include "core/log.h"
 #include "localservice/liveendpoints.h"
 #include "localservice/servicestate.h"
+#include "localservice/updateendpoints.h"
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core/buffers_to_string.hpp>
@@ -221,6 +222,7 @@ struct LocalService::Impl {
     std::vector<Route> routes;
     std::vector<std::pair<QString, WebSocketHandler>> webSocketRoutes;
     std::unique_ptr<LiveEndpoint> live;
+    std::unique_ptr<UpdateEndpoints> updates;
 
     net::io_context io;
     std::unique_ptr<tcp::acceptor> acceptor;
@@ -549,6 +551,8 @@ LocalService::LocalService(Options options) : d(std::make_unique<Impl>(std::move
     addMeetingEndpoints(*this, d->state);
     addUploadEndpoints(*this, d->state);
     addPasskeyEndpoints(*this, d->state);
+    d->updates = std::make_unique<UpdateEndpoints>(d->state);
+    d->updates->addRoutes(*this);
     d->live = std::make_unique<LiveEndpoint>(d->state);
     addWebSocketRoute(
         QStringLiteral("/api/live/stream"),
@@ -566,7 +570,7 @@ bool LocalService::start(std::uint16_t port, QString* error)
 {
     if (d->acceptor)
         return true;
-    if (!d->state.open(error))
+    if (!d->state.open(error) || !d->updates->open(error))
         return false;
     try {
         auto acceptor = std::make_unique<tcp::acceptor>(d->io);
@@ -666,6 +670,21 @@ void LocalService::clearRequestLog()
 QString LocalService::lastMfaCode() const
 {
     return d->state.lastMfaCode();
+}
+
+QString LocalService::appcastUrl() const
+{
+    return origin() + UpdateEndpoints::kAppcastPath;
+}
+
+QString LocalService::appcastVersion() const
+{
+    return d->updates->version();
+}
+
+QString LocalService::appcastPublicKey() const
+{
+    return d->updates->publicKeyBase64();
 }
 
 void LocalService::setAccessTokenLifetime(std::chrono::seconds lifetime)

@@ -63,6 +63,12 @@ public:
         QString speechModelDirectory;
         QString speechGrammarFile;
         bool keepLiveAudio = false; // LiveSession::audio, for tests
+        // The update appcast (/updates/appcast.xml) offers this version
+        // (empty: the service's own build version), signed with the Ed25519
+        // private key in this PEM file (empty: one kept in the data
+        // directory, made on the first start).
+        QString appcastVersion;
+        QString appcastKeyFile;
     };
 
     static inline const QString kDemoEmail = QStringLiteral("demo@sorvelandrix.local");
@@ -99,6 +105,11 @@ public:
 
     // ---- state, for tests and the console ----
     QString lastMfaCode() const;
+    // The update appcast's address, the version it offers and the public key
+    // (base64) its enclosure is signed with; after start().
+    QString appcastUrl() const;
+    QString appcastVersion() const;
+    QString appcastPublicKey() const;
     void setAccessTokenLifetime(std::chrono::seconds lifetime);
     // Every access token issued so far stops working (refresh tokens stay).
     void expireAccessTokens();

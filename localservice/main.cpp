@@ -1,6 +1,7 @@
 // sorvelandrix-local-service: the service's API on 127.0.0.1, for trying the
 // recorder without an account and for integration tests.
 
+#include "core/appinfo.h"
 #include "core/log.h"
 #include "core/signalnotifier.h"
 #include "localservice/localservice.h"
@@ -36,7 +37,18 @@ int main(int argc, char** argv)
         QStringLiteral("token-lifetime"),
         QStringLiteral("Access token lifetime in seconds (default 900)."),
         QStringLiteral("SECONDS"), QStringLiteral("900"));
-    parser.addOptions({portOption, dataOption, mfaOption, lifetimeOption});
+    const QCommandLineOption appcastVersionOption(
+        QStringLiteral("appcast-version"),
+        QStringLiteral("Version the update appcast offers (default: this build's, %1).")
+            .arg(AppInfo::version()),
+        QStringLiteral("V"));
+    const QCommandLineOption appcastKeyOption(
+        QStringLiteral("appcast-key"),
+        QStringLiteral("Ed25519 private key (PEM) the appcast is signed with (default: one kept "
+                       "in the data directory)."),
+        QStringLiteral("FILE"));
+    parser.addOptions({portOption, dataOption, mfaOption, lifetimeOption, appcastVersionOption,
+                       appcastKeyOption});
     parser.process(app);
 
     bool portOk = false;
@@ -58,6 +70,8 @@ int main(int argc, char** argv)
     options.mfa = parser.isSet(mfaOption);
     options.accessTokenLifetime = std::chrono::seconds(lifetime);
     options.logRequests = true;
+    options.appcastVersion = parser.value(appcastVersionOption);
+    options.appcastKeyFile = parser.value(appcastKeyOption);
 
     local::LocalService service(options);
     QString error;
@@ -71,6 +85,13 @@ int main(int argc, char** argv)
         QStringLiteral("🔑 Demo account: %1 / %2%3")
             .arg(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword,
                  options.mfa ? QStringLiteral(" (a sign-in code is printed here)") : QString()));
+    // The application checks this feed only when built with its key.
+    consoleLog(
+        QStringLiteral("🔑 Update appcast: %1 offers %2, signed with Ed25519 public key %3")
+            .arg(service.appcastUrl(), service.appcastVersion(), service.appcastPublicKey()));
+    consoleLog(QStringLiteral("🔑 To try updates, configure the application with "
+                              "-DSORV_UPDATE_PUBLIC_KEY=%1 -DSORV_UPDATE_FEED_URL=%2")
+                   .arg(service.appcastPublicKey(), service.appcastUrl()));
 
     // Ctrl-C and SIGTERM end the event loop; the service closes cleanly after it.
     SignalNotifier signals({SIGINT, SIGTERM});
