@@ -10,6 +10,7 @@
 #include "service/passkeys/passkeysmodel.h"
 #include "ui/symbolimageprovider.h"
 #include "ui/viewhelpers.h"
+#include "update/sparkleupdater.h"
 #include <QSystemTrayIcon>
 
 #include <QApplication>
@@ -28,8 +29,9 @@ SorvelandrixRecorderApp::SorvelandrixRecorderApp(QObject* parent)
       m_passkeyManager(std::make_unique<PasskeyManager>()),
       m_passkeyOps(std::make_unique<PasskeyOperations>(*m_auth, *m_passkeyManager)),
       m_passkeys(std::make_unique<PasskeysModel>(*m_passkeyOps)),
-      m_helpers(std::make_unique<ViewHelpers>())
+      m_helpers(std::make_unique<ViewHelpers>()), m_updater(std::make_unique<SparkleUpdater>())
 {
+    m_updater->setUrlOpener([](const QUrl& url) { return QDesktopServices::openUrl(url); });
     m_recorder->setAuthManager(m_auth.get());
     AppDelegate::Hooks hooks;
     hooks.showMainWindow = [this] { showMainWindow(); };
@@ -55,6 +57,7 @@ bool SorvelandrixRecorderApp::launch()
         {QStringLiteral("auth"), QVariant::fromValue<QObject*>(m_auth.get())},
         {QStringLiteral("recorder"), QVariant::fromValue<QObject*>(m_recorder.get())},
         {QStringLiteral("helpers"), QVariant::fromValue<QObject*>(m_helpers.get())},
+        {QStringLiteral("updater"), QVariant::fromValue<QObject*>(m_updater.get())},
         {QStringLiteral("appDelegate"), QVariant::fromValue<QObject*>(m_delegate.get())},
         {QStringLiteral("passkeys"), QVariant::fromValue<QObject*>(m_passkeys.get())},
         {QStringLiteral("passkeyOps"), QVariant::fromValue<QObject*>(m_passkeyOps.get())},
@@ -90,6 +93,7 @@ bool SorvelandrixRecorderApp::launch()
 void SorvelandrixRecorderApp::contentAppeared()
 {
     m_delegate->setAuth(m_auth.get());
+    m_delegate->setUpdater(m_updater.get());
     m_delegate->bindRecorder(m_recorder.get());
 }
 

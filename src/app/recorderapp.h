@@ -17,6 +17,7 @@ class PasskeyManager;
 class PasskeyOperations;
 class PasskeysModel;
 class SecretStore;
+class SparkleUpdater;
 class ViewHelpers;
 
 // The application: the one session, the one recorder and the one updater,
@@ -38,6 +39,7 @@ public:
     AudioRecorder& recorder() { return *m_recorder; }
     AppDelegate& appDelegate() { return *m_delegate; }
     ViewHelpers& helpers() { return *m_helpers; }
+    SparkleUpdater& updater() { return *m_updater; }
     QQuickWindow* mainWindow() const { return m_window; }
     QQmlApplicationEngine& engine() { return m_engine; }
 
@@ -61,6 +63,7 @@ private:
     std::unique_ptr<PasskeyOperations> m_passkeyOps;
     std::unique_ptr<PasskeysModel> m_passkeys;
     std::unique_ptr<ViewHelpers> m_helpers;
+    std::unique_ptr<SparkleUpdater> m_updater;
     std::unique_ptr<AppDelegate> m_delegate;
     QQmlApplicationEngine m_engine;
     QPointer<QQuickWindow> m_window;

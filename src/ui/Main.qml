@@ -51,6 +51,5 @@ ApplicationWindow {
         id: updateAlert
         objectName: "updateAlert"
         updater: window.updater
-        helpers: window.helpers
     }
 }

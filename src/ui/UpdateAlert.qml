@@ -3,35 +3,28 @@ import QtQuick.Controls
 import QtQuick.Layouts
 
 // What an update check found: not available in this build, up to date, a
-// newer version to download, or why the check failed.
+// newer version to download, or why the check failed. The updater says
+// what to show and takes the answer.
 Popup {
     id: root
     property var updater: null
-    property var helpers: null
     readonly property var alert: updater ? updater.alert : null
+    readonly property var buttons: alert ? alert.buttons : []
     modal: true
     anchors.centerIn: Overlay.overlay
     width: Math.min(400, parent ? parent.width - 32 : 400)
     padding: 20
     closePolicy: Popup.CloseOnEscape
+    visible: alert !== null && alert.title !== ""
+    onClosed: if (root.alert && root.alert.title !== "") root.updater.answerAlert(-1)
     background: Rectangle { radius: 12; color: Theme.card; border.color: Theme.separator }
-
-    Connections {
-        target: root.updater
-        ignoreUnknownSignals: true
-        function onAlertRequested() { root.open() }
-    }
 
     ColumnLayout {
         anchors.fill: parent
         spacing: Theme.spacing
         RowLayout {
             spacing: 10
-            Image {
-                source: "image://symbol/waveform-circle/e5382d"
-                sourceSize: Qt.size(64, 64)
-                width: 32; height: 32
-            }
+            Symbol { name: "waveform-circle"; tint: Theme.red; size: 32 }
             Label {
                 objectName: "updateAlertTitle"
                 Layout.fillWidth: true
@@ -52,19 +45,16 @@ Popup {
         RowLayout {
             Layout.alignment: Qt.AlignRight
             spacing: 8
-            Button {
-                visible: root.alert && root.alert.downloadUrl !== ""
-                text: "Later"
-                onClicked: root.close()
-            }
-            Button {
-                objectName: "updateAlertDefaultButton"
-                highlighted: true
-                text: root.alert && root.alert.downloadUrl !== "" ? "Download" : "OK"
-                onClicked: {
-                    if (root.alert && root.alert.downloadUrl !== "")
-                        root.updater.openDownload()
-                    root.close()
+            // The first button is the default one; it goes last, on the right.
+            Repeater {
+                model: root.buttons.length
+                delegate: Button {
+                    required property int index
+                    readonly property int buttonIndex: root.buttons.length - 1 - index
+                    objectName: "updateAlertButton" + buttonIndex
+                    text: root.buttons[buttonIndex]
+                    highlighted: buttonIndex === 0
+                    onClicked: root.updater.answerAlert(buttonIndex)
                 }
             }
         }

@@ -11,6 +11,7 @@
 #include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
 #include "ui/viewhelpers.h"
+#include "update/sparkleupdater.h"
 
 #include <QApplication>
 #include <QDir>
@@ -182,6 +183,7 @@ void signInScreens(Shooter& s, sorv::AuthManager& auth, sorv::test::LocalService
     s.waitFor([&] { return !auth.isLoggingIn(); }, "the held sign-in to end");
     service->clearScripts();
 
+    auth.cancelMfa(); // forgets the dropped request's error
     auth.expireSession(sorv::AuthManager::kExpiredBanner);
     s.set("passwordField", "text", QString());
     s.shoot(QStringLiteral("signin-session-expired"));
@@ -256,6 +258,35 @@ void passkeyScreens(Shooter& s, sorv::test::LocalServiceFixture& service)
     Shooter::settle();
 }
 
+void updateScreens(Shooter& s, sorv::SparkleUpdater& appUpdater,
+                   sorv::test::LocalServiceFixture& service)
+{
+    // A developer build: updates are not available.
+    appUpdater.checkForUpdates();
+    s.shoot(QStringLiteral("update-alert-disabled"));
+    appUpdater.answerAlert(-1);
+
+    const auto shootWith = [&](const QString& version, const QString& feed, const QString& name) {
+        sorv::SparkleUpdaterConfig config;
+        config.publicKey = service->appcastPublicKey();
+        config.feedUrl = QUrl(feed);
+        config.currentVersion = version;
+        sorv::SparkleUpdater updater(config);
+        s.window()->setProperty("updater", QVariant::fromValue<QObject*>(&updater));
+        updater.checkForUpdates();
+        s.waitFor([&] { return !updater.checking(); }, "the update check");
+        s.shoot(name);
+        updater.answerAlert(-1);
+        s.window()->setProperty("updater", QVariant::fromValue<QObject*>(&appUpdater));
+    };
+    shootWith(QStringLiteral("0.0.1"), service->appcastUrl(),
+              QStringLiteral("update-alert-available"));
+    shootWith(service->appcastVersion(), service->appcastUrl(),
+              QStringLiteral("update-alert-up-to-date"));
+    shootWith(QStringLiteral("0.0.1"), service.origin() + QStringLiteral("/updates/missing.xml"),
+              QStringLiteral("update-alert-failed"));
+}
+
 void trayScreens(Shooter& s, sorv::AppDelegate& delegate, sorv::AudioRecorder& recorder)
 {
     const auto shootMenu = [&](const QString& name) {
@@ -308,6 +339,7 @@ int main(int argc, char** argv)
     signInScreens(shooter, recorderApp.auth(), service, mfaService);
     tabScreens(shooter);
     passkeyScreens(shooter, service);
+    updateScreens(shooter, recorderApp.updater(), service);
     trayScreens(shooter, recorderApp.appDelegate(), recorderApp.recorder());
     shooter.contactSheet();
 
