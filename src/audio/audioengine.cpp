@@ -114,6 +114,7 @@ std::optional<RecorderError> AudioEngine::startOnQueue(const StartRequest& reque
     m_selectedInputDeviceID = request.deviceId;
     m_isRunning = true;
     m_serverAway = false;
+    m_systemAttempting = false;
     ++m_generation;
 
     m_mix.reset();
@@ -332,6 +333,7 @@ void AudioEngine::runSystemAudioAttempt(int attempt, std::uint64_t generation)
     assertOnQueue();
     if (generation != m_generation || !m_isRunning || m_serverAway)
         return;
+    m_systemAttempting = true;
     consoleLog(
         QStringLiteral("🔍 System audio attempt %1/%2...").arg(attempt).arg(kSystemAudioAttempts));
 
@@ -343,6 +345,7 @@ void AudioEngine::runSystemAudioAttempt(int attempt, std::uint64_t generation)
 
     if (!failure) {
         consoleLog(QStringLiteral("✅ System audio capture started on attempt %1").arg(attempt));
+        m_systemAttempting = false;
         reportSystemAudioStatus(true, std::nullopt);
         return;
     }
@@ -356,7 +359,18 @@ void AudioEngine::runSystemAudioAttempt(int attempt, std::uint64_t generation)
             [this, attempt, generation] { runSystemAudioAttempt(attempt + 1, generation); });
         return;
     }
+    m_systemAttempting = false;
     reportSystemAudioStatus(false, failure->accessDenied ? kSystemAudioRefused : failure->message);
+}
+
+void AudioEngine::retrySystemAudio()
+{
+    m_audioQueue.post([this] {
+        if (!m_isRunning || m_serverAway || m_systemAttempting || m_mix.systemAudioActive())
+            return;
+        consoleLog(QStringLiteral("🔄 System audio: trying again"));
+        runSystemAudioAttempt(1, m_generation);
+    });
 }
 
 std::optional<AudioEngine::SystemCaptureFailure> AudioEngine::startSystemAudioCapture()
@@ -484,6 +498,7 @@ void AudioEngine::stopCapture()
     assertOnQueue();
     m_isRunning = false;
     m_serverAway = false;
+    m_systemAttempting = false;
     ++m_generation;
     m_watchdog.reset();
     m_health.stop();
@@ -636,6 +651,8 @@ void AudioEngine::enterServerAway()
     if (!m_isRunning || m_serverAway)
         return;
     m_serverAway = true;
+    // A round of attempts waiting for its next try ends at that try.
+    m_systemAttempting = false;
     consoleLog(
         QStringLiteral("⚠️ Sound server went away — the recording waits and resumes when "
                        "it answers"));

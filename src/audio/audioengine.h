@@ -80,6 +80,7 @@ public:
     void start(const StartRequest& request, UpdateHandler onUpdate,
                std::function<void(std::optional<RecorderError>)> done) override;
     void stop(std::function<void()> done) override;
+    void retrySystemAudio() override;
     void selectInputDevice(std::uint32_t id, std::function<void()> done) override;
     void setMixedBufferCallback(MixedBufferCallback callback) override;
     QList<InputDevice> listInputDevices() const override;
@@ -166,6 +167,8 @@ private:
     std::unique_ptr<QTimer> m_watchdog;
     bool m_serverAway = false;      // the recording waits for the sound server
     bool m_serverAvailable = false; // as the device monitor last saw it
+    // A round of system-audio attempts has begun and not yet reported.
+    bool m_systemAttempting = false;
 
     // Set from the owner's thread, called from the monitor's.
     mutable std::mutex m_handlerLock;

@@ -48,6 +48,11 @@ public:
     // drops the update handler and the mixed-buffer callback.
     virtual void stop(std::function<void()> done) = 0;
 
+    // A running recording whose system audio gave up tries it again, as at
+    // its start; anything else (no recording, system audio running or still
+    // being tried) is left alone.
+    virtual void retrySystemAudio() = 0;
+
     // Switches the microphone (0 = system default); restarts it when running.
     virtual void selectInputDevice(std::uint32_t id, std::function<void()> done) = 0;
 

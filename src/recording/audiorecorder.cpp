@@ -663,6 +663,32 @@ void AudioRecorder::selectInputDevice(quint32 id)
     });
 }
 
+void AudioRecorder::retrySystemAudio()
+{
+    if (m_state.kind() != RecordingState::Kind::Recording || m_systemAudioActive)
+        return;
+    m_engine->retrySystemAudio();
+}
+
+void AudioRecorder::checkScreenCaptureAgain()
+{
+    if (m_screenAccessWarning.isNull())
+        return;
+    const std::uint64_t session = m_session;
+    m_screenProbe([this, session](ProbeResult result) {
+        onMain([this, session, result] {
+            if (session != m_session)
+                return;
+            if (result != ProbeResult::Allowed) {
+                setScreenAccessWarning(screenCaptureAdviceText());
+                return;
+            }
+            m_screenCaptureConfirmed = true;
+            setScreenAccessWarning(QString());
+        });
+    });
+}
+
 void AudioRecorder::refreshInputDevices()
 {
     if (m_inputDevices.setDevices(m_engine->listInputDevices()))

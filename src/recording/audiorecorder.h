@@ -146,6 +146,13 @@ public Q_SLOTS:
     void resetToIdle();
     void selectInputDevice(quint32 id);
     void refreshInputDevices();
+    // A recording that goes on without system audio tries it again (the
+    // sound server's refusal may have been lifted since); nothing happens
+    // while system audio runs or is still being tried.
+    void retrySystemAudio();
+    // Asks for screen-capture access once more: the warning goes once it is
+    // allowed, and is brought up to date otherwise.
+    void checkScreenCaptureAgain();
 
 Q_SIGNALS:
     void stateChanged();

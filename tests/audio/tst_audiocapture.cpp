@@ -119,6 +119,7 @@ private Q_SLOTS:
     void withoutMicrophoneStartFails();
     void systemAudioAttempts_data();
     void systemAudioAttempts();
+    void systemAudioRetriedAfterGivingUp();
     void listsMicrophonesAndSwitchesMidRecording();
     void durationIsMeasuredOnTheAudio();
 
@@ -310,6 +311,45 @@ void TestAudioCapture::systemAudioAttempts()
             QVERIFY(reports.systemAudio()->second->startsWith(
                 QStringLiteral("The sound server refused to let Sorvelandrix Recorder record")));
     }
+}
+
+void TestAudioCapture::systemAudioRetriedAfterGivingUp()
+{
+    IsolatedEnvironment env;
+    PulseSandbox sandbox;
+    QVERIFY2(sandbox.isRunning(), qPrintable(sandbox.errorString()));
+    LogCapture log;
+
+    AudioEngine engine;
+    std::atomic<bool> refuse = true;
+    engine.setSystemCaptureFaultInjector(
+        [&refuse](int) -> std::optional<AudioEngine::SystemCaptureFailure> {
+            if (refuse)
+                return AudioEngine::SystemCaptureFailure{false, QStringLiteral("not now")};
+            return std::nullopt;
+        });
+    Reports reports;
+    const auto activeReports = [&reports] {
+        std::lock_guard g(reports.lock);
+        QList<bool> out;
+        for (const auto& u : reports.updates)
+            if (u.kind == AudioEngineUpdate::Kind::SystemAudioActive)
+                out << u.flag;
+        return out;
+    };
+    engine.retrySystemAudio(); // not recording: nothing to retry
+    engine.start({env.path(QStringLiteral("r.wav"))}, reports.handler(), reports.startDone());
+    QTRY_COMPARE_WITH_TIMEOUT(activeReports(), QList<bool>{false}, 10000);
+
+    // The refusal is lifted; the user presses Retry.
+    refuse = false;
+    engine.retrySystemAudio();
+    QTRY_COMPARE_WITH_TIMEOUT(activeReports(), (QList<bool>{false, true}), 10000);
+    // Running now: another Retry starts nothing.
+    engine.retrySystemAudio();
+    engine.inspect([](const AudioEngine&) {});
+    QCOMPARE(log.count(QStringLiteral("🔍 System audio attempt")), 2);
+    stopEngine(engine);
 }
 
 void TestAudioCapture::listsMicrophonesAndSwitchesMidRecording()

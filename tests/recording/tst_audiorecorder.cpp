@@ -77,6 +77,8 @@ public:
         else
             finish();
     }
+    void retrySystemAudio() override { ++systemAudioRetries; }
+    int systemAudioRetries = 0;
     void selectInputDevice(std::uint32_t id, std::function<void()> done) override
     {
         selectedIds << id;
@@ -140,6 +142,8 @@ private Q_SLOTS:
     void freshNamesAndNoOverwrite();
     void retryUploadRefusals();
     void screenCaptureProbe();
+    void screenCaptureCheckedAgain();
+    void systemAudioRetriedOnlyWhenItGaveUp();
     void deviceSelection();
     void deviceListFollowsTheEngine();
     void microphoneReportsDuringRecording();
@@ -481,6 +485,59 @@ void TestAudioRecorder::screenCaptureProbe()
     f.recorder.resetToIdle();
     QVERIFY(startVideo());
     QCOMPARE(probes, 3);
+}
+
+void TestAudioRecorder::screenCaptureCheckedAgain()
+{
+    Fixture f;
+    int probes = 0;
+    AudioRecorder::ProbeResult answer = AudioRecorder::ProbeResult::Failed;
+    f.recorder.setScreenCaptureProbe(
+        [&](const std::function<void(AudioRecorder::ProbeResult)>& done) {
+            ++probes;
+            done(answer);
+        });
+    f.recorder.checkScreenCaptureAgain(); // no warning: nothing to check
+    QCOMPARE(probes, 0);
+
+    // Without an X server the video then fails to start; the warning stays.
+    f.recorder.requestStartRecording(true);
+    QTRY_VERIFY(!f.recorder.screenAccessWarning().isEmpty());
+    QTRY_VERIFY(f.recorder.state().kind() != Kind::Preparing);
+    QCOMPARE(probes, 1);
+
+    f.recorder.checkScreenCaptureAgain(); // still refused: still warned
+    QCOMPARE(probes, 2);
+    QTest::qWait(50);
+    QVERIFY(!f.recorder.screenAccessWarning().isEmpty());
+
+    answer = AudioRecorder::ProbeResult::Allowed;
+    f.recorder.checkScreenCaptureAgain();
+    QTRY_VERIFY(f.recorder.screenAccessWarning().isNull());
+    QCOMPARE(probes, 3);
+    // Confirmed now: the next video start does not ask again.
+    if (f.recorder.state().kind() == Kind::Recording) {
+        f.engine->send(AudioEngineUpdate::fatalError(QStringLiteral("x")));
+        QTRY_COMPARE(f.recorder.state().kind(), Kind::Error);
+    }
+    f.recorder.requestStartRecording(true);
+    QTRY_VERIFY(f.recorder.state().kind() != Kind::Preparing);
+    QCOMPARE(probes, 3);
+}
+
+void TestAudioRecorder::systemAudioRetriedOnlyWhenItGaveUp()
+{
+    Fixture f;
+    f.recorder.retrySystemAudio(); // not recording
+    QCOMPARE(f.engine->systemAudioRetries, 0);
+    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    f.engine->send(AudioEngineUpdate::systemAudioActive(false));
+    f.recorder.retrySystemAudio();
+    QCOMPARE(f.engine->systemAudioRetries, 1);
+    f.engine->send(AudioEngineUpdate::systemAudioActive(true));
+    QTRY_VERIFY(f.recorder.systemAudioActive());
+    f.recorder.retrySystemAudio(); // it runs: nothing to retry
+    QCOMPARE(f.engine->systemAudioRetries, 1);
 }
 
 void TestAudioRecorder::deviceSelection()

@@ -1,0 +1,657 @@
+// The recorder screen's view-model against the real recorder (with a
+// substitute capture engine), the real transcript managers and the local
+// service: the consent rule before a start, the stored language, video mode
+// after a session, the server transcript's fallback watch on a hand-moved
+// clock, the stop rules for the on-device preview, and the post-recording
+// screens.
+
+#include "audio/wavwriter.h"
+#include "core/secretstore.h"
+#include "core/serialqueue.h"
+#include "core/settings.h"
+#include "localservicefixture.h"
+#include "recording/audiorecorder.h"
+#include "service/authmanager.h"
+#include "support/isolatedenvironment.h"
+#include "transcript/localtranscriptmanager.h"
+#include "transcript/servertranscriptmanager.h"
+#include "ui/recorderscreen.h"
+#include "ui/recordingconsent.h"
+#include "ui/transcriptlistmodel.h"
+#include "video/screencapturetargetstore.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTest>
+#include <QThreadPool>
+
+#include <atomic>
+#include <mutex>
+
+// Generous waits: the service and other builds share a busy machine; a wait
+// ends as soon as its condition holds.
+#define TRY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 30000)
+#define TRY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, 30000)
+
+using namespace sorv;
+using namespace std::chrono_literals;
+using Kind = RecordingState::Kind;
+
+namespace {
+
+// Stands in for the PulseAudio engine: answers on its own thread, writes a
+// short WAV file, and keeps the mixed-buffer consumer it was given so that
+// the test can feed it and see it cleared.
+class FakeEngine : public RecordingEngine {
+public:
+    QList<InputDevice> devices;
+    std::optional<RecorderError> startError;
+    int systemAudioRetries = 0;
+
+    ~FakeEngine() override { queue.shutdown(); }
+
+    void requestMicrophoneAccess(std::function<void(bool)> done) override
+    {
+        queue.post([done] { done(true); });
+    }
+    void start(const StartRequest& request, UpdateHandler handler,
+               std::function<void(std::optional<RecorderError>)> done) override
+    {
+        onUpdate = std::move(handler);
+        queue.post([this, path = request.outputPath, done] {
+            if (!startError) {
+                WavWriter wav;
+                wav.open(path);
+                wav.write(std::vector<float>(4800, 0.0f));
+            }
+            done(startError);
+        });
+    }
+    void stop(std::function<void()> done) override
+    {
+        setMixedBufferCallback({});
+        queue.post(done);
+    }
+    void retrySystemAudio() override { ++systemAudioRetries; }
+    void selectInputDevice(std::uint32_t, std::function<void()> done) override { queue.post(done); }
+    void setMixedBufferCallback(MixedBufferCallback callback) override
+    {
+        std::lock_guard lock(mutex);
+        mixed = std::move(callback);
+    }
+    QList<InputDevice> listInputDevices() const override { return devices; }
+    void setInputDevicesChangedHandler(InputDevicesChangedHandler) override {}
+
+    bool hasConsumer()
+    {
+        std::lock_guard lock(mutex);
+        return bool(mixed);
+    }
+    // One mixed buffer, as the engine's queue would hand it on.
+    void feed(const AudioBuffer& buffer)
+    {
+        std::lock_guard lock(mutex);
+        if (mixed)
+            mixed(buffer);
+    }
+    void send(const AudioEngineUpdate& u)
+    {
+        queue.post([this, u] {
+            if (onUpdate)
+                onUpdate(u);
+        });
+    }
+
+    UpdateHandler onUpdate;
+    SerialQueue queue{QStringLiteral("fake.engine")};
+
+private:
+    std::mutex mutex;
+    MixedBufferCallback mixed;
+};
+
+// The fallback watch's clock: time moves only in advance().
+class ManualSchedule {
+public:
+    RecorderScreen::Schedule schedule()
+    {
+        return [this](std::chrono::milliseconds delay, std::function<void()> fn) {
+            m_pending.push_back({m_now + delay, std::move(fn)});
+        };
+    }
+    void advance(std::chrono::milliseconds by)
+    {
+        const auto until = m_now + by;
+        for (;;) {
+            auto next =
+                std::min_element(m_pending.begin(), m_pending.end(),
+                                 [](const auto& a, const auto& b) { return a.due < b.due; });
+            if (next == m_pending.end() || next->due > until)
+                break;
+            m_now = next->due;
+            auto fn = std::move(next->fn);
+            m_pending.erase(next);
+            fn();
+        }
+        m_now = until;
+    }
+    bool idle() const { return m_pending.empty(); }
+
+private:
+    struct Pending {
+        std::chrono::milliseconds due;
+        std::function<void()> fn;
+    };
+    std::chrono::milliseconds m_now{0};
+    std::vector<Pending> m_pending;
+};
+
+// One screen over a recorder and a session, in a private environment.
+struct World {
+    explicit World(bool acknowledged = true)
+    {
+        if (acknowledged)
+            Settings::setValue(RecordingConsent::kAcknowledgedKey, true);
+        engine->devices = {{5, QStringLiteral("Built-in"), true},
+                           {7, QStringLiteral("Headset"), false}};
+        recorder = std::make_unique<AudioRecorder>(std::unique_ptr<RecordingEngine>(engine));
+        recorder->setAuthManager(&auth);
+        RecorderScreen::Parts parts;
+        parts.schedule = clock.schedule();
+        parts.captureTargets = std::make_unique<ScreenCaptureTargetStore>();
+        parts.captureTargets->setContentQuery([this](ShareableContentError*) {
+            ++targetReloads;
+            ShareableContent content;
+            content.displays = {{42, QStringLiteral("HDMI-1"), QRect(0, 0, 1920, 1080), true}};
+            content.windows = {{0x400001, 0, QStringLiteral("Standup"), QStringLiteral("Zoom"), 1,
+                                QString(), QRect(0, 0, 800, 600)}};
+            return std::optional<ShareableContent>(content);
+        });
+        screen = std::make_unique<RecorderScreen>(*recorder, auth, std::move(parts));
+        screen->setDesktopHooks({[this](const QUrl& url) {
+                                     opened << url;
+                                     return true;
+                                 },
+                                 [this](const QString& program, const QStringList& args) {
+                                     started << (QStringList{program} + args);
+                                     return true;
+                                 }});
+    }
+    ~World()
+    {
+        // Capture targets are listed on the thread pool, through this object.
+        QThreadPool::globalInstance()->waitForDone();
+        screen.reset();
+        recorder.reset();
+        Settings::setServerOverride({});
+    }
+
+    void signIn()
+    {
+        service = std::make_unique<test::LocalServiceFixture>();
+        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
+        if (!QTest::qWaitFor([&] { return auth.isLoggedIn(); }, 20000))
+            qFatal("could not sign in to the local service");
+    }
+    // A session whose token no service will ever see: the server
+    // transcript keeps trying to connect and never becomes active.
+    void tokenWithoutService()
+    {
+        Settings::setServerOverride(QStringLiteral("http://127.0.0.1:9"));
+        secrets.write(AuthManager::tokenKey, QStringLiteral("token-without-service"));
+    }
+    bool record()
+    {
+        screen->pressMainButton();
+        return QTest::qWaitFor([&] { return recorder->state().kind() == Kind::Recording; }, 10000);
+    }
+    bool stopToPendingSave()
+    {
+        screen->pressMainButton();
+        return QTest::qWaitFor([&] { return recorder->state().kind() == Kind::PendingSave; },
+                               10000);
+    }
+
+    test::IsolatedEnvironment env;
+    std::unique_ptr<test::LocalServiceFixture> service;
+    SecretStore secrets{SecretStore::Options::fileOnly()};
+    AuthManager auth{secrets};
+    FakeEngine* engine = new FakeEngine;
+    std::unique_ptr<AudioRecorder> recorder;
+    ManualSchedule clock;
+    std::atomic<int> targetReloads = 0;
+    std::unique_ptr<RecorderScreen> screen;
+    QList<QUrl> opened;
+    QList<QStringList> started;
+};
+
+} // namespace
+
+class TestRecorderScreen : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void consentComesBeforeTheFirstRecording();
+    void remindShowsTheSheetBeforeEveryRecording();
+    void failedStartAfterAgreeingDoesNotAskAgain();
+    void languageDefaults();
+    void videoModeEndsWithTheSession();
+    void fallbackWatch_data();
+    void fallbackWatch();
+    void transientErrors_data();
+    void transientErrors();
+    void stoppingEndsTheOnDevicePreview();
+    void serverTranscriptFromTheService();
+    void retryUploadOnlyWhileTheFileExists();
+    void uploadedRecordingOpensOnTheWeb();
+    void pickersAndWarnings();
+    void privacySettingsProgram_data();
+    void privacySettingsProgram();
+};
+
+void TestRecorderScreen::consentComesBeforeTheFirstRecording()
+{
+    World w(false);
+    w.screen->appear();
+    QVERIFY(w.screen->showingConsentSheet()); // at once, on first use
+    w.screen->consent()->cancel();
+    QVERIFY(!w.screen->showingConsentSheet());
+
+    // The main button asks again, and starts nothing.
+    w.screen->pressMainButton();
+    QVERIFY(w.screen->showingConsentSheet());
+    QVERIFY(!w.screen->consent()->acknowledged());
+    QCOMPARE(w.recorder->state(), RecordingState::idle());
+
+    w.screen->consent()->agree(); // not ticked: nothing
+    QVERIFY(w.screen->showingConsentSheet());
+    w.screen->consent()->setAcknowledged(true);
+    w.screen->consent()->agree();
+    QVERIFY(!w.screen->showingConsentSheet());
+    QCOMPARE(w.recorder->state().kind(), Kind::Preparing);
+    TRY_COMPARE(w.recorder->state().kind(), Kind::Recording);
+    QCOMPARE(w.screen->mainButtonAccessibleName(), QStringLiteral("Stop recording"));
+
+    // Acknowledged once: the next recording starts straight away.
+    QVERIFY(w.stopToPendingSave());
+    QCOMPARE(w.screen->statusText(), QStringLiteral("Recording stopped"));
+    w.screen->discard();
+    QCOMPARE(w.recorder->state(), RecordingState::idle());
+    QVERIFY(w.record());
+    QVERIFY(!w.screen->showingConsentSheet());
+}
+
+void TestRecorderScreen::remindShowsTheSheetBeforeEveryRecording()
+{
+    World w;
+    w.screen->appear();
+    QVERIFY(!w.screen->showingConsentSheet());
+    Settings::setValue(RecordingConsent::kRemindKey, true);
+    for (int i = 0; i < 2; ++i) {
+        w.screen->pressMainButton();
+        QVERIFY(w.screen->showingConsentSheet());
+        QVERIFY(w.screen->consent()->remindEachRecording());
+        QVERIFY(!w.screen->consent()->acknowledged()); // unticked every time
+        w.screen->consent()->setAcknowledged(true);
+        w.screen->consent()->agree();
+        TRY_COMPARE(w.recorder->state().kind(), Kind::Recording);
+        QVERIFY(w.stopToPendingSave());
+        w.screen->discard();
+    }
+}
+
+void TestRecorderScreen::failedStartAfterAgreeingDoesNotAskAgain()
+{
+    World w(false);
+    w.engine->startError = RecorderError::noMicrophone();
+    w.screen->pressMainButton();
+    w.screen->consent()->setAcknowledged(true);
+    w.screen->consent()->agree();
+    TRY_COMPARE(w.recorder->state().kind(), Kind::Error);
+    QCOMPARE(w.screen->page(), QStringLiteral("error"));
+    QCOMPARE(w.screen->errorMessage(), QStringLiteral("No microphone available"));
+    QVERIFY(!w.screen->retryUploadOffered());
+    QCOMPARE(w.screen->startOverLabel(), QStringLiteral("Try Again"));
+
+    w.engine->startError.reset();
+    w.screen->pressMainButton(); // straight from the error screen
+    QVERIFY(!w.screen->showingConsentSheet());
+    TRY_COMPARE(w.recorder->state().kind(), Kind::Recording);
+}
+
+void TestRecorderScreen::languageDefaults()
+{
+    {
+        // A fresh installation shows audio mode and stores Afrikaans.
+        World w;
+        w.screen->appear();
+        QCOMPARE(Settings::value(Settings::kSpeechLocaleKey).toString(), QStringLiteral("af-ZA"));
+        QCOMPARE(w.screen->speechLocale(), QStringLiteral("af-ZA"));
+        QCOMPARE(w.screen->localTranscript()->currentLocale(), QStringLiteral("af-ZA"));
+        // Stored already: video mode keeps it.
+        w.screen->setRecordVideo(true);
+        QCOMPARE(w.screen->speechLocale(), QStringLiteral("af-ZA"));
+        // The picker stores its choice and hands it to the on-device preview.
+        w.screen->selectLanguage(5);
+        QCOMPARE(w.screen->speechLocale(), QStringLiteral("de-DE"));
+        QCOMPARE(Settings::value(Settings::kSpeechLocaleKey).toString(), QStringLiteral("de-DE"));
+        QCOMPARE(w.screen->localTranscript()->currentLocale(), QStringLiteral("de-DE"));
+        QCOMPARE(w.screen->languageIndex(), 5);
+    }
+    {
+        // Nothing stored when video mode is switched on: Italian.
+        World w;
+        w.screen->setRecordVideo(true);
+        QCOMPARE(Settings::value(Settings::kSpeechLocaleKey).toString(), QStringLiteral("it-IT"));
+        QCOMPARE(w.screen->speechLocale(), QStringLiteral("it-IT"));
+        QCOMPARE(w.screen->localTranscript()->currentLocale(), QStringLiteral("it-IT"));
+        w.screen->appear();
+        QCOMPARE(w.screen->speechLocale(), QStringLiteral("it-IT"));
+    }
+}
+
+void TestRecorderScreen::videoModeEndsWithTheSession()
+{
+    qunsetenv("DISPLAY"); // the video cannot start: the session ends in an error
+    World w;
+    w.screen->appear();
+    QCOMPARE(w.screen->statusText(), QStringLiteral("Tap to start recording"));
+    w.screen->setRecordVideo(true);
+    QCOMPARE(w.screen->statusText(), QStringLiteral("Tap to record video call"));
+    // Switching it on lists what can be captured, under their headings.
+    TRY_COMPARE(w.screen->captureSources().size(), 4);
+    QCOMPARE(w.targetReloads, 1);
+    QStringList sections;
+    for (const QVariant& source : w.screen->captureSources())
+        sections << source.toMap().value(QStringLiteral("section")).toString();
+    QCOMPARE(sections, (QStringList{"Displays", "Displays", "Applications", "Windows"}));
+    w.screen->selectCaptureSource(1);
+    QCOMPARE(w.screen->captureTargets()->selectedID(), QStringLiteral("display:42"));
+    QCOMPARE(w.screen->selectedCaptureSourceIndex(), 1);
+
+    w.screen->pressMainButton();
+    QCOMPARE(w.screen->recordingSourceLine(), QStringLiteral("Recording: HDMI-1"));
+    w.screen->setRecordVideo(false); // not while a session is being made
+    QVERIFY(w.screen->recordVideo());
+    TRY_COMPARE(w.recorder->state().kind(), Kind::Error);
+    QVERIFY(w.screen->recordVideo()); // the error screen still shows the session's mode
+
+    w.screen->startOver();
+    QCOMPARE(w.recorder->state(), RecordingState::idle());
+    QVERIFY(!w.screen->recordVideo());
+    QVERIFY(!w.screen->consent()->recordsVideo());
+    QCOMPARE(w.screen->statusText(), QStringLiteral("Tap to start recording"));
+}
+
+void TestRecorderScreen::fallbackWatch_data()
+{
+    QTest::addColumn<QString>("event");
+    QTest::addColumn<int>("offeredAfterMs"); // -1: never
+    QTest::newRow("nothing happens") << QString() << 12000;
+    // The streamer's own retries: the service is given the whole time.
+    QTest::newRow("reconnecting, in capitals") << "Connection lost — RECONNECTING in 2 s" << 12000;
+    QTest::newRow("refreshing the session") << "Session expired, Refreshing…" << 12000;
+    QTest::newRow("a real failure") << "Live transcription is not available" << 100;
+    QTest::newRow("active") << "connected" << -1;
+}
+
+void TestRecorderScreen::fallbackWatch()
+{
+    QFETCH(QString, event);
+    QFETCH(int, offeredAfterMs);
+    World w;
+    w.tokenWithoutService();
+    QVERIFY(w.record());
+    w.screen->toggleTranscript();
+    QVERIFY(w.screen->transcriptVisible());
+    QCOMPARE(w.screen->transcriptMode(), TranscriptMode::server());
+    QVERIFY(w.screen->connectingToServer());
+    QCOMPARE(w.screen->transcriptToggleLabel(), QStringLiteral("Hide Live Transcript"));
+    QCOMPARE(w.screen->transcriptModeLabel(), QStringLiteral("Server (diarized)"));
+    QVERIFY(w.engine->hasConsumer()); // the recorder's audio goes to the service
+
+    // From here on the event loop does not run: the status is what the
+    // events below make it.
+    if (event == QLatin1String("connected"))
+        w.screen->serverTranscript()->handle(LiveEvent::Connected{});
+    else if (!event.isEmpty())
+        w.screen->serverTranscript()->handle(LiveEvent::Error{event});
+
+    if (offeredAfterMs < 0) {
+        w.clock.advance(13s);
+        QVERIFY(!w.screen->serverFallbackOffered());
+        QVERIFY(w.clock.idle()); // the watch ended when the transcript came up
+        QVERIFY(w.screen->listening());
+        return;
+    }
+    w.clock.advance(std::chrono::milliseconds(offeredAfterMs) - 1ms);
+    QVERIFY(!w.screen->serverFallbackOffered());
+    w.clock.advance(1ms);
+    QVERIFY(w.screen->serverFallbackOffered());
+    QVERIFY(w.clock.idle());
+
+    // "Retry server" withdraws the offer and watches afresh.
+    w.screen->retryServer();
+    QVERIFY(!w.screen->serverFallbackOffered());
+    QCOMPARE(w.screen->transcriptMode(), TranscriptMode::server());
+    w.screen->toggleTranscript(); // hidden: the watch ends without an offer
+    w.clock.advance(13s);
+    QVERIFY(!w.screen->serverFallbackOffered());
+    QVERIFY(!w.engine->hasConsumer());
+}
+
+void TestRecorderScreen::transientErrors_data()
+{
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<bool>("transient");
+    QTest::newRow("reconnecting") << "Connection lost, reconnecting..." << true;
+    QTest::newRow("capitals") << "RECONNECTING" << true;
+    QTest::newRow("refreshing") << "Token expired — ReFrEsHiNg" << true;
+    QTest::newRow("other") << "HTTP 500" << false;
+    QTest::newRow("not logged in") << "Not logged in" << false;
+}
+
+void TestRecorderScreen::transientErrors()
+{
+    QFETCH(QString, message);
+    QFETCH(bool, transient);
+    QCOMPARE(RecorderScreen::transcriptErrorIsTransient(message), transient);
+}
+
+void TestRecorderScreen::stoppingEndsTheOnDevicePreview()
+{
+    for (const bool byMainButton : {true, false}) {
+        World w; // signed out: the server transcript fails at once
+        Settings::setValue(Settings::kSpeechLocaleKey, QStringLiteral("en-US"));
+        w.screen->appear();
+        QVERIFY(w.record());
+        w.screen->toggleTranscript();
+        QCOMPARE(w.screen->transcriptError(), QStringLiteral("Not logged in"));
+        QVERIFY(w.screen->serverFallbackOffered());
+
+        w.screen->useOnDevicePreview();
+        QVERIFY(!w.screen->serverFallbackOffered());
+        QCOMPARE(w.screen->transcriptMode(), TranscriptMode::onDevice());
+        QCOMPARE(w.screen->transcriptModeLabel(), QStringLiteral("On-device preview"));
+        LocalTranscriptManager& local = *w.screen->localTranscript();
+        TRY_COMPARE(local.status(), TranscriptStatus::active());
+        QVERIFY(local.usesMixedAudio());
+        QVERIFY(w.engine->hasConsumer());
+        QVERIFY(w.screen->listening());
+
+        if (byMainButton) {
+            w.screen->pressMainButton();
+        } else {
+            // The recording fails under it: the state change alone stops it.
+            w.engine->send(AudioEngineUpdate::fatalError(QStringLiteral("disk gone")));
+            TRY_COMPARE(w.recorder->state().kind(), Kind::Error);
+        }
+        QCOMPARE(local.status(), TranscriptStatus::idle());
+        QVERIFY(!local.usesMixedAudio());
+        QVERIFY(!w.engine->hasConsumer());
+        QCOMPARE(w.screen->transcriptMode(), TranscriptMode::none());
+        QVERIFY(!w.screen->transcriptVisible());
+        QCOMPARE(w.screen->transcriptToggleLabel(), QStringLiteral("Show Live Transcript"));
+    }
+}
+
+void TestRecorderScreen::serverTranscriptFromTheService()
+{
+    World w;
+    w.signIn();
+    w.screen->appear();
+    w.screen->setSpeechLocale(QStringLiteral("en-GB"));
+    QVERIFY(w.record());
+    w.screen->toggleTranscript();
+    TRY_COMPARE(w.screen->serverTranscript()->status(), TranscriptStatus::active());
+    QVERIFY(w.screen->listening());
+    QVERIFY(!w.screen->connectingToServer());
+
+    // A language change restarts the service's transcript in the new language.
+    w.screen->setSpeechLocale(QStringLiteral("de-DE"));
+    TRY_COMPARE(w.service->service().liveSessions().size(), 2);
+    QCOMPARE(w.service->service().liveSessions().at(0).languageHints, QStringList{"en"});
+    QCOMPARE(w.service->service().liveSessions().at(1).languageHints, (QStringList{"de", "en"}));
+    TRY_COMPARE(w.screen->serverTranscript()->status(), TranscriptStatus::active());
+
+    // The mixed audio reaches the service through the recorder; its
+    // conversation comes back as bubbles, coloured by who spoke first.
+    for (int i = 0; i < 45; ++i)
+        w.engine->feed(AudioBuffer{std::vector<float>(std::size_t{3} * 1920, 0.0f), 0});
+    const TranscriptListModel& model = *w.screen->transcript();
+    TRY_VERIFY(model.count() >= 2);
+    QVERIFY(!w.screen->listening());
+    QCOMPARE(model.data(model.index(0), TranscriptListModel::ColorIndexRole).toInt(), 0);
+    QCOMPARE(model.data(model.index(1), TranscriptListModel::ColorIndexRole).toInt(), 1);
+    QCOMPARE(model.data(model.index(1), TranscriptListModel::ColorRole).toString(),
+             QStringLiteral("#EF4444"));
+    TRY_COMPARE(model.data(model.index(1), TranscriptListModel::AccessibleNameRole).toString(),
+                QStringLiteral("Sam said: Morning! Happy to be here."));
+
+    w.screen->toggleTranscriptExpanded();
+    QCOMPARE(w.screen->transcriptMaxHeight(), RecorderScreen::kExpandedTranscriptHeight);
+    QVERIFY(w.stopToPendingSave());
+    QVERIFY(!w.screen->transcriptExpanded());
+    QVERIFY(!w.engine->hasConsumer());
+    QCOMPARE(w.screen->transcriptMode(), TranscriptMode::none());
+    QVERIFY(!w.screen->serverTranscript()->streamer().isActive());
+}
+
+void TestRecorderScreen::retryUploadOnlyWhileTheFileExists()
+{
+    World w; // signed out: the upload is refused and the recording kept
+    QVERIFY(w.record());
+    QVERIFY(w.stopToPendingSave());
+    const QString file = w.recorder->outputPath();
+    w.screen->saveAndUpload();
+    TRY_COMPARE(w.recorder->state().kind(), Kind::Error);
+    QVERIFY(w.screen->retryUploadOffered());
+    QCOMPARE(w.screen->startOverLabel(), QStringLiteral("Start over"));
+
+    QSignalSpy display(w.screen.get(), &RecorderScreen::displayChanged);
+    QVERIFY(QFile::remove(file));
+    TRY_VERIFY(display.count() > 0); // the view hears of it
+    QVERIFY(!w.screen->retryUploadOffered());
+    QCOMPARE(w.screen->startOverLabel(), QStringLiteral("Try Again"));
+    const RecordingState before = w.recorder->state();
+    w.screen->retryUpload(); // nothing left to send
+    QCOMPARE(w.recorder->state(), before);
+}
+
+void TestRecorderScreen::uploadedRecordingOpensOnTheWeb()
+{
+    World w;
+    w.signIn();
+    QVERIFY(w.record());
+    QVERIFY(w.stopToPendingSave());
+    QSignalSpy display(w.screen.get(), &RecorderScreen::displayChanged);
+    w.screen->saveAndUpload();
+    TRY_COMPARE(w.recorder->state().kind(), Kind::Uploaded);
+    QCOMPARE(w.screen->page(), QStringLiteral("uploaded"));
+    QCOMPARE(w.screen->statusText(), QStringLiteral("Recording uploaded!"));
+    QVERIFY(w.screen->canViewRecording());
+    w.screen->viewRecording();
+    QCOMPARE(w.opened, QList<QUrl>{QUrl(w.service->origin() + QStringLiteral("/recording/") +
+                                        *w.recorder->state().id())});
+    w.screen->recordAnother();
+    QCOMPARE(w.screen->page(), QStringLiteral("idle"));
+}
+
+void TestRecorderScreen::pickersAndWarnings()
+{
+    World w;
+    QCOMPARE(w.screen->microphones().size(), 2);
+    QCOMPARE(w.screen->microphones().at(0).toMap().value("label").toString(),
+             QStringLiteral("Built-in (default)"));
+    QCOMPARE(w.screen->microphones().at(1).toMap().value("label").toString(),
+             QStringLiteral("Headset"));
+    QCOMPARE(w.screen->selectedMicrophoneIndex(), 0); // the system default
+    w.screen->selectMicrophone(1);
+    QCOMPARE(w.recorder->selectedInputDeviceID(), 7u);
+    QCOMPARE(w.screen->selectedMicrophoneIndex(), 1);
+
+    QVERIFY(!w.screen->systemAudioWarningVisible()); // only while recording
+    QVERIFY(w.record());
+    w.engine->send(AudioEngineUpdate::systemAudioActive(false));
+    w.engine->send(AudioEngineUpdate::systemAudioError(QStringLiteral("refused")));
+    w.engine->send(
+        AudioEngineUpdate::micSilent(true, QStringLiteral("The selected microphone is quiet")));
+    TRY_COMPARE(w.screen->systemAudioError(), QStringLiteral("refused"));
+    QVERIFY(w.screen->systemAudioWarningVisible());
+    TRY_VERIFY(w.screen->micSilentWarningVisible());
+    QCOMPARE(w.screen->micSilentMessage(), QStringLiteral("Headset is quiet"));
+    w.screen->retrySystemAudio();
+    QCOMPARE(w.engine->systemAudioRetries, 1);
+    w.engine->send(AudioEngineUpdate::systemAudioActive(true));
+    TRY_VERIFY(!w.screen->systemAudioWarningVisible());
+}
+
+void TestRecorderScreen::privacySettingsProgram_data()
+{
+    QTest::addColumn<QStringList>("installed");
+    QTest::addColumn<QString>("desktop");
+    QTest::addColumn<QStringList>("command");
+    QTest::newRow("none") << QStringList() << "GNOME" << QStringList();
+    QTest::newRow("GNOME") << QStringList{"gnome-control-center"} << "GNOME"
+                           << QStringList{"gnome-control-center", "privacy"};
+    QTest::newRow("KDE") << QStringList{"systemsettings"} << "KDE" << QStringList{"systemsettings"};
+    QTest::newRow("both, on KDE") << QStringList{"gnome-control-center", "systemsettings"} << "KDE"
+                                  << QStringList{"systemsettings"};
+    QTest::newRow("both, elsewhere") << QStringList{"gnome-control-center", "systemsettings"}
+                                     << "XFCE" << QStringList{"gnome-control-center", "privacy"};
+}
+
+void TestRecorderScreen::privacySettingsProgram()
+{
+    QFETCH(QStringList, installed);
+    QFETCH(QString, desktop);
+    QFETCH(QStringList, command);
+    test::IsolatedEnvironment env;
+    const QString bin = env.path(QStringLiteral("bin"));
+    QVERIFY(QDir().mkpath(bin));
+    for (const QString& program : installed) {
+        QFile f(bin + QLatin1Char('/') + program);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.setPermissions(QFileDevice::ReadOwner | QFileDevice::ExeOwner);
+    }
+    const QByteArray path = qgetenv("PATH");
+    const QByteArray currentDesktop = qgetenv("XDG_CURRENT_DESKTOP");
+    qputenv("PATH", bin.toLocal8Bit());
+    qputenv("XDG_CURRENT_DESKTOP", desktop.toLocal8Bit());
+    World w;
+    qputenv("PATH", path);
+    qputenv("XDG_CURRENT_DESKTOP", currentDesktop);
+
+    QCOMPARE(w.screen->canOpenPrivacySettings(), !command.isEmpty());
+    w.screen->openPrivacySettings();
+    if (command.isEmpty()) {
+        QVERIFY(w.started.isEmpty());
+        return;
+    }
+    command[0] = bin + QLatin1Char('/') + command[0];
+    QCOMPARE(w.started, QList<QStringList>{command});
+}
+
+QTEST_GUILESS_MAIN(TestRecorderScreen)
+#include "tst_recorderscreen.moc"
