@@ -8,6 +8,7 @@
 #include "service/passkeys/passkeymanager.h"
 #include "service/passkeys/passkeyoperations.h"
 #include "service/passkeys/passkeysmodel.h"
+#include "ui/recorderscreen.h"
 #include "ui/symbolimageprovider.h"
 #include "ui/viewhelpers.h"
 #include "update/sparkleupdater.h"
@@ -15,6 +16,7 @@
 
 #include <QApplication>
 #include <QDesktopServices>
+#include <QProcess>
 #include <QQuickWindow>
 #include <QScreen>
 
@@ -32,6 +34,14 @@ SorvelandrixRecorderApp::SorvelandrixRecorderApp(QObject* parent)
       m_helpers(std::make_unique<ViewHelpers>()), m_updater(std::make_unique<SparkleUpdater>())
 {
     m_updater->setUrlOpener([](const QUrl& url) { return QDesktopServices::openUrl(url); });
+    m_recorderScreen = std::make_unique<RecorderScreen>(*m_recorder, *m_auth);
+    m_recorderScreen->setDesktopHooks({[this](const QUrl& url) {
+                                           m_helpers->openUrl(url.toString());
+                                           return true;
+                                       },
+                                       [](const QString& program, const QStringList& arguments) {
+                                           return QProcess::startDetached(program, arguments);
+                                       }});
     m_recorder->setAuthManager(m_auth.get());
     AppDelegate::Hooks hooks;
     hooks.showMainWindow = [this] { showMainWindow(); };
@@ -57,6 +67,7 @@ bool SorvelandrixRecorderApp::launch()
         {QStringLiteral("auth"), QVariant::fromValue<QObject*>(m_auth.get())},
         {QStringLiteral("recorder"), QVariant::fromValue<QObject*>(m_recorder.get())},
         {QStringLiteral("helpers"), QVariant::fromValue<QObject*>(m_helpers.get())},
+        {QStringLiteral("recorderScreen"), QVariant::fromValue<QObject*>(m_recorderScreen.get())},
         {QStringLiteral("updater"), QVariant::fromValue<QObject*>(m_updater.get())},
         {QStringLiteral("appDelegate"), QVariant::fromValue<QObject*>(m_delegate.get())},
         {QStringLiteral("passkeys"), QVariant::fromValue<QObject*>(m_passkeys.get())},

@@ -16,6 +16,7 @@ class AuthManager;
 class PasskeyManager;
 class PasskeyOperations;
 class PasskeysModel;
+class RecorderScreen;
 class SecretStore;
 class SparkleUpdater;
 class ViewHelpers;
@@ -40,6 +41,7 @@ public:
     AppDelegate& appDelegate() { return *m_delegate; }
     ViewHelpers& helpers() { return *m_helpers; }
     SparkleUpdater& updater() { return *m_updater; }
+    RecorderScreen& recorderScreen() { return *m_recorderScreen; }
     QQuickWindow* mainWindow() const { return m_window; }
     QQmlApplicationEngine& engine() { return m_engine; }
 
@@ -64,6 +66,7 @@ private:
     std::unique_ptr<PasskeysModel> m_passkeys;
     std::unique_ptr<ViewHelpers> m_helpers;
     std::unique_ptr<SparkleUpdater> m_updater;
+    std::unique_ptr<RecorderScreen> m_recorderScreen;
     std::unique_ptr<AppDelegate> m_delegate;
     QQmlApplicationEngine m_engine;
     QPointer<QQuickWindow> m_window;

@@ -8,14 +8,12 @@ import QtQuick.Layouts
 Popup {
     id: root
     property var consent: null
-    property var helpers: null
     modal: true
     anchors.centerIn: Overlay.overlay
     width: Math.min(460, parent ? parent.width - 24 : 460)
     height: Math.min(implicitHeight, parent ? parent.height - 24 : implicitHeight)
     padding: 0
     closePolicy: Popup.CloseOnEscape
-    onClosed: if (consent && consent.presented) consent.cancel()
     background: Rectangle { radius: 14; color: Theme.card; border.color: Theme.separator }
 
     contentItem: Flickable {
@@ -123,7 +121,7 @@ Popup {
                 icon.width: 14
                 icon.height: 14
                 palette.buttonText: Theme.accent
-                onClicked: root.helpers.openUrl(root.consent.termsUrl)
+                onClicked: root.consent.openTerms()
             }
 
             RowLayout {

@@ -2,15 +2,449 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 
-// The recording screen.
+// The recording screen. Everything it shows comes from `screen` (the
+// RecorderScreen view-model) and the recorder's own meters; every button is
+// one call on it.
 Item {
     id: root
     required property var recorder
     property var screen: null
     property var helpers: null
-    Label {
-        anchors.centerIn: parent
-        text: root.recorder.isRecording ? "Recording " + root.recorder.elapsedText : "Ready to record"
+    readonly property string page: screen ? screen.page : "idle"
+
+    Component.onCompleted: if (screen) screen.appear()
+
+    Flickable {
+        anchors.fill: parent
+        contentHeight: column.implicitHeight + 32
+        clip: true
+        boundsBehavior: Flickable.StopAtBounds
+        visible: root.screen !== null
+
+        ColumnLayout {
+            id: column
+            x: 20
+            y: 12
+            width: parent.width - 40
+            spacing: Theme.spacing
+
+            // ---- Before and during the recording ----
+            ColumnLayout {
+                Layout.fillWidth: true
+                spacing: Theme.spacing
+                visible: root.page === "idle" || root.page === "capturing"
+
+                Card {
+                    objectName: "modeSection"
+                    visible: root.page === "idle"
+                    Layout.fillWidth: true
+                    ColumnLayout {
+                        width: parent.width
+                        spacing: 8
+                        Caption { text: root.screen.recordingModeLabel }
+                        RowLayout {
+                            spacing: 6
+                            Layout.fillWidth: true
+                            Segment {
+                                objectName: "audioOnlyButton"
+                                text: root.screen.audioOnlyLabel
+                                symbol: "waveform"
+                                selected: !root.screen.recordVideo
+                                onClicked: root.screen.recordVideo = false
+                            }
+                            Segment {
+                                objectName: "videoCallButton"
+                                text: root.screen.videoCallLabel
+                                symbol: "display"
+                                selected: root.screen.recordVideo
+                                onClicked: root.screen.recordVideo = true
+                            }
+                        }
+                        Note { text: root.screen.modeDescription }
+                        Note { text: root.screen.headphonesHint; visible: !root.screen.recordVideo }
+                        Note { text: root.screen.videoModeNote; visible: root.screen.recordVideo }
+
+                        ColumnLayout {
+                            visible: root.screen.recordVideo
+                            Layout.fillWidth: true
+                            spacing: 4
+                            Caption { text: root.screen.captureSourceLabel }
+                            RowLayout {
+                                Layout.fillWidth: true
+                                ComboBox {
+                                    id: sources
+                                    objectName: "captureSourcePicker"
+                                    Layout.fillWidth: true
+                                    model: root.screen.captureSources
+                                    textRole: "title"
+                                    currentIndex: root.screen.selectedCaptureSourceIndex
+                                    onActivated: index => root.screen.selectCaptureSource(index)
+                                    Accessible.name: root.screen.captureSourceLabel
+                                    delegate: ItemDelegate {
+                                        required property var modelData
+                                        required property int index
+                                        width: sources.width
+                                        highlighted: sources.highlightedIndex === index
+                                        contentItem: ColumnLayout {
+                                            spacing: 1
+                                            Label {
+                                                visible: index === 0 || root.screen.captureSources[index - 1].section !== modelData.section
+                                                text: modelData.section
+                                                font.pixelSize: Theme.captionSize
+                                                font.weight: Font.DemiBold
+                                                color: Theme.secondaryText
+                                            }
+                                            Label { text: modelData.title; color: Theme.text; elide: Text.ElideRight; Layout.fillWidth: true }
+                                            Label { text: modelData.subtitle; visible: text !== ""; color: Theme.tertiaryText; font.pixelSize: Theme.captionSize; elide: Text.ElideRight; Layout.fillWidth: true }
+                                        }
+                                    }
+                                }
+                                Button {
+                                    objectName: "refreshSourcesButton"
+                                    text: root.screen.refreshLabel
+                                    enabled: !root.screen.captureSourcesLoading
+                                    onClicked: root.screen.refreshCaptureSources()
+                                }
+                            }
+                            Note { text: root.screen.captureSourcesError; visible: text !== ""; color: Theme.red }
+                            Note { text: root.screen.captureSourceHelp }
+                        }
+                    }
+                }
+
+                Card {
+                    Layout.fillWidth: true
+                    visible: root.page === "idle" || root.screen.isRecording
+                    RowLayout {
+                        width: parent.width
+                        spacing: 8
+                        Symbol { name: "mic"; tint: Theme.secondaryText; size: 16 }
+                        ComboBox {
+                            objectName: "microphonePicker"
+                            Layout.fillWidth: true
+                            model: root.screen.microphones
+                            textRole: "label"
+                            currentIndex: root.screen.selectedMicrophoneIndex
+                            onActivated: index => root.screen.selectMicrophone(index)
+                            Accessible.name: "Microphone"
+                        }
+                        Button {
+                            objectName: "refreshMicrophonesButton"
+                            text: root.screen.refreshDeviceListLabel
+                            onClicked: root.screen.refreshMicrophones()
+                        }
+                    }
+                }
+
+                // The main button, the time and the status line.
+                ColumnLayout {
+                    Layout.fillWidth: true
+                    Layout.topMargin: 6
+                    spacing: 6
+                    RoundButton {
+                        id: mainButton
+                        objectName: "mainButton"
+                        Layout.alignment: Qt.AlignHCenter
+                        implicitWidth: 84
+                        implicitHeight: 84
+                        enabled: root.screen.mainButtonEnabled
+                        Accessible.name: root.screen.mainButtonAccessibleName
+                        onClicked: root.screen.pressMainButton()
+                        background: Rectangle {
+                            radius: width / 2
+                            color: mainButton.enabled ? (mainButton.down ? "#c92a20" : Theme.red) : "#f0a8a3"
+                            border.color: "#ffffff"
+                            border.width: 4
+                        }
+                        contentItem: Item {
+                            Rectangle {
+                                anchors.centerIn: parent
+                                width: root.screen.mainButtonShowsStop ? 28 : 34
+                                height: width
+                                radius: root.screen.mainButtonShowsStop ? 5 : width / 2
+                                color: "#ffffff"
+                            }
+                        }
+                    }
+                    Label {
+                        objectName: "elapsedText"
+                        Layout.alignment: Qt.AlignHCenter
+                        visible: root.screen.isRecording
+                        text: root.recorder.elapsedText
+                        font.pixelSize: 28
+                        font.family: "monospace"
+                        color: Theme.text
+                    }
+                    Label {
+                        objectName: "statusLine"
+                        Layout.alignment: Qt.AlignHCenter
+                        Layout.fillWidth: true
+                        horizontalAlignment: Text.AlignHCenter
+                        wrapMode: Text.Wrap
+                        text: root.screen.statusText
+                        color: Theme.secondaryText
+                    }
+                    Note {
+                        Layout.alignment: Qt.AlignHCenter
+                        horizontalAlignment: Text.AlignHCenter
+                        text: root.screen.recordingSourceLine
+                        visible: text !== ""
+                    }
+                }
+
+                // Meters.
+                Card {
+                    objectName: "meters"
+                    Layout.fillWidth: true
+                    visible: root.screen.isRecording
+                    ColumnLayout {
+                        width: parent.width
+                        spacing: 6
+                        Meter { label: root.screen.microphoneMeterLabel; symbol: "mic"; level: root.recorder.micLevel }
+                        Meter { label: root.screen.systemAudioMeterLabel; symbol: "speaker"; level: root.recorder.systemLevel }
+                        Note { text: root.screen.meterHint }
+                    }
+                }
+
+                Warning {
+                    objectName: "micSilentWarning"
+                    visible: root.screen.micSilentWarningVisible
+                    title: root.screen.micSilentTitle
+                    message: root.screen.micSilentMessage
+                }
+                Warning {
+                    objectName: "systemAudioWarning"
+                    visible: root.screen.systemAudioWarningVisible
+                    title: root.screen.systemAudioWarningTitle
+                    message: root.screen.systemAudioError
+                    Button {
+                        text: root.screen.systemAudioSettingsLabel
+                        visible: root.screen.canOpenPrivacySettings
+                        onClicked: root.screen.openPrivacySettings()
+                    }
+                    Button {
+                        objectName: "retrySystemAudioButton"
+                        text: root.screen.systemAudioRetryLabel
+                        onClicked: root.screen.retrySystemAudio()
+                    }
+                }
+                Warning {
+                    objectName: "screenAccessWarning"
+                    visible: root.screen.screenAccessWarningVisible
+                    title: ""
+                    message: root.screen.screenAccessWarning
+                    Button {
+                        text: root.screen.openSettingsLabel
+                        visible: root.screen.canOpenPrivacySettings
+                        onClicked: root.screen.openPrivacySettings()
+                    }
+                    Button {
+                        text: root.screen.checkAgainLabel
+                        onClicked: root.screen.checkScreenAccessAgain()
+                    }
+                }
+
+                TranscriptSection {
+                    Layout.fillWidth: true
+                    screen: root.screen
+                }
+            }
+
+            // ---- After the recording ----
+            Card {
+                objectName: "pendingSavePage"
+                visible: root.page === "pendingSave"
+                Layout.fillWidth: true
+                ColumnLayout {
+                    width: parent.width
+                    spacing: 10
+                    Title { text: root.screen.saveTitle }
+                    Note { text: root.screen.durationText; font.pixelSize: Theme.bodySize + 2; color: Theme.text }
+                    PrimaryButton {
+                        objectName: "saveButton"
+                        text: root.screen.saveLabel
+                        symbol: "cloud-upload"
+                        onClicked: root.screen.saveAndUpload()
+                    }
+                    Note { text: root.screen.saveHelp }
+                    Button {
+                        objectName: "discardButton"
+                        Layout.fillWidth: true
+                        text: root.screen.discardLabel
+                        palette.buttonText: Theme.red
+                        onClicked: root.screen.discard()
+                    }
+                    Note { text: root.screen.discardHelp }
+                }
+            }
+            Card {
+                objectName: "uploadingPage"
+                visible: root.page === "uploading"
+                Layout.fillWidth: true
+                ColumnLayout {
+                    width: parent.width
+                    spacing: 10
+                    Title { text: root.screen.uploadingTitle }
+                    ProgressBar { Layout.fillWidth: true; value: root.screen.uploadProgress }
+                    Note { text: Math.round(root.screen.uploadProgress * 100) + " %" }
+                }
+            }
+            Card {
+                objectName: "uploadedPage"
+                visible: root.page === "uploaded"
+                Layout.fillWidth: true
+                ColumnLayout {
+                    width: parent.width
+                    spacing: 10
+                    Symbol { Layout.alignment: Qt.AlignHCenter; name: "checkmark-seal"; tint: Theme.green; size: 40 }
+                    Title { Layout.alignment: Qt.AlignHCenter; text: root.screen.uploadedTitle }
+                    PrimaryButton {
+                        objectName: "viewRecordingButton"
+                        visible: root.screen.canViewRecording
+                        text: root.screen.viewRecordingLabel
+                        onClicked: root.screen.viewRecording()
+                    }
+                    Button {
+                        Layout.fillWidth: true
+                        text: root.screen.recordAnotherLabel
+                        onClicked: root.screen.recordAnother()
+                    }
+                }
+            }
+            Card {
+                objectName: "errorPage"
+                visible: root.page === "error"
+                Layout.fillWidth: true
+                ColumnLayout {
+                    width: parent.width
+                    spacing: 10
+                    ErrorLine { Layout.fillWidth: true; text: root.screen.errorMessage }
+                    PrimaryButton {
+                        objectName: "retryUploadButton"
+                        visible: root.screen.retryUploadOffered
+                        text: root.screen.retryUploadLabel
+                        onClicked: root.screen.retryUpload()
+                    }
+                    Button {
+                        objectName: "startOverButton"
+                        Layout.fillWidth: true
+                        text: root.screen.startOverLabel
+                        onClicked: root.screen.startOver()
+                    }
+                }
+            }
+        }
+    }
+
+    ConsentSheet {
+        objectName: "consentSheet"
+        consent: root.screen ? root.screen.consent : null
+        visible: root.screen !== null && root.screen.showingConsentSheet
+        // Escape or a click outside: the same as Cancel.
+        onClosed: if (root.screen.showingConsentSheet) root.screen.consent.cancel()
+    }
+
+    component Card: Rectangle {
+        default property alias content: inner.data
+        implicitHeight: inner.childrenRect.height + 24
+        radius: Theme.radius
+        color: Theme.card
+        border.color: Theme.separator
+        Item {
+            id: inner
+            x: 12
+            y: 12
+            width: parent.width - 24
+            height: childrenRect.height
+        }
+    }
+    component Caption: Label {
+        font.pixelSize: Theme.captionSize
+        font.weight: Font.DemiBold
+        font.letterSpacing: 0.5
         color: Theme.secondaryText
+    }
+    component Title: Label {
+        font.pixelSize: Theme.bodySize + 4
+        font.weight: Font.Bold
+        color: Theme.text
+        wrapMode: Text.Wrap
+    }
+    component Note: Label {
+        Layout.fillWidth: true
+        wrapMode: Text.Wrap
+        color: Theme.secondaryText
+        font.pixelSize: Theme.bodySize
+    }
+    component Segment: Button {
+        id: segment
+        property bool selected: false
+        property string symbol
+        Layout.fillWidth: true
+        implicitHeight: 34
+        Accessible.name: text
+        Accessible.checked: selected
+        contentItem: Item {
+            implicitWidth: segmentRow.implicitWidth
+            implicitHeight: segmentRow.implicitHeight
+            Row {
+                id: segmentRow
+                anchors.centerIn: parent
+                spacing: 6
+                Symbol { name: segment.symbol; tint: segment.selected ? "#ffffff" : Theme.text; size: 15; anchors.verticalCenter: parent.verticalCenter }
+                Text { text: segment.text; color: segment.selected ? "#ffffff" : Theme.text; font.pixelSize: Theme.bodySize + 1; anchors.verticalCenter: parent.verticalCenter }
+            }
+        }
+        background: Rectangle { radius: 8; color: segment.selected ? Theme.accent : Theme.selectedTab }
+    }
+    component Meter: RowLayout {
+        property string label
+        property string symbol
+        property real level: 0
+        Layout.fillWidth: true
+        spacing: 8
+        Symbol { name: parent.symbol; tint: Theme.secondaryText; size: 14 }
+        Label { text: parent.label; color: Theme.text; Layout.preferredWidth: 110; elide: Text.ElideRight }
+        Rectangle {
+            Layout.fillWidth: true
+            implicitHeight: 8
+            radius: 4
+            color: Theme.selectedTab
+            Rectangle {
+                width: parent.width * Math.min(1, Math.max(0, parent.parent.level))
+                height: parent.height
+                radius: 4
+                color: parent.parent.level > 0.9 ? Theme.red : Theme.green
+            }
+        }
+    }
+    component Warning: Rectangle {
+        id: warning
+        property string title
+        property string message
+        default property alias actions: actionRow.data
+        Layout.fillWidth: true
+        implicitHeight: warningColumn.implicitHeight + 20
+        radius: 8
+        color: Theme.warningBackground
+        ColumnLayout {
+            id: warningColumn
+            x: 10
+            y: 10
+            width: parent.width - 20
+            spacing: 6
+            RowLayout {
+                Layout.fillWidth: true
+                spacing: 8
+                Symbol { name: "warning"; tint: Theme.orange; size: 16; Layout.alignment: Qt.AlignTop }
+                ColumnLayout {
+                    Layout.fillWidth: true
+                    spacing: 2
+                    Label { visible: warning.title !== ""; text: warning.title; font.weight: Font.DemiBold; color: Theme.text; wrapMode: Text.Wrap; Layout.fillWidth: true }
+                    Label { text: warning.message; color: Theme.text; wrapMode: Text.Wrap; Layout.fillWidth: true; visible: text !== "" }
+                }
+            }
+            RowLayout { id: actionRow; Layout.alignment: Qt.AlignRight; spacing: 6 }
+        }
     }
 }

@@ -10,6 +10,8 @@
 #include "recording/audiorecorder.h"
 #include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
+#include "ui/recorderscreen.h"
+#include "ui/recordingconsent.h"
 #include "ui/viewhelpers.h"
 #include "update/sparkleupdater.h"
 
@@ -204,6 +206,30 @@ void signInScreens(Shooter& s, sorv::AuthManager& auth, sorv::test::LocalService
     s.waitFor([&] { return auth.isLoggedIn(); }, "signing in");
 }
 
+void recorderScreens(Shooter& s, sorv::RecorderScreen& screen)
+{
+    s.click("tab0");
+    screen.setRecordVideo(false);
+    s.shoot(QStringLiteral("record-idle-audio"));
+    screen.setRecordVideo(true);
+    s.shoot(QStringLiteral("record-idle-video"));
+
+    // A fresh installation: the consent sheet comes before the first recording.
+    screen.setRecordVideo(false);
+    screen.pressMainButton();
+    s.waitFor([&] { return screen.showingConsentSheet(); }, "the consent sheet");
+    s.shoot(QStringLiteral("consent-audio"));
+    screen.consent()->setAcknowledged(true);
+    s.shoot(QStringLiteral("consent-ticked"));
+    screen.consent()->cancel();
+    screen.setRecordVideo(true);
+    screen.pressMainButton();
+    s.waitFor([&] { return screen.showingConsentSheet(); }, "the consent sheet");
+    s.shoot(QStringLiteral("consent-video"));
+    screen.consent()->cancel();
+    screen.setRecordVideo(false);
+}
+
 void tabScreens(Shooter& s)
 {
     const char* names[] = {"tab-record", "tab-recordings", "tab-join"};
@@ -337,7 +363,13 @@ int main(int argc, char** argv)
     Shooter shooter(recorderApp, dir);
 
     signInScreens(shooter, recorderApp.auth(), service, mfaService);
+    // Signed in on a fresh installation, the recorder screen asks for consent
+    // at once; the tab screens are shot after cancelling it.
+    shooter.waitFor([&] { return recorderApp.recorderScreen().showingConsentSheet(); },
+                    "the first consent sheet");
+    recorderApp.recorderScreen().consent()->cancel();
     tabScreens(shooter);
+    recorderScreens(shooter, recorderApp.recorderScreen());
     passkeyScreens(shooter, service);
     updateScreens(shooter, recorderApp.updater(), service);
     trayScreens(shooter, recorderApp.appDelegate(), recorderApp.recorder());

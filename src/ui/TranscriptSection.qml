@@ -1,0 +1,106 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+
+// The live transcript on the recorder screen: the toggle, the mode and the
+// language, the server's fallback, and the lines in speaker colours.
+ColumnLayout {
+    id: root
+    property var screen: null
+    spacing: 8
+
+    Button {
+        objectName: "transcriptToggle"
+        Layout.fillWidth: true
+        text: root.screen.transcriptToggleLabel
+        icon.source: "image://symbol/captions/1d1d1f"
+        onClicked: root.screen.toggleTranscript()
+    }
+
+    Rectangle {
+        visible: root.screen.transcriptVisible
+        Layout.fillWidth: true
+        implicitHeight: body.implicitHeight + 24
+        radius: Theme.radius
+        color: Theme.card
+        border.color: Theme.separator
+
+        ColumnLayout {
+            id: body
+            x: 12
+            y: 12
+            width: parent.width - 24
+            spacing: 8
+
+            RowLayout {
+                Layout.fillWidth: true
+                Label {
+                    objectName: "transcriptModeLabel"
+                    text: root.screen.transcriptModeLabel
+                    font.weight: Font.DemiBold
+                    color: Theme.text
+                }
+                Item { Layout.fillWidth: true }
+                Label { text: root.screen.languagePickerLabel; color: Theme.secondaryText }
+                ComboBox {
+                    objectName: "languagePicker"
+                    model: root.screen.languages
+                    textRole: "label"
+                    currentIndex: root.screen.languageIndex
+                    onActivated: index => root.screen.selectLanguage(index)
+                    Accessible.name: root.screen.languagePickerLabel
+                }
+            }
+            Label {
+                Layout.fillWidth: true
+                wrapMode: Text.Wrap
+                text: root.screen.languageNote
+                color: Theme.tertiaryText
+                font.pixelSize: Theme.captionSize + 1
+            }
+            RowLayout {
+                visible: root.screen.connectingToServer || root.screen.listening
+                spacing: 8
+                BusyIndicator { implicitWidth: 20; implicitHeight: 20; running: parent.visible }
+                Label {
+                    objectName: "transcriptActivity"
+                    text: root.screen.connectingToServer ? root.screen.connectingText
+                                                         : root.screen.listeningText
+                    color: Theme.secondaryText
+                }
+            }
+            ErrorLine { Layout.fillWidth: true; text: root.screen.transcriptError; tint: Theme.orange }
+            RowLayout {
+                objectName: "serverFallback"
+                visible: root.screen.serverFallbackOffered
+                spacing: 8
+                Button { text: root.screen.retryServerLabel; onClicked: root.screen.retryServer() }
+                Button { text: root.screen.useOnDevicePreviewLabel; onClicked: root.screen.useOnDevicePreview() }
+            }
+
+            ListView {
+                id: lines
+                objectName: "transcriptList"
+                Layout.fillWidth: true
+                Layout.preferredHeight: Math.min(contentHeight, root.screen.transcriptMaxHeight)
+                visible: count > 0
+                clip: true
+                spacing: 6
+                model: root.screen.transcript
+                onCountChanged: positionViewAtEnd()
+                onContentHeightChanged: positionViewAtEnd()
+                delegate: TranscriptBubble {
+                    width: lines.width
+                }
+            }
+            Button {
+                visible: lines.count > 0
+                flat: true
+                text: root.screen.expandLabel
+                ToolTip.text: root.screen.expandHelp
+                ToolTip.visible: hovered
+                onClicked: root.screen.toggleTranscriptExpanded()
+            }
+        }
+    }
+}
