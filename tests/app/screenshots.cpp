@@ -249,8 +249,7 @@ void passkeyScreens(Shooter& s, sorv::test::LocalServiceFixture& service)
     QObject* passkeys = s.window()->property("passkeys").value<QObject*>();
     if (!sheet || !passkeys)
         return;
-    sheet->setProperty("visible", true); // loading starts as it opens
-    s.window()->grabWindow();            // drawn while the list is still on its way
+    sheet->setProperty("visible", true); // loading starts as it opens; shot before it ends
     s.save(s.window()->grabWindow(), QStringLiteral("passkeys-loading"));
     s.waitFor([&] { return !passkeys->property("loading").toBool(); }, "the passkeys list");
     s.shoot(QStringLiteral("passkeys-empty"));
