@@ -181,18 +181,20 @@ void RecordingUploader::send(const Attempt& attempt, bool allowAuthRetry)
                          QNetworkRequest::UserVerifiedRedirectPolicy);
 
     m_received.clear();
+    const std::uint64_t generation = m_generation;
+    // Whole per-mille steps: a read is 16 KiB, far finer than a bar shows.
+    body->setReadObserver([this, generation, shown = -1](qint64 read, qint64 total) mutable {
+        const int perMille = total > 0 ? static_cast<int>(read * 1000 / total) : 0;
+        if (generation != m_generation || perMille == shown)
+            return;
+        shown = perMille;
+        Q_EMIT progress(perMille / 1000.0);
+    });
     QNetworkReply* reply = sharedNetworkAccess().post(request, body);
     body->setParent(reply);
     guardReply(reply, !token.isEmpty());
     m_reply = reply;
 
-    const std::uint64_t generation = m_generation;
-    connect(reply, &QNetworkReply::uploadProgress, this,
-            [this, generation](qint64 sent, qint64 total) {
-                // An unknown total leaves the progress where it was.
-                if (generation == m_generation && total > 0)
-                    Q_EMIT progress(static_cast<double>(sent) / static_cast<double>(total));
-            });
     connect(reply, &QNetworkReply::readyRead, this, [this, reply] {
         m_received += reply->readAll();
         if (m_received.size() > kMaxJsonAnswerBytes)

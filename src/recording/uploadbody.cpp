@@ -126,6 +126,8 @@ qint64 MultipartBodyDevice::readData(char* data, qint64 maxSize)
     }
     if (done == 0 && m_position >= totalSize())
         return -1;
+    if (done > 0 && m_observer)
+        m_observer(m_position, totalSize());
     return done;
 }
 

@@ -5,6 +5,8 @@
 #include <QIODevice>
 #include <QString>
 
+#include <functional>
+
 namespace sorv {
 
 // "sorvelandrix-" + an upper-case UUID: 49 characters.
@@ -34,6 +36,14 @@ public:
 
     // The whole body's length, for Content-Length.
     qint64 totalSize() const { return m_head.size() + m_fileSize + m_tail.size(); }
+    // How far the network stack has read, called after each read. The stack
+    // pulls the body only as the socket drains, so this is the upload's
+    // progress to within the socket's buffers; QNetworkReply's own
+    // uploadProgress reports the whole body as sent as soon as it starts.
+    void setReadObserver(std::function<void(qint64 position, qint64 total)> observer)
+    {
+        m_observer = std::move(observer);
+    }
 
     bool isSequential() const override { return true; }
     qint64 bytesAvailable() const override;
@@ -54,6 +64,7 @@ private:
     QByteArray m_tail;
     qint64 m_fileSize = 0;
     qint64 m_position = 0; // in the whole body
+    std::function<void(qint64, qint64)> m_observer;
 };
 
 } // namespace sorv

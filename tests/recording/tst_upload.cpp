@@ -15,12 +15,15 @@
 #include "support/isolatedenvironment.h"
 
 #include <QDateTime>
+
 #include <QDir>
 #include <QFile>
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTest>
+
+#include <algorithm>
 
 using namespace sorv;
 using local::LocalService;
@@ -121,6 +124,7 @@ private Q_SLOTS:
     void failureMessages();
 
     void successDeletesTheRecordingAndListsIt();
+    void progressFollowsTheBodyOut();
     void answersOtherThan200AreRefusals_data();
     void answersOtherThan200AreRefusals();
     void unauthorisedOnceThenRefreshAndRetry();
@@ -289,6 +293,30 @@ void TestUpload::successDeletesTheRecordingAndListsIt()
 
     // uploading(0) first, the end last.
     QVERIFY(states.size() >= 2);
+}
+
+// The bar moves as the body leaves, not 0 then 100 % at once and a long wait
+// (what QNetworkReply::uploadProgress reports for a streamed body).
+void TestUpload::progressFollowsTheBodyOut()
+{
+    World w;
+    const QString path = recordingsDirectory() + QStringLiteral("/sorvelandrix_1763850001.wav");
+    QByteArray bytes(8 * 1024 * 1024, Qt::Uninitialized);
+    QRandomGenerator(7).fillRange(reinterpret_cast<quint32*>(bytes.data()),
+                                  bytes.size() / int(sizeof(quint32)));
+    QVERIFY(writeFile(path, bytes));
+    QList<double> seen;
+    connect(&w.recorder, &AudioRecorder::stateChanged, this, [&] {
+        if (w.recorder.state().kind() == Kind::Uploading)
+            seen << w.recorder.state().progress();
+    });
+
+    QCOMPARE(w.upload(path).kind(), Kind::Uploaded);
+    QVERIFY(std::is_sorted(seen.cbegin(), seen.cend()));
+    const auto between =
+        std::count_if(seen.cbegin(), seen.cend(), [](double p) { return p > 0.0 && p < 1.0; });
+    QVERIFY2(between >= 50, qPrintable(QStringLiteral("%1 steps").arg(between)));
+    QVERIFY(seen.last() > 0.99);
 }
 
 void TestUpload::answersOtherThan200AreRefusals_data()
