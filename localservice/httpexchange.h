@@ -8,6 +8,7 @@
 #include <QString>
 #include <QUrlQuery>
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -64,6 +65,31 @@ struct Route {
     Handler handler;
     StreamingHandler streaming;
 };
+
+// For endpoints whose answer goes on for as long as something happens (an
+// event stream): the status and headers first, then the body in chunks as
+// the endpoint makes them. Blocking calls on the connection's own thread.
+class ResponseStream {
+public:
+    virtual ~ResponseStream() = default;
+    // The status line and headers, with a chunked body to follow. False
+    // when the connection is gone.
+    virtual bool begin(int status, const HeaderList& headers) = 0;
+    // One chunk of the body (nothing for no bytes). False when the
+    // connection is gone.
+    virtual bool write(const QByteArray& bytes) = 0;
+    // The last chunk: the body ends cleanly.
+    virtual void end() = 0;
+    // Cuts the connection without the last chunk, as a network failure would.
+    virtual void drop() = 0;
+    // Waits; false when the client went away or the service stops meanwhile.
+    virtual bool wait(std::chrono::milliseconds delay) = 0;
+};
+
+// Answers with an ordinary response (a refusal), or streams the answer
+// itself and returns none.
+using ResponseStreamHandler =
+    std::function<std::optional<ServiceResponse>(const ServiceRequest&, ResponseStream&)>;
 
 bool matchRoute(const QString& pattern, const QString& path, QStringList* params);
 

@@ -2,6 +2,7 @@
 
 #include "core/log.h"
 #include "localservice/liveendpoints.h"
+#include "localservice/meetingstreamendpoint.h"
 #include "localservice/servicestate.h"
 #include "localservice/updateendpoints.h"
 
@@ -12,10 +13,12 @@
 #include <boost/beast/websocket.hpp>
 
 #include <QCryptographicHash>
+#include <QUrl>
 #include <QUrlQuery>
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <limits>
@@ -47,9 +50,10 @@ QByteArray toBytes(beast::string_view v)
 // Reads a streamed body into a fixed buffer, piece by piece.
 class SocketBodyReader final : public BodyReader {
 public:
+    // `bytesPerSecond` > 0 reads no faster than that: a slow uplink.
     SocketBodyReader(tcp::socket& socket, beast::flat_buffer& buffer,
-                     http::request_parser<http::buffer_body>& parser)
-        : m_socket(socket), m_buffer(buffer), m_parser(parser)
+                     http::request_parser<http::buffer_body>& parser, std::int64_t bytesPerSecond)
+        : m_socket(socket), m_buffer(buffer), m_parser(parser), m_bytesPerSecond(bytesPerSecond)
     {}
 
     std::optional<QByteArray> next(QString* error) override
@@ -67,16 +71,32 @@ public:
                 return std::nullopt;
             }
             const std::size_t filled = m_chunk.size() - m_parser.get().body().size;
-            if (filled > 0)
+            if (filled > 0) {
+                pace(filled);
                 return QByteArray(m_chunk.data(), static_cast<qsizetype>(filled));
+            }
         }
         return QByteArray();
     }
 
 private:
+    void pace(std::size_t bytes)
+    {
+        if (m_bytesPerSecond <= 0)
+            return;
+        if (m_received == 0)
+            m_started = std::chrono::steady_clock::now();
+        m_received += static_cast<std::int64_t>(bytes);
+        std::this_thread::sleep_until(
+            m_started + std::chrono::microseconds(m_received * 1'000'000 / m_bytesPerSecond));
+    }
+
     tcp::socket& m_socket;
     beast::flat_buffer& m_buffer;
     http::request_parser<http::buffer_body>& m_parser;
+    std::int64_t m_bytesPerSecond = 0;
+    std::int64_t m_received = 0;
+    std::chrono::steady_clock::time_point m_started;
     std::array<char, std::size_t{64} * 1024> m_chunk{};
 };
 
@@ -167,6 +187,89 @@ private:
     int m_closeCode = 0;
 };
 
+// An answer whose body is written in chunks as the endpoint makes it.
+class SocketResponseStream final : public ResponseStream {
+public:
+    SocketResponseStream(tcp::socket& socket, unsigned version, const std::atomic<bool>& stopping)
+        : m_socket(socket), m_version(version), m_stopping(stopping)
+    {}
+
+    bool begin(int status, const HeaderList& headers) override
+    {
+        http::response<http::empty_body> res;
+        res.version(m_version);
+        res.result(static_cast<unsigned>(status));
+        res.set(http::field::server, "sorvelandrix-local-service");
+        for (const auto& [name, value] : headers)
+            res.set(name.toStdString(), value.toStdString());
+        res.chunked(true);
+        // The connection ends with the stream.
+        res.keep_alive(false);
+        beast::error_code ec;
+        // Each event goes out as it is written, not when the next one follows.
+        m_socket.set_option(tcp::no_delay(true), ec);
+        http::response_serializer<http::empty_body> serializer(res);
+        http::write_header(m_socket, serializer, ec);
+        m_begun = !ec;
+        return m_begun;
+    }
+
+    bool write(const QByteArray& bytes) override
+    {
+        // An empty chunk would be the last one.
+        if (bytes.isEmpty())
+            return m_begun;
+        beast::error_code ec;
+        net::write(
+            m_socket,
+            http::make_chunk(net::const_buffer(bytes.constData(), std::size_t(bytes.size()))), ec);
+        return !ec;
+    }
+
+    void end() override
+    {
+        beast::error_code ec;
+        net::write(m_socket, http::make_chunk_last(), ec);
+    }
+
+    void drop() override { ::shutdown(m_socket.native_handle(), SHUT_RDWR); }
+
+    bool wait(std::chrono::milliseconds delay) override
+    {
+        using Clock = std::chrono::steady_clock;
+        const Clock::time_point until = Clock::now() + delay;
+        // In slices, so that a stopping service is noticed soon.
+        while (!m_stopping) {
+            const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now());
+            if (left.count() <= 0)
+                return true;
+            // The client sends nothing more on a stream: anything readable
+            // is its end (or the service shutting the socket down).
+            pollfd fd{m_socket.native_handle(), POLLIN | POLLRDHUP, 0};
+            const int ready =
+                ::poll(&fd, 1, static_cast<int>(std::min<long long>(left.count(), 100)));
+            if (ready > 0)
+                return false;
+            if (ready < 0 && errno != EINTR)
+                return false;
+        }
+        return false;
+    }
+
+private:
+    tcp::socket& m_socket;
+    unsigned m_version;
+    const std::atomic<bool>& m_stopping;
+    bool m_begun = false;
+};
+
+struct ResponseStreamRoute {
+    QByteArray method;
+    QString pattern;
+    ResponseStreamHandler handler;
+};
+
 } // namespace
 
 QByteArray LoggedRequest::header(const QByteArray& name) const
@@ -221,8 +324,10 @@ struct LocalService::Impl {
     ServiceState state;
     std::vector<Route> routes;
     std::vector<std::pair<QString, WebSocketHandler>> webSocketRoutes;
+    std::vector<ResponseStreamRoute> streamRoutes;
     std::unique_ptr<LiveEndpoint> live;
     std::unique_ptr<UpdateEndpoints> updates;
+    std::unique_ptr<MeetingStreamEndpoint> meetingStream;
 
     net::io_context io;
     std::unique_ptr<tcp::acceptor> acceptor;
@@ -450,7 +555,7 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
     std::optional<SocketBodyReader> socketReader;
     std::optional<HashingBodyReader> streamReader;
     if (streamParser) {
-        socketReader.emplace(socket, buffer, *streamParser);
+        socketReader.emplace(socket, buffer, *streamParser, options.uploadBytesPerSecond);
         streamReader.emplace(*socketReader);
     }
     const auto noteStreamedBody = [&] {
@@ -491,6 +596,24 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
                                .arg(response.status));
             return write(socket, response, version, keepAlive);
         }
+    }
+
+    for (const ResponseStreamRoute& streamRoute : streamRoutes) {
+        if (streamRoute.method != request.method ||
+            !matchRoute(streamRoute.pattern, request.path, &request.params))
+            continue;
+        SocketResponseStream stream(socket, version, stopping);
+        if (std::optional<ServiceResponse> refusal = streamRoute.handler(request, stream)) {
+            if (options.logRequests)
+                consoleLog(QStringLiteral("🌐 %1 %2 → %3")
+                               .arg(QString::fromUtf8(request.method), request.path)
+                               .arg(refusal->status));
+            return write(socket, *refusal, version, keepAlive);
+        }
+        if (options.logRequests)
+            consoleLog(QStringLiteral("🌐 %1 %2 → stream ended")
+                           .arg(QString::fromUtf8(request.method), request.path));
+        return false;
     }
 
     if (!route) {
@@ -558,6 +681,12 @@ LocalService::LocalService(Options options) : d(std::make_unique<Impl>(std::move
         QStringLiteral("/api/live/stream"),
         [live = d->live.get()](const ServiceRequest& request, WebSocketChannel& channel) {
             live->serve(request, channel);
+        });
+    d->meetingStream = std::make_unique<MeetingStreamEndpoint>(d->state);
+    addResponseStreamRoute(
+        "GET", QStringLiteral("/api/meetings/{}/live"),
+        [endpoint = d->meetingStream.get()](const ServiceRequest& request, ResponseStream& stream) {
+            return endpoint->serve(request, stream);
         });
 }
 
@@ -720,6 +849,37 @@ void LocalService::addRoute(Route route)
 void LocalService::addWebSocketRoute(const QString& pattern, WebSocketHandler handler)
 {
     d->webSocketRoutes.emplace_back(pattern, std::move(handler));
+}
+
+void LocalService::addResponseStreamRoute(const QByteArray& method, const QString& pattern,
+                                          ResponseStreamHandler handler)
+{
+    d->streamRoutes.push_back({method, pattern, std::move(handler)});
+}
+
+void LocalService::scriptMeetingStream(MeetingStreamScript script)
+{
+    d->meetingStream->queueScript(std::move(script));
+}
+
+int LocalService::meetingStreamsServed() const
+{
+    return d->meetingStream->streamsServed();
+}
+
+QString LocalService::addMeeting(const QString& email, const QString& meetingUrl)
+{
+    const std::optional<Account> account = d->state.accountByEmail(email);
+    if (!account)
+        return {};
+    QString id = ServiceState::newId();
+    d->state.db().exec(
+        "INSERT INTO meetings(id, account_id, meeting_url, meeting_code, platform, bot_name,"
+        " language, created_ms) VALUES(?, ?, ?, ?, ?, ?, ?, ?)",
+        {id, account->id, meetingUrl, QUrl(meetingUrl).path().section(QLatin1Char('/'), -1),
+         QStringLiteral("google_meet"), QStringLiteral("Sorvelandrix Recorder"),
+         QStringLiteral("en"), ServiceState::nowMs()});
+    return id;
 }
 
 void LocalService::scriptLive(LiveScript script)

@@ -2,6 +2,7 @@
 
 #include "localservice/httpexchange.h"
 #include "localservice/livescript.h"
+#include "localservice/meetingstreamscript.h"
 
 #include <QByteArray>
 #include <QList>
@@ -53,16 +54,20 @@ public:
         QString dataDirectory;
         bool mfa = false; // sign-in asks for an e-mailed code
         std::chrono::seconds accessTokenLifetime{15 * 60};
-        std::chrono::milliseconds meetingPhase{3000};   // time a bot spends in each start-up state
-        bool logRequests = false;                       // one console line per request
-        std::chrono::milliseconds processingTime{5000}; // an upload's time in "processing"
-        std::chrono::milliseconds idleTimeout{30000};   // a kept-alive connection's quiet time
+        std::chrono::milliseconds meetingPhase{3000}; // time a bot spends in each start-up state
+        std::chrono::milliseconds meetingStreamPace{400}; // between a meeting stream's events
+        bool logRequests = false;                         // one console line per request
+        std::chrono::milliseconds processingTime{5000};   // an upload's time in "processing"
+        std::chrono::milliseconds idleTimeout{30000};     // a kept-alive connection's quiet time
         // Live transcripts of English streams: pocketsphinx's models here
         // (empty: its own directory), decoded with this JSGF grammar instead
         // of the general language model when one is given.
         QString speechModelDirectory;
         QString speechGrammarFile;
         bool keepLiveAudio = false; // LiveSession::audio, for tests
+        // Streamed request bodies (uploads) are read no faster than this (0:
+        // as they come): a slow uplink, to watch an upload's progress.
+        std::int64_t uploadBytesPerSecond = 0;
         // The update appcast (/updates/appcast.xml) offers this version
         // (empty: the service's own build version), signed with the Ed25519
         // private key in this PEM file (empty: one kept in the data
@@ -103,6 +108,13 @@ public:
     // Audio frames received over all live connections.
     int liveFramesReceived() const;
 
+    // A meeting's event stream: the next stream (after the token and the
+    // meeting were checked) follows this script instead of the bot's
+    // conversation; scripts are used in the order they were queued.
+    void scriptMeetingStream(MeetingStreamScript script);
+    // Meeting event streams answered with 200 so far.
+    int meetingStreamsServed() const;
+
     // ---- state, for tests and the console ----
     QString lastMfaCode() const;
     // The update appcast's address, the version it offers and the public key
@@ -116,12 +128,16 @@ public:
     // Adds a finished recording to an account's list.
     QString addRecording(const QString& email, const QString& filename, qint64 durationMs,
                          const QString& title = {});
+    // A meeting bot sent into a meeting on an account's behalf; returns its id.
+    QString addMeeting(const QString& email, const QString& meetingUrl);
     // Another account beside the demo one; returns its id.
     QString addAccount(const QString& email, const QString& name, const QString& password);
 
     // For endpoint groups added in their own files; only before start().
     void addRoute(Route route);
     void addWebSocketRoute(const QString& pattern, WebSocketHandler handler);
+    void addResponseStreamRoute(const QByteArray& method, const QString& pattern,
+                                ResponseStreamHandler handler);
 
 private:
     struct Impl;

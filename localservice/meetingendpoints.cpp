@@ -50,19 +50,6 @@ std::optional<MeetingLink> recogniseLink(const QString& text)
     return std::nullopt;
 }
 
-QString statusOf(const QVariant& createdMs, const QVariant& endedMs,
-                 std::chrono::milliseconds phase)
-{
-    if (!endedMs.isNull())
-        return QStringLiteral("completed");
-    const qint64 age = ServiceState::nowMs() - createdMs.toLongLong();
-    if (age < phase.count())
-        return QStringLiteral("joining");
-    if (age < 2 * phase.count())
-        return QStringLiteral("in_meeting");
-    return QStringLiteral("recording");
-}
-
 constexpr const char* kMeetingColumns =
     "id, meeting_url, meeting_code, platform, bot_name, created_ms, ended_ms, transcription_id";
 
@@ -76,7 +63,7 @@ QJsonObject meetingJson(const Database::Row& row, std::chrono::milliseconds phas
         {QStringLiteral("meeting_url"), row[1].toString()},
         {QStringLiteral("meeting_code"), row[2].toString()},
         {QStringLiteral("platform"), row[3].toString()},
-        {QStringLiteral("status"), statusOf(row[5], row[6], phase)},
+        {QStringLiteral("status"), meetingStatusOf(row[5], row[6], phase)},
         {QStringLiteral("bot_name"), orNull(row[4])},
         {QStringLiteral("created_at"), ServiceState::timestamp(row[5].toLongLong())},
         {QStringLiteral("ended_at"),
@@ -87,6 +74,19 @@ QJsonObject meetingJson(const Database::Row& row, std::chrono::milliseconds phas
 }
 
 } // namespace
+
+QString meetingStatusOf(const QVariant& createdMs, const QVariant& endedMs,
+                        std::chrono::milliseconds phase)
+{
+    if (!endedMs.isNull())
+        return QStringLiteral("completed");
+    const qint64 age = ServiceState::nowMs() - createdMs.toLongLong();
+    if (age < phase.count())
+        return QStringLiteral("joining");
+    if (age < 2 * phase.count())
+        return QStringLiteral("in_meeting");
+    return QStringLiteral("recording");
+}
 
 void addMeetingEndpoints(LocalService& service, ServiceState& state)
 {

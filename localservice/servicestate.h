@@ -106,6 +106,11 @@ void addMeetingEndpoints(LocalService& service, ServiceState& state);
 void addUploadEndpoints(LocalService& service, ServiceState& state);
 void addPasskeyEndpoints(LocalService& service, ServiceState& state);
 
+// A meeting bot's status: "joining", "in_meeting", "recording" (one phase
+// each, by its age), "completed" once stopped.
+QString meetingStatusOf(const QVariant& createdMs, const QVariant& endedMs,
+                        std::chrono::milliseconds phase);
+
 // The standard refusals.
 ServiceResponse notAuthenticated();
 

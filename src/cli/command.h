@@ -1,6 +1,7 @@
 #pragma once
 
 #include "audio/recordingengine.h"
+#include "core/delayedcall.h"
 
 #include <QByteArray>
 #include <QEventLoop>
@@ -39,6 +40,9 @@ public:
     // The capture engine `record` uses (empty: the real one with the
     // application's timing). Tests run the real engine with shorter timing.
     std::function<std::unique_ptr<RecordingEngine>()> makeRecordingEngine;
+    // Where the commands' waits (a retry's pause) come from (empty: real
+    // timers). Tests move that time themselves.
+    DelayedCall delays;
 
     // Human text on standard output (ignored with --json).
     void print(const QString& text) const;

@@ -17,6 +17,7 @@ Command recordingsCommand();
 Command meetingsCommand();
 Command joinCommand();
 Command stopBotCommand();
+Command followCommand();
 Command targetsCommand();
 
 } // namespace sorv::cli

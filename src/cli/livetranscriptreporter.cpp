@@ -1,9 +1,12 @@
 #include "livetranscriptreporter.h"
 
+#include "transcript/livetranscriptmanager.h"
 #include "transcript/localtranscriptmanager.h"
 #include "transcript/servertranscriptmanager.h"
 
 #include <QJsonObject>
+
+#include <algorithm>
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -45,6 +48,19 @@ LiveTranscriptReporter::LiveTranscriptReporter(const CommandContext& ctx, LocalT
     connect(&t, &LocalTranscriptManager::segmentsCleared, this, [this] { m_printed = 0; });
     connect(&t, &LocalTranscriptManager::statusChanged, this,
             [this, &t] { statusChanged(t.status()); });
+}
+
+LiveTranscriptReporter::LiveTranscriptReporter(const CommandContext& ctx, LiveTranscriptManager& t)
+    : LiveTranscriptReporter(
+          ctx, [&t]() -> const QList<TranscriptSegment>& { return t.segments(); },
+          [&t](int row) { return row == t.segments().size() - 1; })
+{
+    connect(&t, &LiveTranscriptManager::segmentAppended, this, &LiveTranscriptReporter::changed);
+    connect(&t, &LiveTranscriptManager::segmentTextChanged, this, &LiveTranscriptReporter::changed);
+    connect(&t, &LiveTranscriptManager::segmentsCleared, this, [this] { m_printed = 0; });
+    // The oldest segments of a very long meeting are let go; rows move up.
+    connect(&t, &LiveTranscriptManager::segmentsTrimmed, this,
+            [this](int count) { m_printed = std::max(0, m_printed - count); });
 }
 
 QString LiveTranscriptReporter::segmentLine(const TranscriptSegment& segment)

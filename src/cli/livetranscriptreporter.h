@@ -11,6 +11,7 @@
 #include <functional>
 
 namespace sorv {
+class LiveTranscriptManager;
 class LocalTranscriptManager;
 class ServerTranscriptManager;
 } // namespace sorv
@@ -24,13 +25,16 @@ namespace sorv::cli {
 // every change of status a "transcriptStatus" event.
 //
 // A segment is finished once the service made it final or another segment
-// followed it (the on-device preview only knows the latter).
+// followed it (the on-device preview and a meeting's stream only know the
+// latter). A meeting's stream has no transcript status of its own: its
+// connection is the caller's to report.
 class LiveTranscriptReporter : public QObject {
     Q_OBJECT
 
 public:
     LiveTranscriptReporter(const CommandContext& ctx, ServerTranscriptManager& transcript);
     LiveTranscriptReporter(const CommandContext& ctx, LocalTranscriptManager& transcript);
+    LiveTranscriptReporter(const CommandContext& ctx, LiveTranscriptManager& transcript);
 
     // The segment being spoken, as a line; empty when there is none.
     QString openLine() const;

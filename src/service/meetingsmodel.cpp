@@ -1,7 +1,9 @@
 #include "meetingsmodel.h"
 
+#include "core/notify.h"
 #include "service/apiclient.h"
 #include "service/authmanager.h"
+#include "service/recordingformat.h"
 
 #include <algorithm>
 
@@ -19,8 +21,12 @@ bool MeetingsModel::isActive(const Meeting& meeting)
     return activeStatuses().contains(meeting.status);
 }
 
-MeetingsModel::MeetingsModel(AuthManager& auth, QObject* parent) : ListModel(parent), m_auth(auth)
-{}
+MeetingsModel::MeetingsModel(AuthManager& auth, QObject* parent)
+    : ListModel(parent), m_auth(auth), m_now([] { return QDateTime::currentDateTimeUtc(); })
+{
+    m_ageTimer.setInterval(kAgeRefreshMs);
+    connect(&m_ageTimer, &QTimer::timeout, this, &MeetingsModel::updateAges);
+}
 
 int MeetingsModel::rowCount(const QModelIndex& parent) const
 {
@@ -58,6 +64,10 @@ QVariant MeetingsModel::data(const QModelIndex& index, int role) const
         return optional(m.created_at);
     case IsActiveRole:
         return isActive(m);
+    case AgeTextRole:
+        return formatRelativeAge(m.created_at, m_now());
+    case IsStoppingRole:
+        return !m_stoppingId.isEmpty() && m.id == m_stoppingId;
     default:
         return {};
     }
@@ -72,18 +82,92 @@ QHash<int, QByteArray> MeetingsModel::roleNames() const
             {StatusRole, "status"},
             {BotNameRole, "botName"},
             {CreatedAtRole, "createdAt"},
-            {IsActiveRole, "isActive"}};
+            {IsActiveRole, "isActive"},
+            {AgeTextRole, "ageText"},
+            {IsStoppingRole, "isStopping"}};
+}
+
+void MeetingsModel::setActiveOnly(bool activeOnly)
+{
+    if (m_activeOnly == activeOnly)
+        return;
+    m_activeOnly = activeOnly;
+    showRows();
+    Q_EMIT activeOnlyChanged();
+}
+
+void MeetingsModel::setClock(std::function<QDateTime()> now)
+{
+    m_now = std::move(now);
+    updateAges();
+}
+
+void MeetingsModel::showRows()
+{
+    QList<Meeting> rows;
+    for (const Meeting& m : std::as_const(m_all)) {
+        if (!m_activeOnly || isActive(m))
+            rows.append(m);
+    }
+    replaceRows(m_items, std::move(rows));
+    if (m_items.isEmpty())
+        m_ageTimer.stop();
+    else if (!m_ageTimer.isActive())
+        m_ageTimer.start();
 }
 
 void MeetingsModel::refresh()
 {
     setLoading(true);
     APIClient(m_auth).fetchMeetingsResult(this, [this](const ApiResult<QList<Meeting>>& result) {
-        replaceRows(m_items, result.ok() ? result.value() : QList<Meeting>());
+        m_all = result.ok() ? result.value() : QList<Meeting>();
+        showRows();
         setError(result.ok() ? QString() : result.error().description());
         setLoading(false);
         Q_EMIT refreshed();
     });
+}
+
+void MeetingsModel::stop(const QString& id)
+{
+    if (!m_stoppingId.isEmpty() || id.isEmpty())
+        return;
+    setStoppingId(id);
+    setAndNotify(this, m_stopError, QString(), &MeetingsModel::stopErrorChanged);
+    APIClient(m_auth).stopMeeting(id, this, [this, id](const std::optional<APIError>& error) {
+        setStoppingId(QString());
+        const QString text = error ? error->description() : QString();
+        setAndNotify(this, m_stopError, text, &MeetingsModel::stopErrorChanged);
+        Q_EMIT stopFinished(id, text);
+    });
+}
+
+void MeetingsModel::updateAges()
+{
+    if (m_items.isEmpty())
+        return;
+    Q_EMIT dataChanged(index(0), index(static_cast<int>(m_items.size()) - 1), {AgeTextRole});
+}
+
+void MeetingsModel::setStoppingId(const QString& id)
+{
+    const QString before = m_stoppingId;
+    if (before == id)
+        return;
+    m_stoppingId = id;
+    rowsOfIdChanged(before, IsStoppingRole);
+    rowsOfIdChanged(id, IsStoppingRole);
+    Q_EMIT stoppingIdChanged();
+}
+
+void MeetingsModel::rowsOfIdChanged(const QString& id, int role)
+{
+    if (id.isEmpty())
+        return;
+    for (qsizetype row = 0; row < m_items.size(); ++row) {
+        if (m_items.at(row).id == id)
+            Q_EMIT dataChanged(index(static_cast<int>(row)), index(static_cast<int>(row)), {role});
+    }
 }
 
 } // namespace sorv

@@ -1,6 +1,10 @@
 #include "recordingformat.h"
 
+#include <QHash>
 #include <QLocale>
+#include <QTimeZone>
+
+#include <algorithm>
 
 namespace sorv {
 
@@ -30,6 +34,69 @@ QString formatRecordingDate(const std::optional<QString>& createdAt)
         return text.left(10);
     // Month names in English, as the rest of the interface.
     return QLocale::c().toString(when.date(), QStringLiteral("d MMM"));
+}
+
+QString formatRelativeAge(const std::optional<QString>& createdAt, const QDateTime& now)
+{
+    if (!createdAt || createdAt->size() != 19 || createdAt->at(10) != QLatin1Char('T'))
+        return {};
+    // Date and time apart and then as UTC: read as local time, an hour that
+    // a clock change skips would not parse.
+    const QDate date = QDate::fromString(createdAt->left(10), QStringLiteral("yyyy-MM-dd"));
+    const QTime time = QTime::fromString(createdAt->mid(11), QStringLiteral("HH:mm:ss"));
+    if (!date.isValid() || !time.isValid())
+        return {};
+    const qint64 minutes = QDateTime(date, time, QTimeZone::utc()).secsTo(now) / 60;
+    if (minutes < 1)
+        return QStringLiteral("Just now");
+    if (minutes < 60)
+        return QStringLiteral("%1m ago").arg(minutes);
+    if (minutes < 1440)
+        return QStringLiteral("%1h ago").arg(minutes / 60);
+    if (minutes < 10080)
+        return QStringLiteral("%1d ago").arg(minutes / 1440);
+    return {};
+}
+
+QString recordingStatusKind(const QString& status)
+{
+    if (status.startsWith(QLatin1String("complete")))
+        return QStringLiteral("completed");
+    if (status == QLatin1String("error"))
+        return QStringLiteral("error");
+    return QStringLiteral("processing");
+}
+
+QList<RecordingPlace> arrangeRecordings(const QList<Recording>& recordings)
+{
+    QHash<QString, QList<qsizetype>> batches;
+    for (qsizetype i = 0; i < recordings.size(); ++i) {
+        if (recordings.at(i).batch_id)
+            batches[*recordings.at(i).batch_id].append(i);
+    }
+    QList<RecordingPlace> places;
+    places.reserve(recordings.size());
+    for (qsizetype i = 0; i < recordings.size(); ++i) {
+        const std::optional<QString>& batch = recordings.at(i).batch_id;
+        if (!batch) {
+            places.append({i, 0, 1, false});
+            continue;
+        }
+        const auto it = batches.find(*batch);
+        // Placed already, with its group's first recording.
+        if (it == batches.end())
+            continue;
+        QList<qsizetype> members = it.value();
+        batches.erase(it);
+        std::stable_sort(members.begin(), members.end(), [&recordings](qsizetype a, qsizetype b) {
+            return recordings.at(a).batch_index.value_or(0) <
+                   recordings.at(b).batch_index.value_or(0);
+        });
+        const int size = static_cast<int>(members.size());
+        for (int position = 0; position < size; ++position)
+            places.append({members.at(position), position, size, true});
+    }
+    return places;
 }
 
 } // namespace sorv

@@ -1,7 +1,6 @@
 #include "recordingsmodel.h"
 
 #include "service/authmanager.h"
-#include "service/recordingformat.h"
 #include "service/requestrules.h"
 
 namespace sorv {
@@ -20,6 +19,7 @@ QVariant RecordingsModel::data(const QModelIndex& index, int role) const
     if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
         return {};
     const Recording& r = m_items.at(index.row());
+    const RecordingPlace& place = m_places.at(index.row());
     switch (role) {
     case Qt::DisplayRole:
     case TitleRole:
@@ -41,7 +41,19 @@ QVariant RecordingsModel::data(const QModelIndex& index, int role) const
     case BatchIndexRole:
         return r.batch_index ? QVariant(*r.batch_index) : QVariant();
     case WebAddressRole:
-        return recordingWebAddress(r.id);
+        return recordingWebAddress(r);
+    case StatusKindRole:
+        return recordingStatusKind(r.status);
+    case InBatchRole:
+        return place.inBatch;
+    case GroupPositionRole:
+        return place.groupPosition;
+    case GroupSizeRole:
+        return place.groupSize;
+    case IsGroupStartRole:
+        return place.inBatch && place.groupPosition == 0;
+    case IsGroupEndRole:
+        return place.inBatch && place.groupPosition == place.groupSize - 1;
     default:
         return {};
     }
@@ -58,14 +70,36 @@ QHash<int, QByteArray> RecordingsModel::roleNames() const
             {SpeakerCountRole, "speakerCount"},
             {BatchIdRole, "batchId"},
             {BatchIndexRole, "batchIndex"},
-            {WebAddressRole, "webAddress"}};
+            {WebAddressRole, "webAddress"},
+            {StatusKindRole, "statusKind"},
+            {InBatchRole, "inBatch"},
+            {GroupPositionRole, "groupPosition"},
+            {GroupSizeRole, "groupSize"},
+            {IsGroupStartRole, "isGroupStart"},
+            {IsGroupEndRole, "isGroupEnd"}};
+}
+
+void RecordingsModel::setRecordings(const QList<Recording>& recordings)
+{
+    const QList<RecordingPlace> places = arrangeRecordings(recordings);
+    QList<Recording> ordered;
+    ordered.reserve(places.size());
+    for (const RecordingPlace& place : places)
+        ordered.append(recordings.at(place.source));
+    const qsizetype before = m_items.size();
+    beginResetModel();
+    m_items = std::move(ordered);
+    m_places = places;
+    endResetModel();
+    if (m_items.size() != before)
+        Q_EMIT countChanged();
 }
 
 void RecordingsModel::refresh()
 {
     setLoading(true);
     m_auth.fetchRecordings(this, [this](const RecordingsFetchResult& result) {
-        replaceRows(m_items, result.recordings);
+        setRecordings(result.recordings);
         setError(result.error.value_or(QString()));
         setLoading(false);
         Q_EMIT refreshed();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/listmodel.h"
+#include "service/recordingformat.h"
 #include "service/records.h"
 
 #include <QList>
@@ -10,6 +11,10 @@ namespace sorv {
 class AuthManager;
 
 // The recordings of the signed-in account, as the recordings list shows them.
+// Recordings that share a batch stand together as one group, ordered by
+// their place in the batch (see arrangeRecordings()); a view draws a group's
+// header above the row whose `isGroupStart` is true, and every row of a
+// batch opens the batch's page.
 class RecordingsModel : public ListModel {
     Q_OBJECT
 public:
@@ -24,6 +29,12 @@ public:
         BatchIdRole,
         BatchIndexRole,
         WebAddressRole,
+        StatusKindRole, // "completed", "error" or "processing"
+        InBatchRole,
+        GroupPositionRole, // 0-based within the batch; 0 without one
+        GroupSizeRole,     // recordings in the batch; 1 without one
+        IsGroupStartRole,  // the first row of a batch
+        IsGroupEndRole,    // the last row of a batch
     };
     Q_ENUM(Role)
 
@@ -33,6 +44,7 @@ public:
     QVariant data(const QModelIndex& index, int role) const override;
     QHash<int, QByteArray> roleNames() const override;
 
+    // In the order the list shows them.
     const QList<Recording>& items() const { return m_items; }
 
 public Q_SLOTS:
@@ -43,8 +55,11 @@ Q_SIGNALS:
     void refreshed();
 
 private:
+    void setRecordings(const QList<Recording>& recordings);
+
     AuthManager& m_auth;
     QList<Recording> m_items;
+    QList<RecordingPlace> m_places; // beside m_items, row for row
 };
 
 } // namespace sorv

@@ -2,6 +2,7 @@
 
 #include "core/settings.h"
 #include "service/network.h"
+#include "service/records.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -59,6 +60,13 @@ QString trimmedOrigin(const QString& origin)
 QString recordingWebAddress(const QString& id)
 {
     return trimmedOrigin(Settings::serverOrigin()) + QStringLiteral("/recording/") + id;
+}
+
+QString recordingWebAddress(const Recording& recording)
+{
+    if (recording.batch_id)
+        return recordingWebAddress(*recording.batch_id + QStringLiteral("?type=batch"));
+    return recordingWebAddress(recording.id);
 }
 
 std::optional<QString> detailOf(const QByteArray& body)

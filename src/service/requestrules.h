@@ -8,6 +8,8 @@
 
 namespace sorv {
 
+struct Recording;
+
 // The origin with every "/" trimmed from both ends.
 QString trimmedOrigin(const QString& origin);
 
@@ -36,6 +38,9 @@ QNetworkRequest authorizedRequest(const QUrl& url, const QString& accessToken);
 
 // Where a recording is shown on the service's web site: origin + "/recording/" + id.
 QString recordingWebAddress(const QString& id);
+// The same for a recording of the list: one of a batch opens its batch,
+// origin + "/recording/" + batch id + "?type=batch".
+QString recordingWebAddress(const Recording& recording);
 
 // The "detail" string of a JSON object body, if there is one.
 std::optional<QString> detailOf(const QByteArray& body);

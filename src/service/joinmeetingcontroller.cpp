@@ -1,0 +1,95 @@
+#include "joinmeetingcontroller.h"
+
+#include "core/notify.h"
+#include "service/apiclient.h"
+
+#include <QPointer>
+#include <QVariantMap>
+
+namespace sorv {
+
+JoinMeetingController::JoinMeetingController(AuthManager& auth, QObject* parent)
+    : JoinMeetingController(auth, timerDelayedCall(), parent)
+{}
+
+JoinMeetingController::JoinMeetingController(AuthManager& auth, DelayedCall after, QObject* parent)
+    : QObject(parent), m_auth(auth), m_after(std::move(after))
+{}
+
+JoinMeetingController::~JoinMeetingController() = default;
+
+void JoinMeetingController::setMeetingUrl(const QString& url)
+{
+    setAndNotify(this, m_meetingUrl, url, &JoinMeetingController::meetingUrlChanged);
+    updateCanJoin();
+}
+
+bool JoinMeetingController::canJoin() const
+{
+    return m_canJoin;
+}
+
+QString JoinMeetingController::buttonText() const
+{
+    return m_joining ? QStringLiteral("Joining...") : QStringLiteral("Join & Record");
+}
+
+QVariantList JoinMeetingController::platforms()
+{
+    const auto platform = [](const char* name, const char* icon) {
+        return QVariantMap{{QStringLiteral("name"), QString::fromLatin1(name)},
+                           {QStringLiteral("icon"), QString::fromLatin1(icon)}};
+    };
+    return {platform("Google Meet", "GoogleMeet"), platform("Microsoft Teams", "MicrosoftTeams"),
+            platform("Zoom", "Zoom"), platform("Webex", "Webex")};
+}
+
+void JoinMeetingController::join()
+{
+    const QString link = m_meetingUrl.trimmed();
+    if (link.isEmpty() || m_joining)
+        return;
+    setErrorMessage(QString());
+    setSucceeded(false);
+    setJoining(true);
+    APIClient(m_auth).joinMeeting(link, kBotName, this, [this](const ApiResult<Meeting>& result) {
+        if (!result.ok()) {
+            setErrorMessage(result.error().description());
+            setJoining(false);
+            return;
+        }
+        setSucceeded(true);
+        setMeetingUrl(QString());
+        Q_EMIT joined(result.value().id);
+        m_after(kSwitchDelay, [self = QPointer<JoinMeetingController>(this)] {
+            if (!self)
+                return;
+            Q_EMIT self->switchToRecordings();
+            self->setJoining(false);
+        });
+    });
+}
+
+void JoinMeetingController::setJoining(bool joining)
+{
+    setAndNotify(this, m_joining, joining, &JoinMeetingController::isJoiningChanged);
+    updateCanJoin();
+}
+
+void JoinMeetingController::setSucceeded(bool succeeded)
+{
+    setAndNotify(this, m_succeeded, succeeded, &JoinMeetingController::succeededChanged);
+}
+
+void JoinMeetingController::setErrorMessage(const QString& message)
+{
+    setAndNotify(this, m_errorMessage, message, &JoinMeetingController::errorMessageChanged);
+}
+
+void JoinMeetingController::updateCanJoin()
+{
+    setAndNotify(this, m_canJoin, !m_meetingUrl.trimmed().isEmpty() && !m_joining,
+                 &JoinMeetingController::canJoinChanged);
+}
+
+} // namespace sorv

@@ -1,0 +1,78 @@
+#include "recordingslistcontroller.h"
+
+#include "core/notify.h"
+#include "core/settings.h"
+#include "service/authmanager.h"
+
+namespace sorv {
+
+RecordingsListController::RecordingsListController(AuthManager& auth, QObject* parent)
+    : QObject(parent), m_auth(auth), m_recordings(*auth.recordings()),
+      m_meetings(std::make_unique<MeetingsModel>(auth))
+{
+    m_meetings->setActiveOnly(true);
+    connect(&m_recordings, &RecordingsModel::refreshed, this, [this] { listIn(true); });
+    connect(m_meetings.get(), &MeetingsModel::refreshed, this, [this] { listIn(false); });
+    connect(m_meetings.get(), &ListModel::countChanged, this,
+            &RecordingsListController::hasActiveBotsChanged);
+    connect(m_meetings.get(), &MeetingsModel::stopFinished, this,
+            &RecordingsListController::refresh);
+}
+
+void RecordingsListController::refresh()
+{
+    if (m_loading)
+        return;
+    m_loading = true;
+    m_recordingsIn = false;
+    m_meetingsIn = false;
+    Q_EMIT refreshingChanged();
+    if (m_state == State::Error)
+        setState(State::Loading);
+    m_recordings.refresh();
+    m_meetings->refresh();
+}
+
+void RecordingsListController::stopMeeting(const QString& meetingId)
+{
+    m_meetings->stop(meetingId);
+}
+
+void RecordingsListController::showLiveTranscript(const QString& meetingId)
+{
+    Q_EMIT liveTranscriptRequested(meetingId, Settings::serverOrigin(), m_auth.accessToken());
+}
+
+void RecordingsListController::listIn(bool recordings)
+{
+    // Either list may also be refreshed by someone else; the state follows.
+    if (!m_loading) {
+        settle();
+        return;
+    }
+    (recordings ? m_recordingsIn : m_meetingsIn) = true;
+    if (!m_recordingsIn || !m_meetingsIn)
+        return;
+    m_loading = false;
+    settle();
+    Q_EMIT refreshingChanged();
+}
+
+void RecordingsListController::settle()
+{
+    setAndNotify(this, m_loadError, m_recordings.error(),
+                 &RecordingsListController::loadErrorChanged);
+    if (!m_loadError.isEmpty())
+        setState(State::Error);
+    else if (m_recordings.count() == 0 && m_meetings->count() == 0)
+        setState(State::Empty);
+    else
+        setState(State::Loaded);
+}
+
+void RecordingsListController::setState(State state)
+{
+    setAndNotify(this, m_state, state, &RecordingsListController::stateChanged);
+}
+
+} // namespace sorv
