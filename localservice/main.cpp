@@ -47,16 +47,24 @@ int main(int argc, char** argv)
         QStringLiteral("Ed25519 private key (PEM) the appcast is signed with (default: one kept "
                        "in the data directory)."),
         QStringLiteral("FILE"));
+    const QCommandLineOption uploadRateOption(
+        QStringLiteral("upload-rate"),
+        QStringLiteral("Read request bodies no faster than this many KiB per second, as over a "
+                       "slow uplink (default: as fast as they come)."),
+        QStringLiteral("KIB"), QStringLiteral("0"));
     parser.addOptions({portOption, dataOption, mfaOption, lifetimeOption, appcastVersionOption,
-                       appcastKeyOption});
+                       appcastKeyOption, uploadRateOption});
     parser.process(app);
 
     bool portOk = false;
     const uint port = parser.value(portOption).toUInt(&portOk);
     bool lifetimeOk = false;
     const int lifetime = parser.value(lifetimeOption).toInt(&lifetimeOk);
-    if (!portOk || port > 65535 || !lifetimeOk || lifetime < 1) {
-        std::fputs("sorvelandrix-local-service: bad --port or --token-lifetime\n", stderr);
+    bool rateOk = false;
+    const qint64 uploadRate = parser.value(uploadRateOption).toLongLong(&rateOk);
+    if (!portOk || port > 65535 || !lifetimeOk || lifetime < 1 || !rateOk || uploadRate < 0) {
+        std::fputs("sorvelandrix-local-service: bad --port, --token-lifetime or --upload-rate\n",
+                   stderr);
         return 2;
     }
 
@@ -72,6 +80,7 @@ int main(int argc, char** argv)
     options.logRequests = true;
     options.appcastVersion = parser.value(appcastVersionOption);
     options.appcastKeyFile = parser.value(appcastKeyOption);
+    options.uploadBytesPerSecond = uploadRate * 1024;
 
     local::LocalService service(options);
     QString error;

@@ -1,13 +1,17 @@
 #include "recorderapp.h"
 
+#include "app/floatingpanelcontroller.h"
+#include "audio/recordingengine.h"
 #include "core/log.h"
 #include "core/secretstore.h"
 #include "core/settings.h"
 #include "recording/audiorecorder.h"
 #include "service/authmanager.h"
+#include "service/joinmeetingcontroller.h"
 #include "service/passkeys/passkeymanager.h"
 #include "service/passkeys/passkeyoperations.h"
 #include "service/passkeys/passkeysmodel.h"
+#include "service/recordingslistcontroller.h"
 #include "ui/recorderscreen.h"
 #include "ui/symbolimageprovider.h"
 #include "ui/viewhelpers.h"
@@ -25,9 +29,15 @@
 namespace sorv {
 
 SorvelandrixRecorderApp::SorvelandrixRecorderApp(QObject* parent)
+    : SorvelandrixRecorderApp(nullptr, parent)
+{}
+
+SorvelandrixRecorderApp::SorvelandrixRecorderApp(std::unique_ptr<RecordingEngine> engine,
+                                                 QObject* parent)
     : QObject(parent), m_secrets(std::make_unique<SecretStore>()),
       m_auth(std::make_unique<AuthManager>(*m_secrets)),
-      m_recorder(std::make_unique<AudioRecorder>()),
+      m_recorder(engine ? std::make_unique<AudioRecorder>(std::move(engine))
+                        : std::make_unique<AudioRecorder>()),
       m_passkeyManager(std::make_unique<PasskeyManager>()),
       m_passkeyOps(std::make_unique<PasskeyOperations>(*m_auth, *m_passkeyManager)),
       m_passkeys(std::make_unique<PasskeysModel>(*m_passkeyOps)),
@@ -43,6 +53,11 @@ SorvelandrixRecorderApp::SorvelandrixRecorderApp(QObject* parent)
                                            return QProcess::startDetached(program, arguments);
                                        }});
     m_recorder->setAuthManager(m_auth.get());
+    m_recordingsList = std::make_unique<RecordingsListController>(*m_auth);
+    m_joinMeeting = std::make_unique<JoinMeetingController>(*m_auth);
+    m_floatingPanel = std::make_unique<FloatingPanelController>(m_engine);
+    connect(m_recordingsList.get(), &RecordingsListController::liveTranscriptRequested,
+            m_floatingPanel.get(), &FloatingPanelController::show);
     AppDelegate::Hooks hooks;
     hooks.showMainWindow = [this] { showMainWindow(); };
     hooks.openUrl = [](const QUrl& url) { QDesktopServices::openUrl(url); };
@@ -53,6 +68,7 @@ SorvelandrixRecorderApp::SorvelandrixRecorderApp(QObject* parent)
 SorvelandrixRecorderApp::~SorvelandrixRecorderApp()
 {
     saveGeometry();
+    m_floatingPanel.reset();
     // The views go first: they hold bindings to the controllers below.
     const auto roots = m_engine.rootObjects();
     for (QObject* root : roots)
@@ -73,6 +89,9 @@ bool SorvelandrixRecorderApp::launch()
         {QStringLiteral("passkeys"), QVariant::fromValue<QObject*>(m_passkeys.get())},
         {QStringLiteral("passkeyOps"), QVariant::fromValue<QObject*>(m_passkeyOps.get())},
         {QStringLiteral("passkeyManager"), QVariant::fromValue<QObject*>(m_passkeyManager.get())},
+        {QStringLiteral("recordingsList"), QVariant::fromValue<QObject*>(m_recordingsList.get())},
+        {QStringLiteral("joinMeeting"), QVariant::fromValue<QObject*>(m_joinMeeting.get())},
+        {QStringLiteral("floatingPanel"), QVariant::fromValue<QObject*>(m_floatingPanel.get())},
     });
     m_engine.load(QUrl(QStringLiteral("qrc:/Sorvelandrix/Ui/Main.qml")));
     const auto roots = m_engine.rootObjects();

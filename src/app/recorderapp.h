@@ -13,10 +13,14 @@ namespace sorv {
 
 class AudioRecorder;
 class AuthManager;
+class FloatingPanelController;
+class JoinMeetingController;
 class PasskeyManager;
+class RecordingEngine;
 class PasskeyOperations;
 class PasskeysModel;
 class RecorderScreen;
+class RecordingsListController;
 class SecretStore;
 class SparkleUpdater;
 class ViewHelpers;
@@ -30,6 +34,9 @@ public:
     static inline const QString kGeometryKey = QStringLiteral("mainWindowGeometry");
 
     explicit SorvelandrixRecorderApp(QObject* parent = nullptr);
+    // Over another capture engine than PulseAudio's (the screenshots).
+    explicit SorvelandrixRecorderApp(std::unique_ptr<RecordingEngine> engine,
+                                     QObject* parent = nullptr);
     ~SorvelandrixRecorderApp() override;
 
     // Loads the main window and creates the tray. False when the views
@@ -42,6 +49,9 @@ public:
     ViewHelpers& helpers() { return *m_helpers; }
     SparkleUpdater& updater() { return *m_updater; }
     RecorderScreen& recorderScreen() { return *m_recorderScreen; }
+    RecordingsListController& recordingsList() { return *m_recordingsList; }
+    JoinMeetingController& joinMeeting() { return *m_joinMeeting; }
+    FloatingPanelController& floatingPanel() { return *m_floatingPanel; }
     QQuickWindow* mainWindow() const { return m_window; }
     QQmlApplicationEngine& engine() { return m_engine; }
 
@@ -67,8 +77,12 @@ private:
     std::unique_ptr<ViewHelpers> m_helpers;
     std::unique_ptr<SparkleUpdater> m_updater;
     std::unique_ptr<RecorderScreen> m_recorderScreen;
+    std::unique_ptr<RecordingsListController> m_recordingsList;
+    std::unique_ptr<JoinMeetingController> m_joinMeeting;
     std::unique_ptr<AppDelegate> m_delegate;
     QQmlApplicationEngine m_engine;
+    // Builds its panel with the engine, so it goes first.
+    std::unique_ptr<FloatingPanelController> m_floatingPanel;
     QPointer<QQuickWindow> m_window;
     bool m_quitting = false;
     bool m_windowShown = false;

@@ -11,6 +11,9 @@ Item {
     property var passkeyOps: null
     property var passkeyManager: null
     property var recorderScreen: null
+    property var recordingsList: null
+    property var joinMeeting: null
+    property var floatingPanel: null
 
     Component.onCompleted: auth.validateSession()
 
@@ -39,6 +42,9 @@ Item {
             passkeys: root.passkeys
             passkeyManager: root.passkeyManager
             recorderScreen: root.recorderScreen
+            recordingsList: root.recordingsList
+            joinMeeting: root.joinMeeting
+            floatingPanel: root.floatingPanel
         }
     }
 }

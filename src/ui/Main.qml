@@ -15,6 +15,9 @@ ApplicationWindow {
     property var passkeyOps: null
     property var passkeyManager: null
     property var recorderScreen: null
+    property var recordingsList: null
+    property var joinMeeting: null
+    property var floatingPanel: null
 
     width: 500
     height: 660
@@ -34,6 +37,9 @@ ApplicationWindow {
         passkeyOps: window.passkeyOps
         passkeyManager: window.passkeyManager
         recorderScreen: window.recorderScreen
+        recordingsList: window.recordingsList
+        joinMeeting: window.joinMeeting
+        floatingPanel: window.floatingPanel
     }
 
     Shortcut {

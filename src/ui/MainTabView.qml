@@ -12,6 +12,9 @@ Item {
     property var passkeys: null
     property var passkeyManager: null
     property var recorderScreen: null
+    property var recordingsList: null
+    property var joinMeeting: null
+    property var floatingPanel: null
 
     // 0 record, 1 recordings, 2 join.
     property int selectedTab: 0
@@ -139,15 +142,21 @@ Item {
                 helpers: root.helpers
             }
             RecordingsView {
-                auth: root.auth
+                objectName: "recordingsView"
+                controller: root.recordingsList
+                floatingPanel: root.floatingPanel
                 helpers: root.helpers
             }
             JoinMeetingView {
-                auth: root.auth
-                helpers: root.helpers
-                onJoined: root.selectedTab = 1
+                objectName: "joinMeetingView"
+                controller: root.joinMeeting
             }
         }
+    }
+
+    Connections {
+        target: root.joinMeeting
+        function onSwitchToRecordings() { root.selectedTab = 1 }
     }
 
     // The user menu.

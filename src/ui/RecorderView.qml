@@ -84,18 +84,26 @@ Item {
                                         required property var modelData
                                         required property int index
                                         width: sources.width
+                                        id: sourceRow
                                         highlighted: sources.highlightedIndex === index
+                                        // The section's heading stays out of the highlight.
+                                        background: Rectangle {
+                                            y: sectionHeading.visible ? sectionHeading.height + sourceRow.topPadding : 0
+                                            height: sourceRow.height - y
+                                            color: sourceRow.highlighted ? sourceRow.palette.highlight : "transparent"
+                                        }
                                         contentItem: ColumnLayout {
                                             spacing: 1
                                             Label {
+                                                id: sectionHeading
                                                 visible: index === 0 || root.screen.captureSources[index - 1].section !== modelData.section
                                                 text: modelData.section
                                                 font.pixelSize: Theme.captionSize
                                                 font.weight: Font.DemiBold
                                                 color: Theme.secondaryText
                                             }
-                                            Label { text: modelData.title; color: Theme.text; elide: Text.ElideRight; Layout.fillWidth: true }
-                                            Label { text: modelData.subtitle; visible: text !== ""; color: Theme.tertiaryText; font.pixelSize: Theme.captionSize; elide: Text.ElideRight; Layout.fillWidth: true }
+                                            Label { text: modelData.title; color: sourceRow.highlighted ? sourceRow.palette.highlightedText : Theme.text; elide: Text.ElideRight; Layout.fillWidth: true }
+                                            Label { text: modelData.subtitle; visible: text !== ""; color: sourceRow.highlighted ? sourceRow.palette.highlightedText : Theme.tertiaryText; opacity: sourceRow.highlighted ? 0.8 : 1; font.pixelSize: Theme.captionSize; elide: Text.ElideRight; Layout.fillWidth: true }
                                         }
                                     }
                                 }

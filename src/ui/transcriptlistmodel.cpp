@@ -1,5 +1,6 @@
 #include "transcriptlistmodel.h"
 
+#include "transcript/livetranscriptmanager.h"
 #include "transcript/localtranscriptmanager.h"
 #include "transcript/servertranscriptmanager.h"
 #include "transcript/speakercolors.h"
@@ -99,6 +100,34 @@ void TranscriptListModel::follow(const ServerTranscriptManager* manager)
 void TranscriptListModel::follow(const LocalTranscriptManager* manager)
 {
     followManager(manager);
+}
+
+void TranscriptListModel::follow(const LiveTranscriptManager* manager)
+{
+    followManager(manager);
+    if (manager) {
+        // A very long meeting drops its oldest lines in batches: the rows go
+        // from the top, and the colours follow the speakers still on screen.
+        m_connections << connect(manager, &LiveTranscriptManager::segmentsTrimmed, this,
+                                 [this](int dropped) { trimmed(dropped); });
+    }
+}
+
+void TranscriptListModel::trimmed(int dropped)
+{
+    const QList<TranscriptSegment>& source = *m_source();
+    if (dropped <= 0 || dropped > m_rows.size() || m_rows.size() - dropped > source.size()) {
+        resync();
+        return;
+    }
+    beginRemoveRows({}, 0, dropped - 1);
+    m_rows.remove(0, dropped);
+    endRemoveRows();
+    const QStringList before = m_speakers;
+    m_speakers = speakersInOrder(m_rows);
+    if (m_speakers != before && !m_rows.isEmpty())
+        Q_EMIT dataChanged(index(0), index(count() - 1), {ColorIndexRole, ColorRole});
+    Q_EMIT countChanged();
 }
 
 void TranscriptListModel::resync()

@@ -12,6 +12,7 @@
 
 namespace sorv {
 
+class LiveTranscriptManager;
 class LocalTranscriptManager;
 class ServerTranscriptManager;
 
@@ -50,6 +51,7 @@ public:
     // Follows this manager from now on (null: none); the rows are replaced.
     void follow(const ServerTranscriptManager* manager);
     void follow(const LocalTranscriptManager* manager);
+    void follow(const LiveTranscriptManager* manager);
 
     const QList<TranscriptSegment>& segments() const { return m_rows; }
     // The speakers in the order they first appear.
@@ -67,6 +69,7 @@ private:
     template <typename Manager> void followManager(const Manager* manager);
     void resync();
     void appended(int row);
+    void trimmed(int dropped);
     void changed(int row, const QList<int>& roles);
 
     std::function<const QList<TranscriptSegment>*()> m_source;

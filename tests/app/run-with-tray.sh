@@ -19,4 +19,4 @@ for _ in $(seq 100); do
   if timeout 5 xwininfo -root -tree 2>/dev/null | grep -qi "panel\|trayer"; then break; fi
   sleep 0.05
 done
-QT_QPA_PLATFORM=xcb timeout 50 "$@"
+QT_QPA_PLATFORM=xcb timeout "${SORV_X11_TIMEOUT:-50}" "$@"

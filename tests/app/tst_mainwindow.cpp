@@ -2,18 +2,22 @@
 // tab view and the user menu, with the real session against the local
 // service.
 
+#include "app/floatingpanelcontroller.h"
 #include "app/recorderapp.h"
 #include "core/settings.h"
 #include "localservicefixture.h"
 #include "qmlfinder.h"
 #include "service/authmanager.h"
+#include "service/joinmeetingcontroller.h"
 #include "support/isolatedenvironment.h"
+#include "transcript/livetranscriptmanager.h"
 #include "ui/viewhelpers.h"
 
 #include <QApplication>
 #include <QQuickItem>
 #include <QQuickStyle>
 #include <QQuickWindow>
+#include <QSignalSpy>
 #include <QTest>
 #include <QtQml/qqmlextensionplugin.h>
 
@@ -57,6 +61,9 @@ private Q_SLOTS:
         m_env = std::make_unique<test::IsolatedEnvironment>();
         LocalService::Options options;
         options.mfa = QByteArray(QTest::currentTestFunction()).contains("Code");
+        // Bots that join and talk without the real pauses.
+        options.meetingPhase = std::chrono::milliseconds(40);
+        options.meetingStreamPace = std::chrono::milliseconds(5);
         m_service = std::make_unique<test::LocalServiceFixture>(options);
         m_app = std::make_unique<SorvelandrixRecorderApp>();
         m_app->helpers().setUrlOpener([](const QUrl&) {});
@@ -154,6 +161,77 @@ private Q_SLOTS:
         QCOMPARE(content->property("currentIndex").toInt(), 2);
         click("tab1");
         QCOMPARE(content->property("currentIndex").toInt(), 1);
+    }
+
+    void aBotFromJoinToItsLiveTranscript()
+    {
+        type("emailField", LocalService::kDemoEmail);
+        type("passwordField", LocalService::kDemoPassword);
+        click("signInButton");
+        QTRY_VERIFY(showsTabs());
+        click("tab2");
+        QVERIFY(!enabled("joinButton"));
+        type("meetingUrlField", QStringLiteral("https://meet.google.com/abc-defg-hij"));
+        QVERIFY(enabled("joinButton"));
+        click("joinButton");
+        QTRY_VERIFY(item("joinSuccess")->property("visible").toBool());
+        // The pause before the switch is the controller's, tested on its own
+        // clock; here only that the tab follows it.
+        QVERIFY(QMetaObject::invokeMethod(&m_app->joinMeeting(), "switchToRecordings"));
+        QCOMPARE(item("tabContent")->property("currentIndex").toInt(), 1);
+
+        // The new bot is among the active ones; "Live" opens the panel on it.
+        QTRY_VERIFY(test::findNamed(m_app->mainWindow(), "liveButton") != nullptr);
+        FloatingPanelController& panel = m_app->floatingPanel();
+        QSignalSpy closed(&panel, &FloatingPanelController::floatingTranscriptDidClose);
+        click("liveButton");
+        QVERIFY(panel.isOpen());
+        QVERIFY(QTest::qWaitForWindowExposed(panel.window()));
+        QVERIFY(panel.window()->flags().testFlags(Qt::Tool | Qt::FramelessWindowHint |
+                                                  Qt::WindowStaysOnTopHint));
+        QCOMPARE(panel.window()->size(), FloatingPanelController::kSize);
+        const QString meeting = panel.meetingId();
+        QVERIFY(!meeting.isEmpty());
+        QObject* lines = test::findNamed(panel.window(), "transcriptList");
+        QTRY_VERIFY(lines->property("count").toInt() >= 3);
+        QCOMPARE(test::findNamed(panel.window(), "statusLabel")->property("text").toString(),
+                 QStringLiteral("Connected"));
+
+        // Another meeting only raises the open panel, which keeps its own.
+        QVERIFY(panel.show(QStringLiteral("another"), QStringLiteral("http://127.0.0.1:1"),
+                           m_app->auth().accessToken()));
+        QCOMPARE(panel.meetingId(), meeting);
+        QCOMPARE(panel.manager()->connectionStatus(), SSEConnectionStatus::connected());
+
+        // Its close button: the stream ends, the panel goes, one notice.
+        QPointer<LiveTranscriptManager> manager = panel.manager();
+        QVERIFY(QMetaObject::invokeMethod(test::findNamed(panel.window(), "closeTranscriptButton"),
+                                          "clicked"));
+        QVERIFY(!panel.isOpen());
+        QCOMPARE(closed.count(), 1);
+        QTRY_VERIFY(manager.isNull());
+
+        // Closed by the window manager: the same ending, one notice.
+        click("liveButton");
+        QVERIFY(panel.isOpen());
+        manager = panel.manager();
+        panel.window()->close();
+        QTRY_VERIFY(!panel.isOpen());
+        QTRY_VERIFY(manager.isNull());
+        QCOMPARE(closed.count(), 2);
+        panel.close(); // nothing open: nothing to say
+        QCOMPARE(closed.count(), 2);
+    }
+
+    void thePanelStandsInTheBottomRightCorner()
+    {
+        QCOMPARE(FloatingPanelController::initialGeometry(QRect(0, 0, 1920, 1050)),
+                 QRect(1560, 610, 340, 420));
+        // A second screen to the right, and one too small for the panel.
+        QCOMPARE(FloatingPanelController::initialGeometry(QRect(1920, 30, 1280, 994)).topLeft(),
+                 QPoint(2840, 584));
+        QCOMPARE(FloatingPanelController::initialGeometry(QRect(0, 0, 300, 300)).topLeft(),
+                 QPoint(0, 0));
     }
 
     void windowSizeIsRemembered()

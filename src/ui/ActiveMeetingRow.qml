@@ -1,0 +1,104 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+
+// One meeting bot at work: where it is and since when, "Live" to follow its
+// transcript in the floating panel and "Stop" to take it out.
+Rectangle {
+    id: root
+    required property string meetingId
+    required property string meetingUrl
+    required property string meetingCode
+    required property string platform
+    required property string status
+    required property string ageText
+    required property bool isStopping
+    // Its transcript is open in the floating panel.
+    property bool following: false
+    signal liveRequested()
+    signal stopRequested()
+
+    readonly property var platformNames: ({
+        "google_meet": "Google Meet", "zoom": "Zoom", "teams": "Microsoft Teams",
+        "microsoft_teams": "Microsoft Teams", "webex": "Webex"
+    })
+    readonly property var statusNames: ({
+        "joining": "Joining", "waiting_room": "In the waiting room",
+        "in_meeting": "In the meeting", "recording": "Recording"
+    })
+
+    implicitHeight: row.implicitHeight + 18
+    radius: Theme.radius
+    color: Theme.card
+    border.color: Theme.separator
+
+    RowLayout {
+        id: row
+        x: 12
+        y: 9
+        width: parent.width - 24
+        spacing: 10
+
+        Rectangle {
+            Layout.alignment: Qt.AlignVCenter
+            width: 8
+            height: 8
+            radius: 4
+            color: root.status === "recording" ? Theme.red : Theme.orange
+        }
+        ColumnLayout {
+            Layout.fillWidth: true
+            spacing: 2
+            Label {
+                Layout.fillWidth: true
+                text: (root.platformNames[root.platform] || root.platform || "Meeting")
+                      + (root.meetingCode !== "" ? " · " + root.meetingCode : "")
+                elide: Text.ElideRight
+                font.weight: Font.DemiBold
+                color: Theme.text
+            }
+            Label {
+                Layout.fillWidth: true
+                text: (root.statusNames[root.status] || root.status)
+                      + (root.ageText !== "" ? " · " + root.ageText : "")
+                elide: Text.ElideRight
+                color: Theme.secondaryText
+                font.pixelSize: Theme.captionSize + 1
+            }
+        }
+        Button {
+            objectName: "liveButton"
+            text: "Live"
+            highlighted: root.following
+            icon.source: "image://symbol/text-bubble/" + Theme.orange.toString().substring(1)
+            icon.color: Theme.orange
+            palette.buttonText: Theme.orange
+            ToolTip.text: "View live transcript"
+            ToolTip.visible: hovered
+            ToolTip.delay: 500
+            Accessible.name: "Live"
+            Accessible.description: "View live transcript"
+            onClicked: root.liveRequested()
+        }
+        BusyIndicator {
+            visible: root.isStopping
+            running: visible
+            implicitWidth: 24
+            implicitHeight: 24
+        }
+        Button {
+            objectName: "stopButton"
+            visible: !root.isStopping
+            text: "Stop"
+            icon.source: "image://symbol/stop-fill/" + Theme.red.toString().substring(1)
+            icon.color: Theme.red
+            palette.buttonText: Theme.red
+            ToolTip.text: "Stop meeting bot"
+            ToolTip.visible: hovered
+            ToolTip.delay: 500
+            Accessible.name: "Stop"
+            Accessible.description: "Stop meeting bot"
+            onClicked: root.stopRequested()
+        }
+    }
+}

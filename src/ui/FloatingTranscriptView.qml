@@ -1,0 +1,127 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+
+// The floating panel's content: "Live Transcript" with the stream's status
+// and a close button, then the transcript in bubbles (newest at the bottom)
+// or, while there is none, what the stream is doing.
+Rectangle {
+    id: root
+    required property var manager
+    required property var transcript
+    signal closeRequested()
+
+    readonly property string status: manager ? manager.connectionStatus.caseName : "disconnected"
+    readonly property color statusColor: status === "connected" ? Theme.green
+                                         : status === "connecting" ? Theme.orange
+                                         : status === "error" ? Theme.red : Theme.tertiaryText
+
+    radius: 12
+    color: Theme.background
+    border.color: Theme.separator
+    implicitWidth: 340
+    implicitHeight: 420
+
+    ColumnLayout {
+        anchors.fill: parent
+        anchors.margins: 1
+        spacing: 0
+
+        RowLayout {
+            Layout.fillWidth: true
+            Layout.leftMargin: 14
+            Layout.rightMargin: 8
+            Layout.topMargin: 8
+            Layout.bottomMargin: 8
+            spacing: 8
+            Label {
+                text: "Live Transcript"
+                font.weight: Font.DemiBold
+                font.pixelSize: Theme.bodySize + 1
+                color: Theme.text
+            }
+            Rectangle {
+                objectName: "statusDot"
+                width: 8
+                height: 8
+                radius: 4
+                color: root.statusColor
+            }
+            Label {
+                objectName: "statusLabel"
+                text: root.manager ? root.manager.connectionStatus.label : "Disconnected"
+                color: Theme.secondaryText
+                font.pixelSize: Theme.captionSize + 1
+            }
+            Item { Layout.fillWidth: true }
+            ToolButton {
+                id: closeButton
+                objectName: "closeTranscriptButton"
+                Accessible.name: "Close transcript"
+                ToolTip.text: "Close transcript"
+                ToolTip.visible: hovered
+                ToolTip.delay: 500
+                onClicked: root.closeRequested()
+                contentItem: Symbol { name: "xmark-circle"; tint: Theme.tertiaryText; size: 18 }
+                background: Item {}
+            }
+        }
+        Rectangle { Layout.fillWidth: true; implicitHeight: 1; color: Theme.separator }
+
+        // Nothing said yet: what the stream is doing.
+        ColumnLayout {
+            objectName: "transcriptPlaceholder"
+            visible: lines.count === 0
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            spacing: 8
+            Item { Layout.fillHeight: true }
+            Symbol {
+                Layout.alignment: Qt.AlignHCenter
+                visible: root.status !== "connecting"
+                name: root.status === "connected" ? "text-bubble"
+                      : root.status === "error" ? "warning" : "wifi-slash"
+                tint: root.status === "error" ? Theme.orange : Theme.tertiaryText
+                size: 28
+            }
+            BusyIndicator {
+                Layout.alignment: Qt.AlignHCenter
+                visible: root.status === "connecting"
+                running: visible
+                implicitWidth: 28
+                implicitHeight: 28
+            }
+            Label {
+                objectName: "placeholderText"
+                Layout.fillWidth: true
+                Layout.leftMargin: 20
+                Layout.rightMargin: 20
+                horizontalAlignment: Text.AlignHCenter
+                wrapMode: Text.Wrap
+                color: Theme.secondaryText
+                text: root.status === "connected" ? "Waiting for speech..."
+                      : root.status === "connecting" ? "Connecting to meeting..."
+                      : root.status === "error" ? root.manager.connectionStatus.message
+                      : "Disconnected"
+            }
+            Item { Layout.fillHeight: true }
+        }
+
+        ListView {
+            id: lines
+            objectName: "transcriptList"
+            visible: count > 0
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            Layout.margins: 10
+            clip: true
+            spacing: 6
+            model: root.transcript
+            // The newest line stays in view.
+            onCountChanged: Qt.callLater(positionViewAtEnd)
+            onContentHeightChanged: Qt.callLater(positionViewAtEnd)
+            delegate: TranscriptBubble { width: lines.width }
+            ScrollBar.vertical: ScrollBar {}
+        }
+    }
+}
