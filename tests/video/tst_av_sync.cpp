@@ -386,9 +386,10 @@ void TestAvSync::tenSecondsOfOneWindow()
     qInfo("video %.3f s (%zu frames), audio %.3f–%.3f s, WAV 10 s", m.videoEnd, m.framePts.size(),
           m.audioStart, m.audioEnd);
     // The video starts once the audio runs and ends with it: the stop comes
-    // when the audio reached 10 s, so one frame grabbed while that last
-    // buffer was on its way may follow (plus its duration's rounding).
-    QVERIFY2(m.videoEnd > 9.0 && m.videoEnd <= 10.0 + 1.0 / 30 + 0.01,
+    // when the news that the audio reached 10 s arrives, and the frames
+    // encoded while that last buffer was on its way (the capture's latency,
+    // 40 to 70 ms on the machines seen) stay, plus the last one's duration.
+    QVERIFY2(m.videoEnd > 9.0 && m.videoEnd <= 10.0 + 0.1 + 1.0 / 30,
              qPrintable(QString::number(m.videoEnd)));
     QVERIFY2(std::fabs(m.audioEnd - m.videoEnd) <= 0.1,
              qPrintable(QStringLiteral("%1 vs %2").arg(m.audioEnd).arg(m.videoEnd)));
