@@ -9,6 +9,7 @@
 #include "qmlfinder.h"
 #include "service/authmanager.h"
 #include "service/joinmeetingcontroller.h"
+#include "service/recordingslistcontroller.h"
 #include "support/isolatedenvironment.h"
 #include "transcript/livetranscriptmanager.h"
 #include "ui/viewhelpers.h"
@@ -221,6 +222,13 @@ private Q_SLOTS:
         QCOMPARE(closed.count(), 2);
         panel.close(); // nothing open: nothing to say
         QCOMPARE(closed.count(), 2);
+
+        // "Stop" takes the bot out: it leaves the active ones, and the
+        // list says so once the service has it.
+        RecordingsListController& list = m_app->recordingsList();
+        QVERIFY(list.hasActiveBots());
+        click("stopButton");
+        QTRY_VERIFY_WITH_TIMEOUT(!list.hasActiveBots(), 10000);
     }
 
     void thePanelStandsInTheBottomRightCorner()
