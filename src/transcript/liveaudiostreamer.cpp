@@ -252,7 +252,11 @@ void LiveAudioStreamer::connectSocket()
     connect(socket, &QWebSocket::disconnected, context, [this, current, socket] {
         if (!current())
             return;
+        // A close frame's reason first; a connection that never opened or
+        // broke says why (refused, reset); only a bare close frame is left.
         QString reason = socket->closeReason();
+        if (reason.isEmpty() && socket->error() != QAbstractSocket::UnknownSocketError)
+            reason = socket->errorString();
         if (reason.isEmpty())
             reason = QStringLiteral("closed by the service with code %1").arg(socket->closeCode());
         if (m_isActive)
