@@ -4,6 +4,8 @@
 #include "core/settings.h"
 #include "service/authmanager.h"
 
+#include <utility>
+
 namespace sorv {
 
 RecordingsListController::RecordingsListController(AuthManager& auth, QObject* parent)
@@ -21,8 +23,10 @@ RecordingsListController::RecordingsListController(AuthManager& auth, QObject* p
 
 void RecordingsListController::refresh()
 {
-    if (m_loading)
+    if (m_loading) {
+        m_refreshAgain = true;
         return;
+    }
     m_loading = true;
     m_recordingsIn = false;
     m_meetingsIn = false;
@@ -56,6 +60,8 @@ void RecordingsListController::listIn(bool recordings)
     m_loading = false;
     settle();
     Q_EMIT refreshingChanged();
+    if (std::exchange(m_refreshAgain, false))
+        refresh();
 }
 
 void RecordingsListController::settle()

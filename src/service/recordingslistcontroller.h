@@ -74,6 +74,9 @@ private:
     bool m_loading = false;
     bool m_recordingsIn = false;
     bool m_meetingsIn = false;
+    // Asked for while a load was out (a bot stopped meanwhile): the load
+    // may predate what changed, so another follows it.
+    bool m_refreshAgain = false;
 };
 
 } // namespace sorv

@@ -320,6 +320,22 @@ void TestRecordingsViews::tabStatesThroughFailureAndRetry()
     QVERIFY(!tab.hasActiveBots());
     QCOMPARE(tab.recordings()->count(), 2); // the bot's recording came in
 
+    // A stop that comes back while a load is out: that load may have been
+    // answered before the bot stopped, so another one follows it.
+    const QString second = w.service->addMeeting(
+        LocalService::kDemoEmail, QStringLiteral("https://meet.google.com/xyz-abcd-efg"));
+    tab.refresh();
+    TRY_VERIFY(!tab.refreshing());
+    QVERIFY(tab.hasActiveBots());
+    w.service->clearRequestLog();
+    w.service->script("GET", "/api/transcriptions",
+                      ScriptedAnswer::delayed(std::chrono::milliseconds(300)));
+    tab.refresh();
+    tab.stopMeeting(second);
+    TRY_COMPARE(w.service->requestCount("GET", "/api/meetings"), 2);
+    TRY_VERIFY(!tab.refreshing());
+    QVERIFY(!tab.hasActiveBots());
+
     QSignalSpy live(&tab, &RecordingsListController::liveTranscriptRequested);
     tab.showLiveTranscript(id);
     QCOMPARE(live.count(), 1);
