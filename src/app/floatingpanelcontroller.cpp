@@ -83,10 +83,11 @@ bool FloatingPanelController::show(const QString& meetingId, const QString& serv
     connect(window, &QObject::destroyed, this, [this] { windowClosed(); });
 
     consoleLog(QStringLiteral("🪟 Live transcript panel opened for meeting %1").arg(meetingId));
+    // Connecting first, so that the panel's first picture is "Connecting...".
+    m_manager->connect(meetingId, serverURL, token);
     window->show();
     window->raise();
     window->requestActivate();
-    m_manager->connect(meetingId, serverURL, token);
     Q_EMIT isOpenChanged();
     return true;
 }

@@ -58,6 +58,11 @@ SorvelandrixRecorderApp::SorvelandrixRecorderApp(std::unique_ptr<RecordingEngine
     m_floatingPanel = std::make_unique<FloatingPanelController>(m_engine);
     connect(m_recordingsList.get(), &RecordingsListController::liveTranscriptRequested,
             m_floatingPanel.get(), &FloatingPanelController::show);
+    // The panel follows the signed-in account's meeting with its token.
+    connect(m_auth.get(), &AuthManager::isLoggedInChanged, m_floatingPanel.get(), [this] {
+        if (!m_auth->isLoggedIn())
+            m_floatingPanel->close();
+    });
     AppDelegate::Hooks hooks;
     hooks.showMainWindow = [this] { showMainWindow(); };
     hooks.openUrl = [](const QUrl& url) { QDesktopServices::openUrl(url); };

@@ -65,6 +65,8 @@ void JoinMeetingController::join()
             if (!self)
                 return;
             Q_EMIT self->switchToRecordings();
+            // Back on this tab later, the form is ready for the next link.
+            self->setSucceeded(false);
             self->setJoining(false);
         });
     });

@@ -15,6 +15,7 @@ Rectangle {
     required property bool isStopping
     // Its transcript is open in the floating panel.
     property bool following: false
+    property bool stopEnabled: true
     signal liveRequested()
     signal stopRequested()
 
@@ -89,6 +90,7 @@ Rectangle {
         Button {
             objectName: "stopButton"
             visible: !root.isStopping
+            enabled: root.stopEnabled
             text: "Stop"
             icon.source: "image://symbol/stop-fill/" + Theme.red.toString().substring(1)
             icon.color: Theme.red

@@ -49,11 +49,13 @@ Rectangle {
             }
             Label {
                 objectName: "statusLabel"
+                Layout.fillWidth: true
+                Layout.minimumWidth: 0
                 text: root.manager ? root.manager.connectionStatus.label : "Disconnected"
                 color: Theme.secondaryText
                 font.pixelSize: Theme.captionSize + 1
+                elide: Text.ElideRight
             }
-            Item { Layout.fillWidth: true }
             ToolButton {
                 id: closeButton
                 objectName: "closeTranscriptButton"
@@ -76,20 +78,25 @@ Rectangle {
             Layout.fillHeight: true
             spacing: 8
             Item { Layout.fillHeight: true }
-            Symbol {
+            // One place for the symbol and the spinner, so that either
+            // stands centred above the text whichever came first.
+            Item {
                 Layout.alignment: Qt.AlignHCenter
-                visible: root.status !== "connecting"
-                name: root.status === "connected" ? "text-bubble"
-                      : root.status === "error" ? "warning" : "wifi-slash"
-                tint: root.status === "error" ? Theme.orange : Theme.tertiaryText
-                size: 28
-            }
-            BusyIndicator {
-                Layout.alignment: Qt.AlignHCenter
-                visible: root.status === "connecting"
-                running: visible
                 implicitWidth: 28
                 implicitHeight: 28
+                Symbol {
+                    anchors.centerIn: parent
+                    visible: root.status !== "connecting"
+                    name: root.status === "connected" ? "text-bubble"
+                          : root.status === "error" ? "warning" : "wifi-slash"
+                    tint: root.status === "error" ? Theme.orange : Theme.tertiaryText
+                    size: 28
+                }
+                BusyIndicator {
+                    anchors.fill: parent
+                    visible: root.status === "connecting"
+                    running: visible
+                }
             }
             Label {
                 objectName: "placeholderText"

@@ -157,6 +157,8 @@ Item {
                         following: root.floatingPanel !== null && root.floatingPanel.isOpen
                                    && root.floatingPanel.meetingId === meetingId
                         onLiveRequested: root.controller.showLiveTranscript(meetingId)
+                        // One bot is stopped at a time; the others wait.
+                        stopEnabled: root.controller ? root.controller.activeMeetings.stoppingId === "" : false
                         onStopRequested: root.controller.stopMeeting(meetingId)
                     }
                 }

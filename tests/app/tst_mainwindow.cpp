@@ -229,6 +229,12 @@ private Q_SLOTS:
         QVERIFY(list.hasActiveBots());
         click("stopButton");
         QTRY_VERIFY_WITH_TIMEOUT(!list.hasActiveBots(), 10000);
+
+        // Signing out takes the account's transcript off the screen.
+        QVERIFY(panel.show(meeting, m_service->origin(), m_app->auth().accessToken()));
+        m_app->auth().logout();
+        QVERIFY(!panel.isOpen());
+        QCOMPARE(closed.count(), 3);
     }
 
     void thePanelStandsInTheBottomRightCorner()
