@@ -6,9 +6,9 @@
 #include "cli/command.h"
 #include "core/log.h"
 #include "core/secretstore.h"
-#include "localservicefixture.h"
 #include "service/apiclient.h"
 #include "service/authmanager.h"
+#include "signedin.h"
 #include "support/isolatedenvironment.h"
 #include "support/manualdelays.h"
 
@@ -71,18 +71,8 @@ LocalService::Options fastBots()
     return options;
 }
 
-struct World {
-    test::IsolatedEnvironment env;
-    test::LocalServiceFixture service{fastBots()};
-    SecretStore secrets{SecretStore::Options::fileOnly()};
-    AuthManager auth{secrets};
-
-    World()
-    {
-        auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
-        if (!QTest::qWaitFor([&] { return auth.isLoggedIn(); }, 20000))
-            qFatal("could not sign in to the local service");
-    }
+struct World : test::SignedIn {
+    World() : SignedIn(fastBots()) {}
 
     QString join()
     {

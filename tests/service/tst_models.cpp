@@ -4,11 +4,11 @@
 
 #include "audio/inputdevicemodel.h"
 #include "core/secretstore.h"
-#include "localservicefixture.h"
 #include "service/apiclient.h"
 #include "service/authmanager.h"
 #include "service/meetingsmodel.h"
 #include "service/recordingsmodel.h"
+#include "signedin.h"
 #include "support/isolatedenvironment.h"
 
 #include <QAbstractItemModelTester>
@@ -20,18 +20,7 @@ using namespace sorv::local;
 
 namespace {
 
-struct World {
-    World()
-    {
-        auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
-        if (!QTest::qWaitFor([&] { return auth.isLoggedIn(); }, 20000))
-            qFatal("could not sign in");
-    }
-    test::IsolatedEnvironment env;
-    test::LocalServiceFixture service;
-    SecretStore secrets{SecretStore::Options::fileOnly()};
-    AuthManager auth{secrets};
-};
+using World = test::SignedIn;
 
 bool refreshAndWait(ListModel& model, const std::function<void()>& refresh)
 {

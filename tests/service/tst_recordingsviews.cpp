@@ -8,7 +8,6 @@
 #include "core/format.h"
 #include "core/secretstore.h"
 #include "core/settings.h"
-#include "localservicefixture.h"
 #include "service/authmanager.h"
 #include "service/joinmeetingcontroller.h"
 #include "service/meetingsmodel.h"
@@ -16,6 +15,7 @@
 #include "service/recordingslistcontroller.h"
 #include "service/recordingsmodel.h"
 #include "service/requestrules.h"
+#include "signedin.h"
 #include "support/isolatedenvironment.h"
 #include "support/manualdelays.h"
 
@@ -34,18 +34,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-struct World {
-    World()
-    {
-        auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
-        if (!QTest::qWaitFor([&] { return auth.isLoggedIn(); }, 20000))
-            qFatal("could not sign in");
-    }
-    test::IsolatedEnvironment env;
-    test::LocalServiceFixture service;
-    SecretStore secrets{SecretStore::Options::fileOnly()};
-    AuthManager auth{secrets};
-};
+using World = test::SignedIn;
 
 Recording recording(const char* id, std::optional<QString> batch = {},
                     std::optional<qint64> index = {})

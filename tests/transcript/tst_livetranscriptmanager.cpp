@@ -5,9 +5,9 @@
 
 #include "core/log.h"
 #include "core/secretstore.h"
-#include "localservicefixture.h"
 #include "service/apiclient.h"
 #include "service/authmanager.h"
+#include "signedin.h"
 #include "support/isolatedenvironment.h"
 #include "support/manualdelays.h"
 #include "transcript/livetranscriptmanager.h"
@@ -36,20 +36,13 @@ local::LocalService::Options fastBots()
     return options;
 }
 
-struct SignedIn {
-    test::IsolatedEnvironment env;
-    test::LocalServiceFixture service{fastBots()};
-    SecretStore secrets{SecretStore::Options::fileOnly()};
-    AuthManager auth{secrets};
+struct SignedIn : test::SignedIn {
     test::ManualDelays clock;
     LiveTranscriptManager manager{clock.delayedCall()};
     QString meeting;
 
-    SignedIn()
+    SignedIn() : test::SignedIn(fastBots())
     {
-        auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
-        if (!QTest::qWaitFor([&] { return auth.isLoggedIn(); }, 20000))
-            qFatal("could not sign in to the local service");
         meeting = service->addMeeting(LocalService::kDemoEmail,
                                       QStringLiteral("https://meet.google.com/abc-defg-hij"));
     }

@@ -4,8 +4,8 @@
 // refreshed through the session).
 
 #include "core/secretstore.h"
-#include "localservicefixture.h"
 #include "service/authmanager.h"
+#include "signedin.h"
 #include "support/isolatedenvironment.h"
 #include "transcript/servertranscriptmanager.h"
 
@@ -40,19 +40,7 @@ void feed(ServerTranscriptManager& m, const Events& events)
         m.handle(e);
 }
 
-struct SignedIn {
-    test::IsolatedEnvironment env;
-    test::LocalServiceFixture service;
-    SecretStore secrets{SecretStore::Options::fileOnly()};
-    AuthManager auth{secrets};
-
-    SignedIn()
-    {
-        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
-        if (!QTest::qWaitFor([&] { return auth.isLoggedIn(); }, 20000))
-            qFatal("could not sign in to the local service");
-    }
-};
+using test::SignedIn;
 
 } // namespace
 
