@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <variant>
 
 namespace sorv {
 
@@ -16,7 +15,12 @@ namespace {
 struct Number {
     QStringView digits;
 };
-using Piece = std::variant<Number, QString>;
+// One piece of a pre-release suffix: a number, or a lower-case word.
+struct Piece {
+    bool isNumber = false;
+    Number number;
+    QString word;
+};
 
 struct ParsedVersion {
     QList<Number> release;
@@ -58,12 +62,12 @@ ParsedVersion parse(QStringView s)
     }
     while (i < s.size()) {
         if (isDigit(s[i])) {
-            v.suffix.append(readNumber(s, i));
+            v.suffix.append({true, readNumber(s, i), {}});
         } else if (s[i].isLetter()) {
             const qsizetype start = i;
             while (i < s.size() && s[i].isLetter())
                 ++i;
-            v.suffix.append(s.sliced(start, i - start).toString().toLower());
+            v.suffix.append({false, {}, s.sliced(start, i - start).toString().toLower()});
         } else {
             ++i; // separators: ".", "-", "_", " "
         }
@@ -104,18 +108,14 @@ int labelRank(const QString& word)
 
 int comparePieces(const Piece& a, const Piece& b)
 {
-    const auto* na = std::get_if<Number>(&a);
-    const auto* nb = std::get_if<Number>(&b);
-    if (na && nb)
-        return compareNumbers(*na, *nb);
+    if (a.isNumber && b.isNumber)
+        return compareNumbers(a.number, b.number);
     // A number sorts before a word, as in semantic versioning.
-    if (na || nb)
-        return na ? -1 : 1;
-    const auto& wa = std::get<QString>(a);
-    const auto& wb = std::get<QString>(b);
-    if (const int ra = labelRank(wa), rb = labelRank(wb); ra != rb)
+    if (a.isNumber || b.isNumber)
+        return a.isNumber ? -1 : 1;
+    if (const int ra = labelRank(a.word), rb = labelRank(b.word); ra != rb)
         return ra < rb ? -1 : 1;
-    return std::clamp(wa.compare(wb), -1, 1);
+    return std::clamp(a.word.compare(b.word), -1, 1);
 }
 
 } // namespace
