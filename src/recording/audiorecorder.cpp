@@ -299,8 +299,10 @@ void AudioRecorder::startEngine(std::uint64_t session)
     RecordingEngine::StartRequest request;
     request.outputPath = wav;
     request.deviceId = m_selectedInputDeviceID;
+    // A limit never rounds down to none, which would mean "until stopped".
     if (m_durationLimit > 0)
-        request.frameLimit = std::llround(m_durationLimit * kCommonSampleRate);
+        request.frameLimit =
+            std::max<std::int64_t>(1, std::llround(m_durationLimit * kCommonSampleRate));
     auto onUpdate = [this](const AudioEngineUpdate& update) {
         onMain([this, update] { applyUpdate(update); });
     };
