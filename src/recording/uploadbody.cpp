@@ -74,7 +74,9 @@ bool MultipartBodyDevice::open(OpenMode mode)
         setErrorString(QStringLiteral("%1: %2").arg(m_file.fileName(), m_file.errorString()));
         return false;
     }
-    m_fileSize = m_file.size();
+    // Length and stamp from one look at the open file, so they agree.
+    m_stamp = FileStamp::ofDescriptor(m_file.handle());
+    m_fileSize = m_stamp ? m_stamp->size : m_file.size();
     m_position = 0;
     return QIODevice::open(mode | QIODevice::Unbuffered);
 }

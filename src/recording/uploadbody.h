@@ -1,11 +1,14 @@
 #pragma once
 
+#include "core/recordingfilelock.h"
+
 #include <QByteArray>
 #include <QFile>
 #include <QIODevice>
 #include <QString>
 
 #include <functional>
+#include <optional>
 
 namespace sorv {
 
@@ -36,6 +39,9 @@ public:
 
     // The whole body's length, for Content-Length.
     qint64 totalSize() const { return m_head.size() + m_fileSize + m_tail.size(); }
+    // The recording as it was opened: what the body sends is its first
+    // `size` bytes, whatever is added to it later.
+    std::optional<FileStamp> sentStamp() const { return m_stamp; }
     // How far the network stack has read, called after each read. The stack
     // pulls the body only as the socket drains, so this is the upload's
     // progress to within the socket's buffers; QNetworkReply's own
@@ -63,6 +69,7 @@ private:
     QByteArray m_head;
     QByteArray m_tail;
     qint64 m_fileSize = 0;
+    std::optional<FileStamp> m_stamp;
     qint64 m_position = 0; // in the whole body
     std::function<void(qint64, qint64)> m_observer;
 };

@@ -58,7 +58,7 @@ struct World {
     // session leaves it.
     QString makeRecording(const QString& name = QStringLiteral("sorvelandrix_1763850000.wav"))
     {
-        const QString path = recordingsDirectory() + QLatin1Char('/') + name;
+        QString path = recordingsDirectory() + QLatin1Char('/') + name;
         WavWriter w;
         if (!w.open(path))
             qFatal("cannot write the test recording");
@@ -135,6 +135,8 @@ private Q_SLOTS:
     void cancelKeepsTheRecording();
     void retryAfterAFailureSendsItAgain();
     void fileOutsideTheRecordingsDirectoryIsNeverDeleted();
+    void fileInUseIsNotSentTwice();
+    void fileThatChangesWhileSentIsKept();
 };
 
 void TestUpload::bodyByteForByte_data()
@@ -278,7 +280,7 @@ void TestUpload::successDeletesTheRecordingAndListsIt()
 
     // The service stored exactly the recording's bytes and lists it.
     bool listed = false;
-    w.auth->fetchRecordings(w.auth.get(), [&](RecordingsFetchResult result) {
+    w.auth->fetchRecordings(w.auth.get(), [&](const RecordingsFetchResult& result) {
         for (const Recording& rec : result.recordings)
             listed = listed || (rec.id == *end.id() && rec.original_filename == end.name());
     });
@@ -301,7 +303,7 @@ void TestUpload::progressFollowsTheBodyOut()
 {
     World w;
     const QString path = recordingsDirectory() + QStringLiteral("/sorvelandrix_1763850001.wav");
-    QByteArray bytes(8 * 1024 * 1024, Qt::Uninitialized);
+    QByteArray bytes(qsizetype(8) * 1024 * 1024, Qt::Uninitialized);
     QRandomGenerator(7).fillRange(reinterpret_cast<quint32*>(bytes.data()),
                                   bytes.size() / int(sizeof(quint32)));
     QVERIFY(writeFile(path, bytes));
@@ -495,6 +497,60 @@ void TestUpload::fileOutsideTheRecordingsDirectoryIsNeverDeleted()
     QVERIFY(QFile::rename(inside, outside));
     QCOMPARE(w.upload(outside).kind(), Kind::Uploaded);
     QVERIFY(QFile::exists(outside));
+}
+
+void TestUpload::fileInUseIsNotSentTwice()
+{
+    // Another program (here a second controller) is sending the recording:
+    // a second upload of it is refused, not sent beside it, and goes once
+    // the first has let go.
+    World w;
+    const QString path = w.makeRecording();
+    w.service->script("POST", kUpload, ScriptedAnswer::delayed(std::chrono::seconds(30)));
+    w.recorder.uploadRecording(path);
+    QTRY_COMPARE(w.service->requestCount("POST", kUpload), 1);
+
+    AudioRecorder other;
+    other.setAuthManager(w.auth.get());
+    other.uploadRecording(path);
+    QTRY_COMPARE(other.state().kind(), Kind::Error);
+    QCOMPARE(other.state().message(),
+             QStringLiteral("This recording is still being written or uploaded by another "
+                            "program: ") +
+                 path);
+    QCOMPARE(other.failedUploadPath(), path);
+    QVERIFY(other.canRetryUpload());
+
+    w.recorder.cancelUpload();
+    w.service->clearScripts();
+    other.retryUpload();
+    QTRY_COMPARE_WITH_TIMEOUT(other.state().kind(), Kind::Uploaded, 20000);
+    QCOMPARE(w.service->requestCount("POST", kUpload), 2);
+    QVERIFY(!QFile::exists(path));
+}
+
+void TestUpload::fileThatChangesWhileSentIsKept()
+{
+    // A program that writes without asking appends to the recording while
+    // its start is on its way: the service has only what was sent, so the
+    // file is not deleted.
+    World w;
+    const QString path = w.makeRecording();
+    const QByteArray sent = readAll(path);
+    bool appended = false;
+    connect(&w.recorder, &AudioRecorder::stateChanged, this, [&] {
+        if (appended || w.recorder.state().kind() != Kind::Uploading ||
+            w.recorder.state().progress() <= 0.0)
+            return;
+        QFile f(path);
+        appended = f.open(QIODevice::Append) && f.write("more") == 4;
+    });
+    const RecordingState end = w.upload(path);
+    QVERIFY(appended);
+    QCOMPARE(end.kind(), Kind::Uploaded);
+    QVERIFY(readAll(path) == sent + "more");
+    QCOMPARE(w.posts({kUpload}).first().streamedBodySize,
+             w.posts({kUpload}).first().header("Content-Length").toLongLong());
 }
 
 QTEST_GUILESS_MAIN(TestUpload)
