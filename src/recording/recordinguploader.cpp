@@ -199,7 +199,7 @@ void RecordingUploader::send(const Attempt& attempt, bool allowAuthRetry)
             QStringLiteral("SorvelandrixRecorder/%1 (Linux)")
                 .arg(AppInfo::version().isEmpty() ? QStringLiteral("0") : AppInfo::version())
                 .toUtf8());
-    request.setTransferTimeout(kUploadTimeoutMs);
+    request.setTransferTimeout(m_transferTimeoutMs);
     request.setHeader(QNetworkRequest::ContentLengthHeader, body->totalSize());
     // Streamed from the file as it goes, never buffered whole, and never
     // sent a second time by the network stack.
@@ -243,9 +243,15 @@ void RecordingUploader::send(const Attempt& attempt, bool allowAuthRetry)
                     answer.body = m_received;
                 } else {
                     answer.transportError = true;
-                    answer.errorText = m_received.size() > kMaxJsonAnswerBytes
-                                           ? QStringLiteral("the server's answer is too large")
-                                           : reply->errorString();
+                    const QString refused = refusalReason(reply);
+                    if (m_received.size() > kMaxJsonAnswerBytes)
+                        answer.errorText =
+                            QStringLiteral("Upload failed: the server's answer is too large");
+                    else if (!refused.isEmpty())
+                        answer.errorText = QStringLiteral("Upload failed: ") + refused;
+                    else
+                        answer.errorText = uploadTransportFailureMessage(
+                            reply->error(), reply->errorString(), m_transferTimeoutMs);
                 }
                 m_received.clear();
                 answered(attempt, allowAuthRetry, answer);
@@ -256,7 +262,7 @@ void RecordingUploader::answered(const Attempt& attempt, bool allowAuthRetry,
                                  const HttpAnswer& answer)
 {
     if (answer.transportError)
-        return fail(QStringLiteral("Upload failed: ") + answer.errorText, true);
+        return fail(answer.errorText, true);
 
     if (answer.status == 401 && allowAuthRetry && m_auth) {
         consoleLog(QStringLiteral("🔄 Upload answered 401, refreshing the session once"));
@@ -287,14 +293,15 @@ void RecordingUploader::answered(const Attempt& attempt, bool allowAuthRetry,
         return fail(uploadFailureMessage(answer.body, answer.status), true);
 
     // A network that answers everything with its own sign-in page (hotels,
-    // trains) says 200 too: only the service's JSON counts as a receipt.
-    const QJsonDocument doc = QJsonDocument::fromJson(answer.body);
-    if (!doc.isObject())
+    // trains) says 200 too, and so may a proxy or a service having a bad
+    // day: only the service's JSON with the new recording's id is a receipt,
+    // and without one the recording is not deleted.
+    const QJsonValue id = QJsonDocument::fromJson(answer.body).object().value(QStringLiteral("id"));
+    if (!id.isString() || id.toString().isEmpty())
         return fail(QStringLiteral("Upload failed: the server's answer was not understood "
                                    "(HTTP 200)"),
                     true);
-    const QJsonValue id = doc.object().value(QStringLiteral("id"));
-    succeed(attempt, id.isString() ? std::optional<QString>(id.toString()) : std::nullopt);
+    succeed(attempt, id.toString());
 }
 
 void RecordingUploader::succeed(const Attempt& attempt, const std::optional<QString>& id)

@@ -11,6 +11,7 @@
 #include <QStringList>
 #include <QUrl>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -27,8 +28,8 @@ class MultipartBodyDevice;
 // first and checked; a 401 leads to one refresh and one retry. The recording
 // and its companions are locked for the whole upload (RecordingFileLock): a
 // file that another program still writes, or already sends, is refused. The
-// files are deleted only once the service has answered 200 with its JSON,
-// and only when they are still what was sent (a file that
+// files are deleted only once the service has answered 200 with the new
+// recording's id, and only when they are still what was sent (a file that
 // changed meanwhile stays); every failure keeps them for Retry. Main thread
 // only; the slow file work runs on a worker.
 class RecordingUploader : public QObject {
@@ -54,6 +55,12 @@ public:
 
     void setAuthManager(AuthManager* auth);
     bool isRunning() const { return m_running; }
+    // How long a transfer may go without moving a byte (tests shorten it).
+    void setTransferTimeout(std::chrono::milliseconds timeout)
+    {
+        m_transferTimeoutMs = static_cast<int>(timeout.count());
+    }
+
     // Sends `path`; `companions` are deleted with it after a success (the
     // WAV beside a video). Progress, then one finished().
     void upload(const QString& path, const QStringList& companions);
@@ -95,6 +102,7 @@ private:
     // File work that may take a while (removing gigabytes) runs here.
     SerialQueue m_fileQueue{QStringLiteral("com.sorvelandrix.files")};
     bool m_running = false;
+    int m_transferTimeoutMs = kUploadTimeoutMs;
     std::uint64_t m_generation = 0; // answers of a cancelled upload are ignored
     QPointer<QNetworkReply> m_reply;
     QByteArray m_received;

@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QFile>
 #include <QIODevice>
+#include <QNetworkReply>
 #include <QString>
 
 #include <functional>
@@ -20,6 +21,11 @@ QString uploadContentType(const QString& filePath);
 
 // The message for a refused upload: the service's "detail" when it gives one.
 QString uploadFailureMessage(const QByteArray& data, int status);
+
+// The message for an upload that got no answer, in words a user can act
+// on. `timeoutMs` is how long the transfer could stay silent.
+QString uploadTransportFailureMessage(QNetworkReply::NetworkError error, const QString& errorString,
+                                      int timeoutMs);
 
 // The multipart body of an upload, produced while it is sent: the one "file"
 // part's header, the recording's bytes read straight from its file, and the

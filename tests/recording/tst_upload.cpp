@@ -10,6 +10,7 @@
 #include "core/secretstore.h"
 #include "localservicefixture.h"
 #include "recording/audiorecorder.h"
+#include "recording/recordinguploader.h"
 #include "recording/uploadbody.h"
 #include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
@@ -135,6 +136,7 @@ private Q_SLOTS:
     void cancelKeepsTheRecording();
     void retryAfterAFailureSendsItAgain();
     void fileOutsideTheRecordingsDirectoryIsNeverDeleted();
+    void silentServiceTimesOutInWords();
     void fileInUseIsNotSentTwice();
     void fileThatChangesWhileSentIsKept();
 };
@@ -327,8 +329,12 @@ void TestUpload::answersOtherThan200AreRefusals_data()
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<bool>("uploaded");
     QTest::addColumn<QString>("message");
-    QTest::newRow("200, JSON without id: success without id")
-        << 200 << QByteArray(R"({"status":"processing"})") << true << QString();
+    // Without the new recording's id nothing says the service kept it.
+    for (const char* body : {"{}", R"({"status":"processing"})", R"({"id":""})", R"({"id":7})"})
+        QTest::addRow("200 with %s", body)
+            << 200 << QByteArray(body) << false
+            << "Upload failed: the server's answer was not understood (HTTP 200)";
+    QTest::newRow("200 with an id") << 200 << QByteArray(R"({"id":"rec-1"})") << true << QString();
     // A hotel or train network answers with its own sign-in page.
     QTest::newRow("200 that is not the service's JSON")
         << 200 << QByteArray("<html><body>Accept our terms</body></html>") << false
@@ -350,7 +356,8 @@ void TestUpload::answersOtherThan200AreRefusals()
     w.service->script("POST", kUpload, ScriptedAnswer::reply(status, body));
     const RecordingState end = w.upload(path);
     if (uploaded) {
-        QCOMPARE(end, RecordingState::uploaded(QFileInfo(path).fileName(), std::nullopt));
+        QCOMPARE(end,
+                 RecordingState::uploaded(QFileInfo(path).fileName(), QStringLiteral("rec-1")));
         QVERIFY(!QFile::exists(path));
     } else {
         QCOMPARE(end, RecordingState::error(message));
@@ -418,9 +425,8 @@ void TestUpload::droppedConnectionKeepsTheRecordingAndIsNotResent()
     // behind the user's back.
     w.service->script("POST", kUpload, ScriptedAnswer::dropped());
     const RecordingState end = w.upload(path);
-    QCOMPARE(end.kind(), Kind::Error);
-    QVERIFY2(end.message().startsWith(QStringLiteral("Upload failed: ")),
-             qPrintable(end.message()));
+    QCOMPARE(end, RecordingState::error(
+                      QStringLiteral("Upload failed: the connection to the service was lost")));
     QCOMPARE(w.posts({kUpload}).size(), 1);
     QVERIFY(QFile::exists(path));
     QCOMPARE(w.recorder.failedUploadPath(), path);
@@ -497,6 +503,26 @@ void TestUpload::fileOutsideTheRecordingsDirectoryIsNeverDeleted()
     QVERIFY(QFile::rename(inside, outside));
     QCOMPARE(w.upload(outside).kind(), Kind::Uploaded);
     QVERIFY(QFile::exists(outside));
+}
+
+void TestUpload::silentServiceTimesOutInWords()
+{
+    // The service takes the body and says nothing: the transfer gives up
+    // after its timeout (ten minutes in use), and says so.
+    World w;
+    const QString path = w.makeRecording();
+    w.service->script("POST", kUpload, ScriptedAnswer::delayed(std::chrono::seconds(30)));
+    RecordingUploader uploader;
+    uploader.setAuthManager(w.auth.get());
+    uploader.setTransferTimeout(std::chrono::milliseconds(500));
+    QSignalSpy finished(&uploader, &RecordingUploader::finished);
+    uploader.upload(path, {});
+    QVERIFY(finished.wait(20000));
+    const auto outcome = finished.first().first().value<RecordingUploader::Outcome>();
+    QCOMPARE(outcome.message,
+             QStringLiteral("Upload failed: the service did not answer within 0.5 seconds"));
+    QVERIFY(outcome.keepForRetry);
+    QVERIFY(QFile::exists(path));
 }
 
 void TestUpload::fileInUseIsNotSentTwice()
