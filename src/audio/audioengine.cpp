@@ -144,6 +144,7 @@ std::optional<RecorderError> AudioEngine::startOnQueue(const StartRequest& reque
         m_onUpdate = {};
         return RecorderError::other(fileError);
     }
+    m_outputLock = request.outputLock;
 
     if (!connectToServer())
         return abandon(RecorderError::noMicrophone());
@@ -509,6 +510,7 @@ void AudioEngine::stopCapture()
     m_micConverter.reset();
     m_systemConverter.reset();
     m_mix.closeOutput();
+    m_outputLock.reset();
     m_mix.setSystemAudioActive(false);
     m_mix.setMetersSink({});
     m_mix.setMixedSink({});

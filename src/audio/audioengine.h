@@ -139,6 +139,8 @@ private:
     Options m_options;
     SerialQueue m_audioQueue{QStringLiteral("com.sorvelandrix.audio")};
     MixPipeline m_mix;
+    // Held while the mix writes its file.
+    std::shared_ptr<RecordingFileLock> m_outputLock;
     MicrophoneHealth m_health;
 
     UpdateHandler m_onUpdate;

@@ -3,12 +3,14 @@
 #include "audio/audiotypes.h"
 #include "audio/inputdevice.h"
 #include "audio/recordererror.h"
+#include "core/recordingfilelock.h"
 
 #include <QList>
 #include <QString>
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 
 namespace sorv {
@@ -30,6 +32,9 @@ public:
         // Stop writing after this many frames and report DurationReached
         // (0: until stopped).
         std::int64_t frameLimit = 0;
+        // The lock on the output file, taken with its name: the engine holds
+        // it until the file is closed (or removed after a failed start).
+        std::shared_ptr<RecordingFileLock> outputLock{};
     };
 
     virtual ~RecordingEngine() = default;

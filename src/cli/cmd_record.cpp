@@ -30,7 +30,6 @@
 #include <QJsonObject>
 #include <QTimer>
 
-#include <cmath>
 #include <csignal>
 #include <functional>
 #include <memory>
@@ -42,8 +41,10 @@ namespace {
 const QString kUsage =
     QStringLiteral("record [--duration SECONDS] [--device ID] [--video] [--target ID] "
                    "[--live server|on-device] [--language LOCALE] [--save|--discard]");
-// Longer than any meeting, and still exact as a count of frames.
-constexpr double kMaxDurationSeconds = 7 * 24 * 3600;
+// A tenth of a second is the shortest recording worth a file; a day is
+// longer than any meeting.
+constexpr double kMinDurationSeconds = 0.1;
+constexpr double kMaxDurationSeconds = 24 * 3600;
 
 int runRecord(CommandContext& ctx)
 {
@@ -65,9 +66,11 @@ int runRecord(CommandContext& ctx)
         if (a == QLatin1String("--duration")) {
             bool ok = false;
             duration = i + 1 < ctx.args.size() ? ctx.args.at(++i).toDouble(&ok) : 0.0;
-            if (!ok || !std::isfinite(duration) || duration <= 0 || duration > kMaxDurationSeconds)
-                return usage(QStringLiteral("--duration needs a number of seconds between 0 and "
-                                            "%1")
+            // NaN fails both comparisons, so it is refused too.
+            if (!ok || !(duration >= kMinDurationSeconds && duration <= kMaxDurationSeconds))
+                return usage(QStringLiteral("--duration needs a number of seconds from %1 to %2 "
+                                            "(24 hours)")
+                                 .arg(kMinDurationSeconds)
                                  .arg(kMaxDurationSeconds, 0, 'f', 0));
         } else if (a == QLatin1String("--device")) {
             bool ok = false;

@@ -2,9 +2,11 @@
 //
 // Sends a kept recording to the service, the way Retry does: the session is
 // refreshed and checked, the body streamed from the file with progress, one
-// refresh and retry after a 401. A recording in the recordings directory is
-// deleted once the service has it; a file elsewhere is never touched. Ctrl-C
-// or SIGTERM stops the upload and keeps the file.
+// refresh and retry after a 401. A recording that another program is still
+// writing (or sending) is refused. A recording in the recordings directory is
+// deleted once the service has it, unless it changed meanwhile; a file
+// elsewhere is never touched. Ctrl-C or SIGTERM stops the upload and keeps
+// the file.
 
 #include "cli/clisession.h"
 #include "cli/command.h"

@@ -267,47 +267,93 @@ void AudioRecorder::probeScreenCapture(std::uint64_t session, int attempt)
     });
 }
 
-QString AudioRecorder::nextRecordingPath() const
+AudioRecorder::ReservedFiles AudioRecorder::reserveRecordingFiles(bool video)
 {
+    ReservedFiles files;
     const QString dir = recordingsDirectory();
-    if (dir.isEmpty())
-        return {};
-    // Names resolve to the second: a start in the same second as an earlier
-    // one takes the next free stem rather than overwrite.
-    qint64 stem = QDateTime::currentSecsSinceEpoch();
-    auto taken = [&dir](qint64 s) {
-        const QString base = QDir(dir).filePath(QStringLiteral("sorvelandrix_%1").arg(s));
-        return QFile::exists(base + QStringLiteral(".wav")) ||
-               QFile::exists(base + QStringLiteral(".mp4"));
-    };
-    while (taken(stem))
-        ++stem;
-    return QDir(dir).filePath(QStringLiteral("sorvelandrix_%1.wav").arg(stem));
+    if (dir.isEmpty()) {
+        files.error = QStringLiteral("Could not create the recordings folder");
+        return files;
+    }
+    // Names resolve to the second, and other programs record into the same
+    // folder: a taken name gets a suffix. Each name is created exclusively,
+    // so two starts can never share a file, and locked from that moment, so
+    // nobody sends it while it is written. A stem belongs to one recording:
+    // the WAV and, in video mode, the MP4 beside it.
+    const QString stem = QDir(dir).filePath(
+        QStringLiteral("sorvelandrix_%1").arg(QDateTime::currentSecsSinceEpoch()));
+    constexpr int kMaxSuffix = 1000;
+    for (int n = 1; n <= kMaxSuffix; ++n) {
+        const QString base = n == 1 ? stem : QStringLiteral("%1-%2").arg(stem).arg(n);
+        const QString wav = base + QStringLiteral(".wav");
+        const QString mp4 = base + QStringLiteral(".mp4");
+        auto wavLock = std::make_shared<RecordingFileLock>(RecordingFileLock::create(wav));
+        if (wavLock->status() == RecordingFileLock::Status::Failed) {
+            files.error = QStringLiteral("The recording file could not be created: %1")
+                              .arg(wavLock->errorString());
+            return files;
+        }
+        if (!wavLock->isHeld())
+            continue;
+        std::shared_ptr<RecordingFileLock> mp4Lock;
+        if (video) {
+            mp4Lock = std::make_shared<RecordingFileLock>(RecordingFileLock::create(mp4));
+            if (!mp4Lock->isHeld()) {
+                QFile::remove(wav);
+                if (mp4Lock->status() == RecordingFileLock::Status::Failed) {
+                    files.error = QStringLiteral("The video file could not be created: %1")
+                                      .arg(mp4Lock->errorString());
+                    return files;
+                }
+                continue;
+            }
+        } else if (QFile::exists(mp4)) {
+            // A video recording's MP4 left without its WAV.
+            QFile::remove(wav);
+            continue;
+        }
+        files.wav = wav;
+        files.wavLock = std::move(wavLock);
+        if (video) {
+            files.mp4 = mp4;
+            files.mp4Lock = std::move(mp4Lock);
+        }
+        return files;
+    }
+    files.error = QStringLiteral("No free name for a recording in %1").arg(dir);
+    return files;
 }
 
 void AudioRecorder::startEngine(std::uint64_t session)
 {
-    const QString wav = nextRecordingPath();
-    if (wav.isEmpty()) {
-        setState(RecordingState::error(QStringLiteral("Could not create the recordings folder")));
+    ReservedFiles files = reserveRecordingFiles(m_startVideo);
+    if (!files.error.isEmpty()) {
+        setState(RecordingState::error(files.error));
         return;
     }
+    const QString wav = files.wav;
     // Video mode saves and uploads the MP4; the WAV is its companion.
-    const QString mp4 = m_startVideo ? wav.chopped(4) + QStringLiteral(".mp4") : QString();
+    const QString mp4 = files.mp4;
     setPaths(mp4.isEmpty() ? wav : mp4, wav, mp4);
 
     RecordingEngine::StartRequest request;
     request.outputPath = wav;
+    request.outputLock = std::move(files.wavLock);
     request.deviceId = m_selectedInputDeviceID;
+    // A limit never rounds down to none, which would mean "until stopped".
     if (m_durationLimit > 0)
-        request.frameLimit = std::llround(m_durationLimit * kCommonSampleRate);
+        request.frameLimit =
+            std::max<std::int64_t>(1, std::llround(m_durationLimit * kCommonSampleRate));
     auto onUpdate = [this](const AudioEngineUpdate& update) {
         onMain([this, update] { applyUpdate(update); });
     };
     m_engineSession = session;
+    // The video's lock waits here until its writer takes it over.
     m_engine->start(
-        request, onUpdate, [this, session, wav, mp4](const std::optional<RecorderError>& error) {
-            onMain([this, session, wav, mp4, error] {
+        request, onUpdate,
+        [this, session, wav, mp4,
+         mp4Lock = std::move(files.mp4Lock)](const std::optional<RecorderError>& error) {
+            onMain([this, session, wav, mp4, mp4Lock, error] {
                 if (session != m_session || m_state.kind() != RecordingState::Kind::Preparing) {
                     // Abandoned while starting: do not leave capture running,
                     // unless a newer session has the engine by now.
@@ -315,15 +361,20 @@ void AudioRecorder::startEngine(std::uint64_t session)
                         m_engine->stop([] {});
                         QFile::remove(wav);
                     }
+                    if (!mp4.isEmpty())
+                        QFile::remove(mp4);
                     return;
                 }
                 if (error) {
+                    // The engine removed its file; the video's was never written.
+                    if (!mp4.isEmpty())
+                        QFile::remove(mp4);
                     setPaths({}, {}, {});
                     setState(RecordingState::error(error->description()));
                     return;
                 }
                 if (!mp4.isEmpty()) {
-                    startVideo(session, wav, mp4);
+                    startVideo(session, wav, mp4, mp4Lock);
                     return;
                 }
                 m_startTime.start();
@@ -334,39 +385,44 @@ void AudioRecorder::startEngine(std::uint64_t session)
         });
 }
 
-void AudioRecorder::startVideo(std::uint64_t session, const QString& wav, const QString& mp4)
+void AudioRecorder::startVideo(std::uint64_t session, const QString& wav, const QString& mp4,
+                               const std::shared_ptr<RecordingFileLock>& mp4Lock)
 {
     auto* video = new VideoRecorder(this);
-    video->start(mp4, m_captureTarget,
-                 [this, session, wav, mp4, video](const std::optional<VideoRecorderError>& error) {
-                     if (session != m_session ||
-                         m_state.kind() != RecordingState::Kind::Preparing) {
-                         // Abandoned while starting: neither capture goes on.
-                         video->deleteLater();
-                         if (m_engineSession == session)
-                             m_engine->stop([] {});
-                         QFile::remove(wav);
-                         QFile::remove(mp4);
-                         return;
-                     }
-                     if (error) {
-                         video->deleteLater();
-                         videoStartFailed(wav, *error);
-                         return;
-                     }
-                     setVideoRecorder(video);
-                     setIsVideoMode(true);
-                     m_videoAudioSink = video->audioSink();
-                     rewireMixedBuffers();
-                     m_startTime.start();
-                     setState(RecordingState::recording());
-                     m_clock.start();
-                     refreshInputDevices();
-                 });
+    video->start(
+        mp4, m_captureTarget,
+        [this, session, wav, mp4, video](const std::optional<VideoRecorderError>& error) {
+            if (session != m_session || m_state.kind() != RecordingState::Kind::Preparing) {
+                // Abandoned while starting: neither capture goes on.
+                video->deleteLater();
+                if (m_engineSession == session)
+                    m_engine->stop([] {});
+                QFile::remove(wav);
+                QFile::remove(mp4);
+                return;
+            }
+            if (error) {
+                video->deleteLater();
+                videoStartFailed(wav, mp4, *error);
+                return;
+            }
+            setVideoRecorder(video);
+            setIsVideoMode(true);
+            m_videoAudioSink = video->audioSink();
+            rewireMixedBuffers();
+            m_startTime.start();
+            setState(RecordingState::recording());
+            m_clock.start();
+            refreshInputDevices();
+        },
+        mp4Lock);
 }
 
-void AudioRecorder::videoStartFailed(const QString& wav, const VideoRecorderError& error)
+void AudioRecorder::videoStartFailed(const QString& wav, const QString& mp4,
+                                     const VideoRecorderError& error)
 {
+    // Reserved with the WAV, and at most a header by now.
+    QFile::remove(mp4);
     setVideoRecorder(nullptr);
     setIsVideoMode(false);
     setPaths({}, {}, {});

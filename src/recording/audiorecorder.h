@@ -3,6 +3,7 @@
 #include "audio/inputdevice.h"
 #include "audio/inputdevicemodel.h"
 #include "audio/recordingengine.h"
+#include "core/recordingfilelock.h"
 #include "recording/recordingstate.h"
 #include "recording/recordinguploader.h"
 #include "video/screencapturetargetoption.h"
@@ -196,8 +197,9 @@ private:
 
     void probeScreenCapture(std::uint64_t session, int attempt);
     void startEngine(std::uint64_t session);
-    void startVideo(std::uint64_t session, const QString& wav, const QString& mp4);
-    void videoStartFailed(const QString& wav, const VideoRecorderError& error);
+    void startVideo(std::uint64_t session, const QString& wav, const QString& mp4,
+                    const std::shared_ptr<RecordingFileLock>& mp4Lock);
+    void videoStartFailed(const QString& wav, const QString& mp4, const VideoRecorderError& error);
     void setVideoRecorder(VideoRecorder* recorder);
     void setIsVideoMode(bool v);
     // Ends the capture: the video file first, then the engine. `done` gets
@@ -208,7 +210,15 @@ private:
     void uploadFinished(const QString& path, const RecordingUploader::Outcome& outcome);
     void rewireMixedBuffers();
     void clearSessionFields();
-    QString nextRecordingPath() const;
+    // The files of a new recording, created and locked; or why not.
+    struct ReservedFiles {
+        QString wav;
+        QString mp4; // video mode only
+        std::shared_ptr<RecordingFileLock> wavLock;
+        std::shared_ptr<RecordingFileLock> mp4Lock;
+        QString error;
+    };
+    static ReservedFiles reserveRecordingFiles(bool video);
 
     // Runs fn on the main thread later, unless the recorder is gone by then.
     void onMain(std::function<void()> fn) const;

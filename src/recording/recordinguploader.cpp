@@ -45,7 +45,7 @@ void RecordingUploader::sweepStaleBodies()
     const QString dir = recordingsDirectory();
     if (dir.isEmpty())
         return;
-    m_files.post([dir] {
+    m_fileQueue.post([dir] {
         // Anything this old is no longer being sent by anyone.
         const QDateTime cutoff = QDateTime::currentDateTimeUtc().addSecs(-3600);
         const QFileInfoList bodies =
@@ -60,6 +60,7 @@ void RecordingUploader::sweepStaleBodies()
 
 void RecordingUploader::finish(const Outcome& outcome)
 {
+    m_files.clear();
     m_running = false;
     Q_EMIT finished(outcome);
 }
@@ -99,6 +100,8 @@ void RecordingUploader::upload(const QString& path, const QStringList& companion
         fail(QStringLiteral("Not signed in — open the app menu and sign in again"), false);
         return;
     }
+    if (!lockFiles(path, companions))
+        return;
     Attempt attempt;
     attempt.path = path;
     attempt.companions = companions;
@@ -113,6 +116,29 @@ void RecordingUploader::upload(const QString& path, const QStringList& companion
         if (generation == m_generation && m_running)
             checkSession(attempt);
     });
+}
+
+bool RecordingUploader::lockFiles(const QString& path, const QStringList& companions)
+{
+    m_files.clear();
+    for (const QString& file : QStringList{path} + companions) {
+        auto lock = std::make_shared<RecordingFileLock>(RecordingFileLock::tryLock(file));
+        if (lock->status() == RecordingFileLock::Status::Busy) {
+            fail(QStringLiteral("This recording is still being written or uploaded by another "
+                                "program: %1")
+                     .arg(file),
+                 true);
+            return false;
+        }
+        if (lock->isHeld()) {
+            m_files.push_back({lock, lock->stamp()});
+        } else if (file == path) {
+            fail(QStringLiteral("Upload failed: ") + lock->errorString(), true);
+            return false;
+        }
+        // A companion that is gone has nothing to be deleted.
+    }
+    return true;
 }
 
 void RecordingUploader::checkSession(const Attempt& attempt)
@@ -158,6 +184,7 @@ void RecordingUploader::send(const Attempt& attempt, bool allowAuthRetry)
         delete body;
         return fail(QStringLiteral("Upload failed: ") + error, true);
     }
+    m_files.front().stamp = body->sentStamp();
 
     QNetworkRequest request = authorizedRequest(*url, token);
     request.setRawHeader("Content-Type",
@@ -172,7 +199,7 @@ void RecordingUploader::send(const Attempt& attempt, bool allowAuthRetry)
             QStringLiteral("SorvelandrixRecorder/%1 (Linux)")
                 .arg(AppInfo::version().isEmpty() ? QStringLiteral("0") : AppInfo::version())
                 .toUtf8());
-    request.setTransferTimeout(kUploadTimeoutMs);
+    request.setTransferTimeout(m_transferTimeoutMs);
     request.setHeader(QNetworkRequest::ContentLengthHeader, body->totalSize());
     // Streamed from the file as it goes, never buffered whole, and never
     // sent a second time by the network stack.
@@ -216,9 +243,15 @@ void RecordingUploader::send(const Attempt& attempt, bool allowAuthRetry)
                     answer.body = m_received;
                 } else {
                     answer.transportError = true;
-                    answer.errorText = m_received.size() > kMaxJsonAnswerBytes
-                                           ? QStringLiteral("the server's answer is too large")
-                                           : reply->errorString();
+                    const QString refused = refusalReason(reply);
+                    if (m_received.size() > kMaxJsonAnswerBytes)
+                        answer.errorText =
+                            QStringLiteral("Upload failed: the server's answer is too large");
+                    else if (!refused.isEmpty())
+                        answer.errorText = QStringLiteral("Upload failed: ") + refused;
+                    else
+                        answer.errorText = uploadTransportFailureMessage(
+                            reply->error(), reply->errorString(), m_transferTimeoutMs);
                 }
                 m_received.clear();
                 answered(attempt, allowAuthRetry, answer);
@@ -229,7 +262,7 @@ void RecordingUploader::answered(const Attempt& attempt, bool allowAuthRetry,
                                  const HttpAnswer& answer)
 {
     if (answer.transportError)
-        return fail(QStringLiteral("Upload failed: ") + answer.errorText, true);
+        return fail(answer.errorText, true);
 
     if (answer.status == 401 && allowAuthRetry && m_auth) {
         consoleLog(QStringLiteral("🔄 Upload answered 401, refreshing the session once"));
@@ -260,14 +293,15 @@ void RecordingUploader::answered(const Attempt& attempt, bool allowAuthRetry,
         return fail(uploadFailureMessage(answer.body, answer.status), true);
 
     // A network that answers everything with its own sign-in page (hotels,
-    // trains) says 200 too: only the service's JSON counts as a receipt.
-    const QJsonDocument doc = QJsonDocument::fromJson(answer.body);
-    if (!doc.isObject())
+    // trains) says 200 too, and so may a proxy or a service having a bad
+    // day: only the service's JSON with the new recording's id is a receipt,
+    // and without one the recording is not deleted.
+    const QJsonValue id = QJsonDocument::fromJson(answer.body).object().value(QStringLiteral("id"));
+    if (!id.isString() || id.toString().isEmpty())
         return fail(QStringLiteral("Upload failed: the server's answer was not understood "
                                    "(HTTP 200)"),
                     true);
-    const QJsonValue id = doc.object().value(QStringLiteral("id"));
-    succeed(attempt, id.isString() ? std::optional<QString>(id.toString()) : std::nullopt);
+    succeed(attempt, id.toString());
 }
 
 void RecordingUploader::succeed(const Attempt& attempt, const std::optional<QString>& id)
@@ -275,21 +309,32 @@ void RecordingUploader::succeed(const Attempt& attempt, const std::optional<QStr
     consoleLog(QStringLiteral("✅ Uploaded %1%2")
                    .arg(attempt.filename, id ? QStringLiteral(" (id %1)").arg(*id) : QString()));
     // Only now, with the service's receipt, do the local files go; and only
-    // our own recordings: a file the user handed us from elsewhere stays.
-    QStringList doomed;
-    for (const QString& file : QStringList{attempt.path} + attempt.companions) {
-        if (isInRecordingsDirectory(file))
-            doomed << file;
+    // our own recordings, as they were sent: a file the user handed us from
+    // elsewhere stays, and so does one that changed meanwhile (something
+    // was added that the service does not have).
+    std::vector<LockedFile> doomed;
+    for (LockedFile& file : m_files) {
+        if (isInRecordingsDirectory(file.lock->path()))
+            doomed.push_back(std::move(file));
     }
     Outcome outcome;
     outcome.kind = Outcome::Kind::Uploaded;
     outcome.name = attempt.filename;
     outcome.id = id;
     const std::uint64_t generation = m_generation;
-    // Removing a file of gigabytes takes a while: not on this thread.
-    m_files.post([self = m_self, doomed, outcome, generation, this] {
-        for (const QString& file : doomed)
-            QFile::remove(file);
+    // Removing a file of gigabytes takes a while: not on this thread. Each
+    // lock is let go once its file is removed.
+    m_fileQueue.post([self = m_self, doomed = std::move(doomed), outcome, generation, this] {
+        for (const LockedFile& file : doomed) {
+            const QString& path = file.lock->path();
+            if (file.stamp && FileStamp::ofPath(path) == file.stamp)
+                QFile::remove(path);
+            else
+                consoleLog(
+                    QStringLiteral("⚠️ %1 changed while it was being uploaded; it is kept")
+                        .arg(path));
+            file.lock->release();
+        }
         postToMainThread(self, [this, outcome, generation] {
             if (generation == m_generation)
                 finish(outcome);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/recordingfilelock.h"
 #include "core/serialqueue.h"
 #include "service/network.h"
 
@@ -10,7 +11,10 @@
 #include <QStringList>
 #include <QUrl>
 
+#include <chrono>
+#include <memory>
 #include <optional>
+#include <vector>
 
 class QNetworkReply;
 
@@ -22,9 +26,12 @@ class MultipartBodyDevice;
 // Sends one finished recording to the service in one multipart POST, the
 // body produced from the recording file as it goes. The session is refreshed
 // first and checked; a 401 leads to one refresh and one retry. The recording
-// (and its companions) is deleted only once the service has answered 200
-// with its JSON; every failure keeps it for Retry. Main thread only; the
-// slow file work runs on a worker.
+// and its companions are locked for the whole upload (RecordingFileLock): a
+// file that another program still writes, or already sends, is refused. The
+// files are deleted only once the service has answered 200 with the new
+// recording's id, and only when they are still what was sent (a file that
+// changed meanwhile stays); every failure keeps them for Retry. Main thread
+// only; the slow file work runs on a worker.
 class RecordingUploader : public QObject {
     Q_OBJECT
 public:
@@ -48,6 +55,11 @@ public:
 
     void setAuthManager(AuthManager* auth);
     bool isRunning() const { return m_running; }
+    // How long a transfer may go without moving a byte (tests shorten it).
+    void setTransferTimeout(std::chrono::milliseconds timeout)
+    {
+        m_transferTimeoutMs = static_cast<int>(timeout.count());
+    }
 
     // Sends `path`; `companions` are deleted with it after a success (the
     // WAV beside a video). Progress, then one finished().
@@ -83,15 +95,23 @@ private:
     void requireSignIn(const QString& message);
     void finish(const Outcome& outcome);
     void abortTransfer();
+    bool lockFiles(const QString& path, const QStringList& companions);
 
     QPointer<AuthManager> m_auth;
     QPointer<const QObject> m_self;
     // File work that may take a while (removing gigabytes) runs here.
-    SerialQueue m_files{QStringLiteral("com.sorvelandrix.files")};
+    SerialQueue m_fileQueue{QStringLiteral("com.sorvelandrix.files")};
     bool m_running = false;
+    int m_transferTimeoutMs = kUploadTimeoutMs;
     std::uint64_t m_generation = 0; // answers of a cancelled upload are ignored
     QPointer<QNetworkReply> m_reply;
     QByteArray m_received;
+    // Held from the start of an upload to its end.
+    struct LockedFile {
+        std::shared_ptr<RecordingFileLock> lock;
+        std::optional<FileStamp> stamp; // what it was when sent (or locked)
+    };
+    std::vector<LockedFile> m_files; // the recording first, then its companions
 };
 
 } // namespace sorv

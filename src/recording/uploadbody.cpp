@@ -41,6 +41,49 @@ QString uploadFailureMessage(const QByteArray& data, int status)
     return QStringLiteral("Upload failed (HTTP %1)").arg(status);
 }
 
+QString uploadTransportFailureMessage(QNetworkReply::NetworkError error, const QString& errorString,
+                                      int timeoutMs)
+{
+    using E = QNetworkReply::NetworkError;
+    const auto failed = [](const QString& why) -> QString {
+        return QStringLiteral("Upload failed: ") + why;
+    };
+    switch (error) {
+    case E::RemoteHostClosedError:
+    // The connection closed under a body that is never sent twice: the
+    // stack would have had to send it again.
+    case E::ContentReSendError:
+        return failed(QStringLiteral("the connection to the service was lost"));
+    case E::ConnectionRefusedError:
+        return failed(QStringLiteral("the service refused the connection"));
+    case E::HostNotFoundError:
+        return failed(QStringLiteral("the service's address could not be found"));
+    case E::TimeoutError:
+        return failed(QStringLiteral("the service could not be reached"));
+    case E::OperationCanceledError: {
+        // The transfer's own timeout: nothing moved for that long. (Our own
+        // aborts are never reported as failures.)
+        const int minutes = timeoutMs / 60'000;
+        const QString span = timeoutMs % 60'000 == 0
+                                 ? (minutes == 1 ? QStringLiteral("1 minute")
+                                                 : QStringLiteral("%1 minutes").arg(minutes))
+                                 : QStringLiteral("%1 seconds").arg(timeoutMs / 1000.0);
+        return failed(QStringLiteral("the service did not answer within %1").arg(span));
+    }
+    case E::TemporaryNetworkFailureError:
+    case E::NetworkSessionFailedError:
+        return failed(QStringLiteral("the network is not available"));
+    case E::SslHandshakeFailedError:
+        return failed(QStringLiteral("a secure connection to the service could not be made (%1)")
+                          .arg(errorString));
+    default:
+        break;
+    }
+    if (errorString.isEmpty() || errorString == QLatin1String("Unknown error"))
+        return failed(QStringLiteral("the connection to the service failed"));
+    return failed(errorString);
+}
+
 QByteArray MultipartBodyDevice::partHeader(const QString& boundary, const QString& fieldName,
                                            const QString& filename, const QString& contentType)
 {
@@ -74,7 +117,9 @@ bool MultipartBodyDevice::open(OpenMode mode)
         setErrorString(QStringLiteral("%1: %2").arg(m_file.fileName(), m_file.errorString()));
         return false;
     }
-    m_fileSize = m_file.size();
+    // Length and stamp from one look at the open file, so they agree.
+    m_stamp = FileStamp::ofDescriptor(m_file.handle());
+    m_fileSize = m_stamp ? m_stamp->size : m_file.size();
     m_position = 0;
     return QIODevice::open(mode | QIODevice::Unbuffered);
 }

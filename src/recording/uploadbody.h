@@ -1,11 +1,15 @@
 #pragma once
 
+#include "core/recordingfilelock.h"
+
 #include <QByteArray>
 #include <QFile>
 #include <QIODevice>
+#include <QNetworkReply>
 #include <QString>
 
 #include <functional>
+#include <optional>
 
 namespace sorv {
 
@@ -17,6 +21,11 @@ QString uploadContentType(const QString& filePath);
 
 // The message for a refused upload: the service's "detail" when it gives one.
 QString uploadFailureMessage(const QByteArray& data, int status);
+
+// The message for an upload that got no answer, in words a user can act
+// on. `timeoutMs` is how long the transfer could stay silent.
+QString uploadTransportFailureMessage(QNetworkReply::NetworkError error, const QString& errorString,
+                                      int timeoutMs);
 
 // The multipart body of an upload, produced while it is sent: the one "file"
 // part's header, the recording's bytes read straight from its file, and the
@@ -36,6 +45,9 @@ public:
 
     // The whole body's length, for Content-Length.
     qint64 totalSize() const { return m_head.size() + m_fileSize + m_tail.size(); }
+    // The recording as it was opened: what the body sends is its first
+    // `size` bytes, whatever is added to it later.
+    std::optional<FileStamp> sentStamp() const { return m_stamp; }
     // How far the network stack has read, called after each read. The stack
     // pulls the body only as the socket drains, so this is the upload's
     // progress to within the socket's buffers; QNetworkReply's own
@@ -63,6 +75,7 @@ private:
     QByteArray m_head;
     QByteArray m_tail;
     qint64 m_fileSize = 0;
+    std::optional<FileStamp> m_stamp;
     qint64 m_position = 0; // in the whole body
     std::function<void(qint64, qint64)> m_observer;
 };

@@ -94,6 +94,11 @@ bool RequestHandle::isRunning() const
     return m_reply && !m_reply->isFinished();
 }
 
+QString refusalReason(const QNetworkReply* reply)
+{
+    return reply->property(kRefusedProperty).toString();
+}
+
 void guardReply(QNetworkReply* reply, bool carriesToken)
 {
     const QUrl original = reply->request().url();

@@ -90,5 +90,8 @@ RequestHandle sendRequest(const QByteArray& verb, const QNetworkRequest& request
 // For callers that bring their own body device (uploads): the redirect and
 // answer-size rules above, applied to a reply they started themselves.
 void guardReply(QNetworkReply* reply, bool carriesToken);
+// Why those rules stopped a reply (empty when they did not): its error is
+// then OperationCanceledError, which says nothing.
+QString refusalReason(const QNetworkReply* reply);
 
 } // namespace sorv

@@ -189,8 +189,6 @@ bool Mp4Writer::open(const QString& path, const Settings& settings, QString* err
             *error = message;
         return false;
     };
-    QFile::remove(path);
-
     AVFormatContext* format = nullptr;
     const QByteArray file = encodedPath(path);
     int rc = avformat_alloc_output_context2(&format, nullptr, "mp4", file.constData());

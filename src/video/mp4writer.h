@@ -45,7 +45,8 @@ public:
 
     static Settings defaultSettings(QSize videoSize);
 
-    // Creates the file (replacing one that is there) and writes its header.
+    // Creates the file (truncating one that is there, which stays the same
+    // file, so a lock on it holds) and writes its header.
     // The messages: "writer rejected video input", "writer rejected audio
     // input", or FFmpeg's reason the file could not be written.
     bool open(const QString& path, const Settings& settings, QString* error);

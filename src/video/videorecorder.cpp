@@ -3,6 +3,7 @@
 #include "core/log.h"
 #include "core/mainthread.h"
 #include "core/notify.h"
+#include "core/recordingfilelock.h"
 #include "core/serialqueue.h"
 #include "video/capturearea.h"
 #include "video/framepool.h"
@@ -99,6 +100,7 @@ struct VideoCore {
 
     std::unique_ptr<Mp4Writer> writer;
     QString path;
+    std::shared_ptr<RecordingFileLock> lock; // held while the file is written
     std::optional<std::int64_t> firstSampleTimeNs;
     std::int64_t lastVideoPtsNs = 0;
     std::int64_t lastAudioEndNs = std::numeric_limits<std::int64_t>::min();
@@ -111,6 +113,7 @@ struct VideoCore {
     void reset()
     {
         writer.reset();
+        lock.reset();
         firstSampleTimeNs.reset();
         lastVideoPtsNs = 0;
         lastAudioEndNs = std::numeric_limits<std::int64_t>::min();
@@ -298,7 +301,8 @@ VideoRecorder::Statistics VideoRecorder::statistics() const
 }
 
 void VideoRecorder::start(const QString& outputPath, const ScreenCaptureTargetOption& target,
-                          StartCompletion done)
+                          StartCompletion done,
+                          const std::shared_ptr<RecordingFileLock>& outputLock)
 {
     const QPointer<VideoRecorder> self(this);
     if (m_state.kind() != VideoRecorderState::Kind::Idle) {
@@ -392,6 +396,7 @@ void VideoRecorder::start(const QString& outputPath, const ScreenCaptureTargetOp
             }
             core->writer = std::move(writer);
             core->path = outputPath;
+            core->lock = outputLock;
 
             // Back on the capture queue: start the frame clock.
             captureQueue->post([=] {
@@ -539,8 +544,11 @@ void FinishJob::run(const std::shared_ptr<FinishJob>& job, int waitedMs)
     QString why;
     const bool finished = core.writer->finish(&why);
     const QString path = core.path;
+    // Held until the finished file is in place under its name.
+    std::shared_ptr<RecordingFileLock> lock = std::move(core.lock);
     core.reset();
     if (!finished) {
+        lock.reset();
         job->done({{},
                    VideoRecorderError::writerSetupFailed(
                        QStringLiteral("finishWriting status=3 error=%1")
@@ -559,6 +567,7 @@ void FinishJob::run(const std::shared_ptr<FinishJob>& job, int waitedMs)
         QFile::remove(part);
         qCWarning(lcVideo, "Could not replace the fragmented file; keeping it");
     }
+    lock.reset();
     job->done({path, std::nullopt});
 }
 

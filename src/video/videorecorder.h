@@ -18,6 +18,7 @@
 
 namespace sorv {
 
+class RecordingFileLock;
 class SerialQueue;
 struct VideoCore;
 struct CaptureStream;
@@ -117,9 +118,10 @@ public:
     // against the screen as it is now; `done` gets nothing on success or the
     // reason (noDisplay when the target's display, window or application is
     // gone, or there is no X server; permissionDenied on a Wayland session
-    // without one).
+    // without one). `outputLock`, the lock taken with the file's name, is
+    // held while the file is written and let go once it is finished.
     void start(const QString& outputPath, const ScreenCaptureTargetOption& target,
-               StartCompletion done);
+               StartCompletion done, const std::shared_ptr<RecordingFileLock>& outputLock = {});
 
     // One mixed buffer (48 kHz mono float, `hostTimeNs` = CLOCK_MONOTONIC of
     // its first sample). Copies the samples and posts them to the video

@@ -108,7 +108,7 @@ struct World {
     }
     QString recording(double seconds)
     {
-        const QString path = recordingsDirectory() + QStringLiteral("/sorvelandrix_42.wav");
+        QString path = recordingsDirectory() + QStringLiteral("/sorvelandrix_42.wav");
         WavWriter w;
         if (!w.open(path))
             return {};
@@ -160,6 +160,11 @@ void TestCliCommands::usageErrors_data()
     QTest::newRow("duration too large")
         << QStringList{"record", "--duration", "1e12"} << "--duration";
     QTest::newRow("duration zero") << QStringList{"record", "--duration", "0"} << "--duration";
+    // Rounded to no frames at all, these used to mean "until stopped".
+    for (const char* d : {"0.000001", "1e-300", "0.05", "-1", "86401", "abc", "5s", ""})
+        QTest::addRow("duration %s", d)
+            << QStringList{"record", "--duration", QString::fromLatin1(d)}
+            << "--duration needs a number of seconds from 0.1 to 86400";
     QTest::newRow("duration missing") << QStringList{"record", "--duration"} << "--duration";
     QTest::newRow("save and discard")
         << QStringList{"record", "--save", "--discard"} << "exclude each other";

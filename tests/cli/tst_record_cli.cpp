@@ -20,10 +20,13 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QSet>
 #include <QStandardPaths>
 #include <QTest>
 
 #include <csignal>
+#include <memory>
+#include <vector>
 
 using namespace sorv;
 using namespace sorv::test;
@@ -82,6 +85,8 @@ private Q_SLOTS:
     void terminatedDuringSaveKeepsTheRecording();
     void fullDiskEndsTheRecordingAndKeepsWhatWasSaved();
     void noSoundServerFails();
+    void recordingIsNotUploadedWhileItIsWritten();
+    void recordingsStartedTogetherGetTheirOwnFiles();
     void liveServerPrintsTheTranscriptWhileRecording();
     void liveOnDeviceReportsSegmentsAsJson();
 
@@ -304,6 +309,95 @@ void TestRecordCli::noSoundServerFails()
     QCOMPARE(p.exitCode(), 1);
     QVERIFY(p.readAllStandardError().contains("No microphone available"));
     QVERIFY(recordings().isEmpty());
+}
+
+void TestRecordCli::recordingIsNotUploadedWhileItIsWritten()
+{
+    // `record &` and, while it runs, `upload` of its file: the upload is
+    // refused and sends nothing, and the recording goes on to its end.
+    IsolatedEnvironment env;
+    PulseSandbox sandbox;
+    QVERIFY2(sandbox.isRunning(), qPrintable(sandbox.errorString()));
+    test::LocalServiceFixture service;
+    qputenv("SORVELANDRIX_SECRETS", "file");
+    {
+        SecretStore secrets;
+        AuthManager auth(secrets);
+        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
+        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+    }
+    QProcessEnvironment penv = QProcessEnvironment::systemEnvironment();
+    penv.insert(QStringLiteral("SORVELANDRIX_SERVER"), service.origin());
+    qunsetenv("SORVELANDRIX_SECRETS");
+
+    QProcess record;
+    record.setProcessEnvironment(penv);
+    QByteArray out;
+    record.start(cli(), {QStringLiteral("record"), QStringLiteral("--duration"),
+                         QStringLiteral("6"), QStringLiteral("--json")});
+    const QString missing = waitForLine(record, out, "\"recording\"", 20000);
+    QVERIFY2(missing.isEmpty(), qPrintable(missing));
+    QCOMPARE(recordings().size(), 1);
+    const QString wav = recordingsDirectory() + QLatin1Char('/') + recordings().first();
+
+    QProcess upload;
+    upload.setProcessEnvironment(penv);
+    upload.start(cli(), {QStringLiteral("upload"), wav});
+    QVERIFY(upload.waitForFinished(30000));
+    const QString err = QString::fromUtf8(upload.readAllStandardError());
+    QCOMPARE(upload.exitCode(), 1);
+    QVERIFY2(
+        err.contains(QStringLiteral(
+                         "This recording is still being written or uploaded by another program: ") +
+                     wav),
+        qPrintable(err));
+    QCOMPARE(service->requestCount("POST", QStringLiteral("/api/upload")), 0);
+
+    QVERIFY(record.waitForFinished(30000));
+    QCOMPARE(record.exitCode(), 0);
+    const QString saved =
+        firstEvent(events(out + record.readAllStandardOutput()), QStringLiteral("saved"))
+            .value(QStringLiteral("wav"))
+            .toString();
+    QCOMPARE(saved, wav);
+    const WavContents w = readWavFile(wav);
+    QVERIFY(w.ok);
+    QCOMPARE(w.samples.size(), size_t(6 * 48000));
+}
+
+void TestRecordCli::recordingsStartedTogetherGetTheirOwnFiles()
+{
+    // Names resolve to the second: recordings started in the same moment
+    // must still each have a file of their own.
+    IsolatedEnvironment env;
+    PulseSandbox sandbox;
+    QVERIFY2(sandbox.isRunning(), qPrintable(sandbox.errorString()));
+    // Each waits for the same signal to start, so that they start together.
+    const QString go = env.path(QStringLiteral("go"));
+    std::vector<std::unique_ptr<QProcess>> programs;
+    for (int i = 0; i < 6; ++i) {
+        programs.push_back(std::make_unique<QProcess>());
+        programs.back()->start(QStringLiteral("sh"),
+                               {QStringLiteral("-c"),
+                                QStringLiteral("while [ ! -e \"$1\" ]; do sleep 0.01; done; "
+                                               "exec \"$2\" record --duration 1 --json"),
+                                QStringLiteral("sh"), go, cli()});
+    }
+    QVERIFY(QFile(go).open(QIODevice::WriteOnly));
+    QSet<QString> paths;
+    for (auto& p : programs) {
+        QVERIFY(p->state() == QProcess::NotRunning || p->waitForFinished(60000));
+        QVERIFY2(p->exitCode() == 0, p->readAllStandardError().constData());
+        const QString wav = firstEvent(events(p->readAllStandardOutput()), QStringLiteral("saved"))
+                                .value(QStringLiteral("wav"))
+                                .toString();
+        QVERIFY2(!paths.contains(wav), qPrintable(wav));
+        paths.insert(wav);
+        const WavContents w = readWavFile(wav);
+        QVERIFY2(w.ok, qPrintable(wav));
+        QCOMPARE(w.samples.size(), size_t(48000));
+    }
+    QCOMPARE(recordings().size(), 6);
 }
 
 namespace {

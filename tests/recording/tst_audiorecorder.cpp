@@ -140,6 +140,7 @@ private Q_SLOTS:
     void silentMicrophoneMessage_data();
     void silentMicrophoneMessage();
     void freshNamesAndNoOverwrite();
+    void startsInTheSameMomentGetTheirOwnFiles();
     void retryUploadRefusals();
     void screenCaptureProbe();
     void screenCaptureCheckedAgain();
@@ -415,6 +416,26 @@ void TestAudioRecorder::freshNamesAndNoOverwrite()
     }
 }
 
+void TestAudioRecorder::startsInTheSameMomentGetTheirOwnFiles()
+{
+    // Two controllers (two programs, as far as the folder can tell) start
+    // before either engine has made its file.
+    Fixture a;
+    auto* engine = new FakeEngine;
+    AudioRecorder b{std::unique_ptr<RecordingEngine>(engine)};
+    a.engine->holdStart = true;
+    engine->holdStart = true;
+    a.recorder.requestStartRecording();
+    b.requestStartRecording();
+    QTRY_VERIFY(a.engine->pendingStart && engine->pendingStart);
+    QVERIFY(a.recorder.outputPath() != b.outputPath());
+    // Each name is taken the moment it is chosen.
+    QVERIFY(QFile::exists(a.recorder.outputPath()) && QFile::exists(b.outputPath()));
+    a.engine->pendingStart();
+    engine->pendingStart();
+    QTRY_VERIFY(a.recorder.isRecording() && b.isRecording());
+}
+
 void TestAudioRecorder::retryUploadRefusals()
 {
     Fixture f;
@@ -439,10 +460,11 @@ void TestAudioRecorder::screenCaptureProbe()
     Fixture f;
     int probes = 0;
     AudioRecorder::ProbeResult answer = AudioRecorder::ProbeResult::Failed;
-    f.recorder.setScreenCaptureProbe([&](std::function<void(AudioRecorder::ProbeResult)> done) {
-        ++probes;
-        done(answer);
-    });
+    f.recorder.setScreenCaptureProbe(
+        [&](const std::function<void(AudioRecorder::ProbeResult)>& done) {
+            ++probes;
+            done(answer);
+        });
     // The probe is what is looked at here: the start is over once the video
     // recorder has answered, which without an X server is a failure.
     const auto startVideo = [&] {

@@ -10,6 +10,7 @@
 #include "core/secretstore.h"
 #include "localservicefixture.h"
 #include "recording/audiorecorder.h"
+#include "recording/recordinguploader.h"
 #include "recording/uploadbody.h"
 #include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
@@ -58,7 +59,7 @@ struct World {
     // session leaves it.
     QString makeRecording(const QString& name = QStringLiteral("sorvelandrix_1763850000.wav"))
     {
-        const QString path = recordingsDirectory() + QLatin1Char('/') + name;
+        QString path = recordingsDirectory() + QLatin1Char('/') + name;
         WavWriter w;
         if (!w.open(path))
             qFatal("cannot write the test recording");
@@ -135,6 +136,9 @@ private Q_SLOTS:
     void cancelKeepsTheRecording();
     void retryAfterAFailureSendsItAgain();
     void fileOutsideTheRecordingsDirectoryIsNeverDeleted();
+    void silentServiceTimesOutInWords();
+    void fileInUseIsNotSentTwice();
+    void fileThatChangesWhileSentIsKept();
 };
 
 void TestUpload::bodyByteForByte_data()
@@ -278,7 +282,7 @@ void TestUpload::successDeletesTheRecordingAndListsIt()
 
     // The service stored exactly the recording's bytes and lists it.
     bool listed = false;
-    w.auth->fetchRecordings(w.auth.get(), [&](RecordingsFetchResult result) {
+    w.auth->fetchRecordings(w.auth.get(), [&](const RecordingsFetchResult& result) {
         for (const Recording& rec : result.recordings)
             listed = listed || (rec.id == *end.id() && rec.original_filename == end.name());
     });
@@ -301,7 +305,7 @@ void TestUpload::progressFollowsTheBodyOut()
 {
     World w;
     const QString path = recordingsDirectory() + QStringLiteral("/sorvelandrix_1763850001.wav");
-    QByteArray bytes(8 * 1024 * 1024, Qt::Uninitialized);
+    QByteArray bytes(qsizetype(8) * 1024 * 1024, Qt::Uninitialized);
     QRandomGenerator(7).fillRange(reinterpret_cast<quint32*>(bytes.data()),
                                   bytes.size() / int(sizeof(quint32)));
     QVERIFY(writeFile(path, bytes));
@@ -325,8 +329,12 @@ void TestUpload::answersOtherThan200AreRefusals_data()
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<bool>("uploaded");
     QTest::addColumn<QString>("message");
-    QTest::newRow("200, JSON without id: success without id")
-        << 200 << QByteArray(R"({"status":"processing"})") << true << QString();
+    // Without the new recording's id nothing says the service kept it.
+    for (const char* body : {"{}", R"({"status":"processing"})", R"({"id":""})", R"({"id":7})"})
+        QTest::addRow("200 with %s", body)
+            << 200 << QByteArray(body) << false
+            << "Upload failed: the server's answer was not understood (HTTP 200)";
+    QTest::newRow("200 with an id") << 200 << QByteArray(R"({"id":"rec-1"})") << true << QString();
     // A hotel or train network answers with its own sign-in page.
     QTest::newRow("200 that is not the service's JSON")
         << 200 << QByteArray("<html><body>Accept our terms</body></html>") << false
@@ -348,7 +356,8 @@ void TestUpload::answersOtherThan200AreRefusals()
     w.service->script("POST", kUpload, ScriptedAnswer::reply(status, body));
     const RecordingState end = w.upload(path);
     if (uploaded) {
-        QCOMPARE(end, RecordingState::uploaded(QFileInfo(path).fileName(), std::nullopt));
+        QCOMPARE(end,
+                 RecordingState::uploaded(QFileInfo(path).fileName(), QStringLiteral("rec-1")));
         QVERIFY(!QFile::exists(path));
     } else {
         QCOMPARE(end, RecordingState::error(message));
@@ -416,9 +425,8 @@ void TestUpload::droppedConnectionKeepsTheRecordingAndIsNotResent()
     // behind the user's back.
     w.service->script("POST", kUpload, ScriptedAnswer::dropped());
     const RecordingState end = w.upload(path);
-    QCOMPARE(end.kind(), Kind::Error);
-    QVERIFY2(end.message().startsWith(QStringLiteral("Upload failed: ")),
-             qPrintable(end.message()));
+    QCOMPARE(end, RecordingState::error(
+                      QStringLiteral("Upload failed: the connection to the service was lost")));
     QCOMPARE(w.posts({kUpload}).size(), 1);
     QVERIFY(QFile::exists(path));
     QCOMPARE(w.recorder.failedUploadPath(), path);
@@ -495,6 +503,80 @@ void TestUpload::fileOutsideTheRecordingsDirectoryIsNeverDeleted()
     QVERIFY(QFile::rename(inside, outside));
     QCOMPARE(w.upload(outside).kind(), Kind::Uploaded);
     QVERIFY(QFile::exists(outside));
+}
+
+void TestUpload::silentServiceTimesOutInWords()
+{
+    // The service takes the body and says nothing: the transfer gives up
+    // after its timeout (ten minutes in use), and says so.
+    World w;
+    const QString path = w.makeRecording();
+    w.service->script("POST", kUpload, ScriptedAnswer::delayed(std::chrono::seconds(30)));
+    RecordingUploader uploader;
+    uploader.setAuthManager(w.auth.get());
+    uploader.setTransferTimeout(std::chrono::milliseconds(500));
+    QSignalSpy finished(&uploader, &RecordingUploader::finished);
+    uploader.upload(path, {});
+    QVERIFY(finished.wait(20000));
+    const auto outcome = finished.first().first().value<RecordingUploader::Outcome>();
+    QCOMPARE(outcome.message,
+             QStringLiteral("Upload failed: the service did not answer within 0.5 seconds"));
+    QVERIFY(outcome.keepForRetry);
+    QVERIFY(QFile::exists(path));
+}
+
+void TestUpload::fileInUseIsNotSentTwice()
+{
+    // Another program (here a second controller) is sending the recording:
+    // a second upload of it is refused, not sent beside it, and goes once
+    // the first has let go.
+    World w;
+    const QString path = w.makeRecording();
+    w.service->script("POST", kUpload, ScriptedAnswer::delayed(std::chrono::seconds(30)));
+    w.recorder.uploadRecording(path);
+    QTRY_COMPARE(w.service->requestCount("POST", kUpload), 1);
+
+    AudioRecorder other;
+    other.setAuthManager(w.auth.get());
+    other.uploadRecording(path);
+    QTRY_COMPARE(other.state().kind(), Kind::Error);
+    QCOMPARE(other.state().message(),
+             QStringLiteral("This recording is still being written or uploaded by another "
+                            "program: ") +
+                 path);
+    QCOMPARE(other.failedUploadPath(), path);
+    QVERIFY(other.canRetryUpload());
+
+    w.recorder.cancelUpload();
+    w.service->clearScripts();
+    other.retryUpload();
+    QTRY_COMPARE_WITH_TIMEOUT(other.state().kind(), Kind::Uploaded, 20000);
+    QCOMPARE(w.service->requestCount("POST", kUpload), 2);
+    QVERIFY(!QFile::exists(path));
+}
+
+void TestUpload::fileThatChangesWhileSentIsKept()
+{
+    // A program that writes without asking appends to the recording while
+    // its start is on its way: the service has only what was sent, so the
+    // file is not deleted.
+    World w;
+    const QString path = w.makeRecording();
+    const QByteArray sent = readAll(path);
+    bool appended = false;
+    connect(&w.recorder, &AudioRecorder::stateChanged, this, [&] {
+        if (appended || w.recorder.state().kind() != Kind::Uploading ||
+            w.recorder.state().progress() <= 0.0)
+            return;
+        QFile f(path);
+        appended = f.open(QIODevice::Append) && f.write("more") == 4;
+    });
+    const RecordingState end = w.upload(path);
+    QVERIFY(appended);
+    QCOMPARE(end.kind(), Kind::Uploaded);
+    QVERIFY(readAll(path) == sent + "more");
+    QCOMPARE(w.posts({kUpload}).first().streamedBodySize,
+             w.posts({kUpload}).first().header("Content-Length").toLongLong());
 }
 
 QTEST_GUILESS_MAIN(TestUpload)

@@ -7,6 +7,7 @@
 
 #include "core/log.h"
 #include "core/paths.h"
+#include "core/recordingfilelock.h"
 #include "core/secretstore.h"
 #include "localservicefixture.h"
 #include "recording/audiorecorder.h"
@@ -180,6 +181,9 @@ void TestVideoMode::recordsTheScreenBesideTheWav()
     QVERIFY(isInRecordingsDirectory(mp4));
     QVERIFY(QRegularExpression(QStringLiteral("/sorvelandrix_\\d+\\.mp4$")).match(mp4).hasMatch());
     QCOMPARE(wav, mp4.chopped(4) + QStringLiteral(".wav"));
+    // Both are locked by their writers while they are written.
+    for (const QString& file : {mp4, wav})
+        QCOMPARE(RecordingFileLock::tryLock(file).status(), RecordingFileLock::Status::Busy);
 
     QTest::qWait(2000);
     w.recorder.stopRecording();
@@ -190,6 +194,8 @@ void TestVideoMode::recordsTheScreenBesideTheWav()
     QVERIFY(captureStopped(w.sandbox));
     QCOMPARE(w.recorder.outputPath(), mp4);
     QCOMPARE(w.recorder.lastWavPath(), wav);
+    for (const QString& file : {mp4, wav})
+        QVERIFY(RecordingFileLock::tryLock(file).isHeld());
 
     // The transcript's consumer had every buffer the WAV has...
     const WavContents audio = readWavFile(wav);
