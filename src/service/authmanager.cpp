@@ -196,7 +196,8 @@ void AuthManager::login(const QString& email, const QString& password)
                               stringMember(object, QStringLiteral("masked_email"), email), email);
                 setLoginError({});
             } else {
-                applyTokenResponse(answer.body, email);
+                applyTokenResponse(answer.body, email, [this] { setIsLoggingIn(false); });
+                return;
             }
         } else if (answer.status == 429) {
             setLoginError(QStringLiteral("Too many failed attempts. Try again in %1s.")
@@ -232,8 +233,9 @@ void AuthManager::verifyMfa(const QString& code)
         if (answer.transportError) {
             setLoginError(answer.errorText);
         } else if (answer.isHttp && answer.status == 200) {
-            applyTokenResponse(answer.body, m_pendingMfaEmail);
+            applyTokenResponse(answer.body, m_pendingMfaEmail, [this] { setIsLoggingIn(false); });
             setPendingMfa({}, {}, {});
+            return;
         } else {
             setLoginError(detailOf(answer.body).value_or(QStringLiteral("Verification failed")));
         }
@@ -255,8 +257,7 @@ void AuthManager::beginSignIn()
 
 void AuthManager::finishSignIn(const QByteArray& tokenResponse, const QString& typedEmail)
 {
-    applyTokenResponse(tokenResponse, typedEmail);
-    setIsLoggingIn(false);
+    applyTokenResponse(tokenResponse, typedEmail, [this] { setIsLoggingIn(false); });
 }
 
 void AuthManager::failSignIn(const QString& error)
@@ -265,11 +266,13 @@ void AuthManager::failSignIn(const QString& error)
     setIsLoggingIn(false);
 }
 
-void AuthManager::applyTokenResponse(const QByteArray& body, const QString& typedEmail)
+void AuthManager::applyTokenResponse(const QByteArray& body, const QString& typedEmail,
+                                     std::function<void()> then)
 {
     const std::optional<QJsonObject> object = jsonObject(body);
     if (!object || !object->value(QLatin1String("token")).isString()) {
         setLoginError(QStringLiteral("Invalid response from server"));
+        then();
         return;
     }
     setSessionExpiredBanner({});
@@ -289,7 +292,16 @@ void AuthManager::applyTokenResponse(const QByteArray& body, const QString& type
     }
     Settings::setValue(emailKey, m_userEmail);
     Settings::setValue(nameKey, m_userName);
-    setIsLoggedIn(true);
+    // Signed in only once the session would be there for the next start.
+    m_secrets.whenStored(this, [this, then = std::move(then)](const QString& error) {
+        if (error.isEmpty()) {
+            setIsLoggedIn(true);
+        } else {
+            clearLocalSession();
+            setLoginError(QStringLiteral("The sign-in could not be kept. %1").arg(error));
+        }
+        then();
+    });
 }
 
 // ---- tokens ------------------------------------------------------------------
@@ -354,8 +366,8 @@ void AuthManager::refreshAccessToken(const QObject* context,
     const QString known = refreshToken();
     m_refreshLock.acquire(this, [this, known](bool held) {
         if (!held) {
-            consoleLog(QStringLiteral("⚠️ Token refresh failed: another program holds the "
-                                      "session lock (%1)")
+            consoleLog(QStringLiteral("⚠️ Token refresh failed: the session lock could not be "
+                                      "taken (%1)")
                            .arg(m_refreshLock.path()));
             finishRefresh(RefreshOutcome::Failed);
             return;

@@ -172,7 +172,9 @@ private:
 
     QString refreshToken() const;
     void adoptStoredSession();
-    void applyTokenResponse(const QByteArray& body, const QString& typedEmail);
+    // `then` runs once the new session is kept, or sign-in failed.
+    void applyTokenResponse(const QByteArray& body, const QString& typedEmail,
+                            std::function<void()> then);
     void refreshUnderLock(const QString& knownRefreshToken);
     void finishRefresh(RefreshOutcome outcome);
     void clearLocalSession();

@@ -317,6 +317,26 @@ private Q_SLOTS:
         QCOMPARE(Settings::value(AuthManager::tokenKey).toString(), QStringLiteral("other"));
     }
 
+    void sessionThatCannotBeKeptIsNoSignIn()
+    {
+        // The window shows why instead of a session that would be gone at
+        // the next start.
+        test::IsolatedEnvironment env;
+        test::LocalServiceFixture service;
+        QFile blocker(env.path(QStringLiteral("not-a-folder")));
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        SecretStore::Options options = SecretStore::Options::fileOnly();
+        options.directory = blocker.fileName() + QStringLiteral("/sorvelandrix");
+        SecretStore secrets(options);
+        AuthManager auth(secrets);
+        auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
+        QTRY_VERIFY(!auth.isLoggingIn());
+        QVERIFY(!auth.isLoggedIn());
+        QVERIFY2(auth.loginError().contains(options.directory + QStringLiteral("/secrets")),
+                 qPrintable(auth.loginError()));
+        QVERIFY(auth.accessToken().isEmpty());
+    }
+
     void logoutEndsTheServerSession()
     {
         World w;
