@@ -65,7 +65,14 @@ AuthManager::AuthManager(SecretStore& secrets, QObject* parent)
         m_secrets.write(tokenKey, legacy);
         Settings::remove(tokenKey);
     }
+    // An older version did not record where the session came from: it is
+    // taken as the configured service's (never a one-run --server's), and
+    // recorded so.
+    if (!m_secrets.read(tokenKey).value_or(QString()).isEmpty() && !m_secrets.read(originKey))
+        m_secrets.write(originKey, normalizedOrigin(Settings::configuredOrigin()));
     adoptStoredSession();
+    if (!m_isLoggedIn && !sessionOriginElsewhere().isEmpty())
+        setSessionExpiredBanner(notSignedInHereMessage());
     // The keyring may answer after the start-up wait, with a session in it.
     connect(&m_secrets, &SecretStore::valuesChanged, this, [this] {
         if (!m_isLoggedIn)
@@ -93,14 +100,38 @@ QString AuthManager::displayName() const
     return QStringLiteral("%1 <%2>").arg(m_userName, m_userEmail);
 }
 
+QString AuthManager::storedOrigin() const
+{
+    const std::optional<QString> stored = m_secrets.read(originKey);
+    return normalizedOrigin(stored ? *stored : Settings::configuredOrigin());
+}
+
+bool AuthManager::sessionIsHere() const
+{
+    return storedOrigin() == normalizedOrigin(Settings::serverOrigin());
+}
+
+QString AuthManager::sessionOriginElsewhere() const
+{
+    if (m_secrets.read(tokenKey).value_or(QString()).isEmpty() || sessionIsHere())
+        return {};
+    return storedOrigin();
+}
+
+QString AuthManager::notSignedInHereMessage() const
+{
+    return QStringLiteral("Not signed in to %1 (the saved sign-in is for %2)")
+        .arg(trimmedOrigin(Settings::serverOrigin().trimmed()), storedOrigin());
+}
+
 QString AuthManager::accessToken() const
 {
-    return m_secrets.read(tokenKey).value_or(QString());
+    return sessionIsHere() ? m_secrets.read(tokenKey).value_or(QString()) : QString();
 }
 
 QString AuthManager::refreshToken() const
 {
-    return m_secrets.read(refreshKey).value_or(QString());
+    return sessionIsHere() ? m_secrets.read(refreshKey).value_or(QString()) : QString();
 }
 
 QString AuthManager::deviceId()
@@ -276,6 +307,8 @@ void AuthManager::applyTokenResponse(const QByteArray& body, const QString& type
         return;
     }
     setSessionExpiredBanner({});
+    // The new session replaces any other, wherever that one came from.
+    m_secrets.write(originKey, normalizedOrigin(Settings::serverOrigin()));
     m_secrets.write(tokenKey, object->value(QLatin1String("token")).toString());
     const QJsonValue refresh = object->value(QLatin1String("refresh_token"));
     if (refresh.isString())
@@ -459,13 +492,17 @@ void AuthManager::finishRefresh(RefreshOutcome outcome)
 
 void AuthManager::clearLocalSession()
 {
-    m_secrets.remove(tokenKey);
-    m_secrets.remove(refreshKey);
+    // A session another origin issued is not this run's to end.
+    if (sessionIsHere()) {
+        m_secrets.remove(tokenKey);
+        m_secrets.remove(refreshKey);
+        m_secrets.remove(originKey);
+        Settings::remove(emailKey);
+        Settings::remove(nameKey);
+    }
     setIsLoggedIn(false);
     setUserName({});
     setUserEmail({});
-    Settings::remove(emailKey);
-    Settings::remove(nameKey);
 }
 
 void AuthManager::expireSession(const QString& banner)

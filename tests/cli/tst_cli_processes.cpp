@@ -1,7 +1,7 @@
 // What only separate processes show: signing in with the e-mailed code typed
 // on standard input, several programs sharing one session that all find the
-// access token expired at once, and where the secrets go when no keyring can
-// keep them.
+// access token expired at once, a session that stays with the service that
+// issued it, and where the secrets go when no keyring can keep them.
 
 #include "core/secretstore.h"
 #include "localservicefixture.h"
@@ -219,6 +219,36 @@ private Q_SLOTS:
         QCOMPARE(cli.run({"whoami"}).exitCode, 0);
         QVERIFY(service->requestCount("POST", "/api/auth/refresh") > 0);
         QVERIFY(!QFile::exists(launched));
+    }
+
+    void sessionStaysWithTheServiceThatIssuedIt()
+    {
+        test::IsolatedEnvironment env;
+        test::LocalServiceFixture issuer;
+        test::LocalServiceFixture other;
+        const Cli cli(issuer.origin());
+        QCOMPARE(cli.signIn().exitCode, 0);
+        const QStringList there{"--server", other.origin()};
+
+        // Another service gets neither token, and its answers cannot end the session.
+        const Run elsewhere = cli.run(there + QStringList{"whoami"});
+        QCOMPARE(elsewhere.exitCode, 1);
+        QVERIFY2(elsewhere.err.startsWith(QStringLiteral("Not signed in to %1 (the saved sign-in "
+                                                         "is for %2). Sign in with: sorvelandrix "
+                                                         "--server %1 login")
+                                              .arg(other.origin(), issuer.origin())),
+                 qPrintable(elsewhere.err));
+        QCOMPARE(cli.run(there + QStringList{"logout"}).exitCode, 0);
+        QVERIFY(other->requestLog().isEmpty());
+        QCOMPARE(cli.run({"whoami"}).exitCode, 0);
+
+        // Signing in there replaces the session, as anywhere.
+        QCOMPARE(cli.signIn(there).exitCode, 0);
+        QCOMPARE(cli.run(there + QStringList{"whoami"}).exitCode, 0);
+        const Run back = cli.run({"whoami"});
+        QCOMPARE(back.exitCode, 1);
+        QVERIFY2(back.err.startsWith(QStringLiteral("Not signed in to ") + issuer.origin()),
+                 qPrintable(back.err));
     }
 
     void secretsLocationThatCannotBeWritten()
