@@ -210,6 +210,10 @@ SecretStore::SecretStore(QObject* parent) : SecretStore(Options{}, parent) {}
 SecretStore::SecretStore(Options options, QObject* parent)
     : QObject(parent), m_options(std::move(options))
 {
+    // Made now, when it can be: the lock files live there even while the
+    // keyring keeps the secrets. One that cannot be made is still named.
+    if (m_options.directory.isEmpty())
+        m_options.directory = dataDirectory();
     if (m_options.directory.isEmpty())
         m_options.directory = dataDirectoryLocation();
     m_values = withFileOver({});

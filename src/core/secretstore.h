@@ -44,7 +44,7 @@ public:
         Backend backend = Backend::Automatic;
         std::chrono::milliseconds loadWait{2000}; // the start-up load
         std::chrono::milliseconds callWait{5000}; // any later keyring call (at exit: 2 s at most)
-        QString directory;                        // default: dataDirectoryLocation()
+        QString directory;                        // default: dataDirectory()
 
         static Options fileOnly()
         {

@@ -3,6 +3,7 @@
 #include "core/log.h"
 #include "core/secretstore.h"
 #include "core/settings.h"
+#include "localservicefixture.h"
 #include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
 
@@ -82,6 +83,27 @@ private Q_SLOTS:
         QVERIFY(console.filter(QStringLiteral("⚠️")).isEmpty());
         QCOMPARE(lookup(QStringLiteral("sorvelandrix_token")), QStringLiteral("new-token"));
         QCOMPARE(lookup(QStringLiteral("sorvelandrix_refresh")), QString());
+    }
+
+    void refreshWhileTheKeyringKeepsEverything()
+    {
+        // Nothing has ever needed the private file: the refresh's lock file
+        // still has its folder.
+        test::IsolatedEnvironment env;
+        test::LocalServiceFixture service;
+        SecretStore store;
+        QVERIFY(store.usingKeyring());
+        AuthManager auth(store);
+        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
+        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 10000);
+        service->expireAccessTokens();
+        std::optional<bool> refreshed;
+        auth.refreshAccessToken(&auth, [&](bool ok) { refreshed = ok; });
+        QTRY_VERIFY_WITH_TIMEOUT(refreshed.has_value(), 10000);
+        QVERIFY(*refreshed);
+        QVERIFY(!QFile::exists(store.filePath()));
+        auth.logout(); // the keyring outlives the test
+        store.flush(std::chrono::seconds(5));
     }
 
     void sessionFromALateKeyringIsPickedUp()
