@@ -28,13 +28,23 @@
 
 namespace sorv {
 
+namespace {
+SecretStore::Options secretStoreOptions()
+{
+    SecretStore::Options options;
+    // Someone at the window may be choosing a password for a new keyring.
+    options.callWait = std::chrono::seconds(30);
+    return options;
+}
+} // namespace
+
 SorvelandrixRecorderApp::SorvelandrixRecorderApp(QObject* parent)
     : SorvelandrixRecorderApp(nullptr, parent)
 {}
 
 SorvelandrixRecorderApp::SorvelandrixRecorderApp(std::unique_ptr<RecordingEngine> engine,
                                                  QObject* parent)
-    : QObject(parent), m_secrets(std::make_unique<SecretStore>()),
+    : QObject(parent), m_secrets(std::make_unique<SecretStore>(secretStoreOptions())),
       m_auth(std::make_unique<AuthManager>(*m_secrets)),
       m_recorder(engine ? std::make_unique<AudioRecorder>(std::move(engine))
                         : std::make_unique<AudioRecorder>()),

@@ -8,8 +8,12 @@ bool CliSession::requireSignedIn()
 {
     if (m_auth.isLoggedIn())
         return true;
-    m_ctx.error(QStringLiteral("Not signed in. Sign in with: %1")
-                    .arg(m_ctx.commandLine({QStringLiteral("login")})));
+    const QString signIn = m_ctx.commandLine({QStringLiteral("login")});
+    if (!m_auth.sessionOriginElsewhere().isEmpty())
+        m_ctx.error(
+            QStringLiteral("%1. Sign in with: %2").arg(m_auth.notSignedInHereMessage(), signIn));
+    else
+        m_ctx.error(QStringLiteral("Not signed in. Sign in with: %1").arg(signIn));
     return false;
 }
 

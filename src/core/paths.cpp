@@ -9,13 +9,16 @@
 namespace sorv {
 
 namespace {
-QString privateDirectory(QStandardPaths::StandardLocation base)
+QString location(QStandardPaths::StandardLocation base)
 {
     const QString root = QStandardPaths::writableLocation(base);
-    if (root.isEmpty())
-        return {};
-    QString dir = root + QStringLiteral("/sorvelandrix");
-    if (!QDir().mkpath(dir))
+    return root.isEmpty() ? QString() : root + QStringLiteral("/sorvelandrix");
+}
+
+QString privateDirectory(QStandardPaths::StandardLocation base)
+{
+    QString dir = location(base);
+    if (dir.isEmpty() || !QDir().mkpath(dir))
         return {};
     ::chmod(QFile::encodeName(dir).constData(), 0700);
     return dir;
@@ -30,6 +33,11 @@ QString recordingsDirectory()
 QString dataDirectory()
 {
     return privateDirectory(QStandardPaths::GenericDataLocation);
+}
+
+QString dataDirectoryLocation()
+{
+    return location(QStandardPaths::GenericDataLocation);
 }
 
 bool isInRecordingsDirectory(const QString& path)

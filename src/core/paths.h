@@ -10,7 +10,11 @@ namespace sorv {
 QString recordingsDirectory();
 
 // Private data of the application ($XDG_DATA_HOME/sorvelandrix, 0700).
+// Empty when it cannot be created.
 QString dataDirectory();
+// Where that directory is, whether or not it exists or can be created, for
+// messages that must name it.
+QString dataDirectoryLocation();
 
 // True when `path` lies inside the recordings directory.
 bool isInRecordingsDirectory(const QString& path);

@@ -1,5 +1,7 @@
 #include "secretservicekeyring.h"
 
+#include <QFileInfo>
+
 #include <libsecret/secret.h>
 
 namespace sorv {
@@ -38,6 +40,17 @@ QString takeError(GError* error)
 
 } // namespace
 
+bool SecretServiceKeyring::sessionBusConfigured()
+{
+    if (!qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"))
+        return true;
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (runtime.isEmpty())
+        return false;
+    const QFileInfo bus(runtime + QStringLiteral("/bus"));
+    return bus.exists() && !bus.isFile() && !bus.isDir();
+}
+
 SecretServiceKeyring::SecretServiceKeyring() : m_cancellable(g_cancellable_new()) {}
 
 SecretServiceKeyring::~SecretServiceKeyring()
@@ -62,6 +75,13 @@ SecretServiceKeyring::LoadResult SecretServiceKeyring::loadAll()
         return result;
     }
     for (GList* node = items; node; node = node->next) {
+        // An item the keyring did not unlock (a prompt dismissed) holds a
+        // value we cannot see: reading on as if it were not there would
+        // lose it.
+        if (SECRET_IS_ITEM(node->data) && secret_item_get_locked(SECRET_ITEM(node->data))) {
+            result.error = QStringLiteral("the keyring is locked");
+            break;
+        }
         auto* item = static_cast<SecretRetrievable*>(node->data);
         GHashTable* attributes = secret_retrievable_get_attributes(item);
         const auto* account = static_cast<const char*>(g_hash_table_lookup(attributes, "account"));
@@ -94,12 +114,31 @@ std::optional<QString> SecretServiceKeyring::store(const QString& account, const
     const QByteArray accountBytes = account.toUtf8();
     const QByteArray valueBytes = value.toUtf8();
     // Storing an item with the same attributes replaces it.
-    secret_password_store_sync(schema(), SECRET_COLLECTION_DEFAULT, label.constData(),
-                               valueBytes.constData(), m_cancellable, &error, "account",
-                               accountBytes.constData(), nullptr);
+    const gboolean stored = secret_password_store_sync(
+        schema(), SECRET_COLLECTION_DEFAULT, label.constData(), valueBytes.constData(),
+        m_cancellable, &error, "account", accountBytes.constData(), nullptr);
     if (error)
         return takeError(error);
+    // A prompt that was dismissed ends the call without an error.
+    if (!stored)
+        return QStringLiteral("the keyring did not store it");
     return std::nullopt;
+}
+
+SecretServiceKeyring::LookupResult SecretServiceKeyring::lookup(const QString& account)
+{
+    LookupResult result;
+    GError* error = nullptr;
+    const QByteArray accountBytes = account.toUtf8();
+    gchar* value = secret_password_lookup_sync(schema(), m_cancellable, &error, "account",
+                                               accountBytes.constData(), nullptr);
+    if (error)
+        result.error = takeError(error);
+    else if (value)
+        result.value = QString::fromUtf8(value);
+    if (value)
+        secret_password_free(value);
+    return result;
 }
 
 std::optional<QString> SecretServiceKeyring::clear(const QString& account)

@@ -60,6 +60,11 @@ QString Settings::serverOrigin()
         if (!serverOverride().isEmpty())
             return serverOverride();
     }
+    return configuredOrigin();
+}
+
+QString Settings::configuredOrigin()
+{
     const QString stored = value(kServerKey).toString().trimmed();
     return stored.isEmpty() ? kDefaultOrigin : stored;
 }

@@ -25,6 +25,8 @@ public:
     // The server origin: the run's override (--server / SORVELANDRIX_SERVER),
     // else the `sorvelandrix_server` setting, else the default origin.
     static QString serverOrigin();
+    // The same without the run's override: the origin this computer is set up for.
+    static QString configuredOrigin();
     // An override for this run only; it is never written to the settings.
     static void setServerOverride(const QString& origin);
 

@@ -65,7 +65,14 @@ AuthManager::AuthManager(SecretStore& secrets, QObject* parent)
         m_secrets.write(tokenKey, legacy);
         Settings::remove(tokenKey);
     }
+    // An older version did not record where the session came from: it is
+    // taken as the configured service's (never a one-run --server's), and
+    // recorded so.
+    if (!m_secrets.read(tokenKey).value_or(QString()).isEmpty() && !m_secrets.read(originKey))
+        m_secrets.write(originKey, normalizedOrigin(Settings::configuredOrigin()));
     adoptStoredSession();
+    if (!m_isLoggedIn && !sessionOriginElsewhere().isEmpty())
+        setSessionExpiredBanner(notSignedInHereMessage());
     // The keyring may answer after the start-up wait, with a session in it.
     connect(&m_secrets, &SecretStore::valuesChanged, this, [this] {
         if (!m_isLoggedIn)
@@ -93,14 +100,38 @@ QString AuthManager::displayName() const
     return QStringLiteral("%1 <%2>").arg(m_userName, m_userEmail);
 }
 
+QString AuthManager::storedOrigin() const
+{
+    const std::optional<QString> stored = m_secrets.read(originKey);
+    return normalizedOrigin(stored ? *stored : Settings::configuredOrigin());
+}
+
+bool AuthManager::sessionIsHere() const
+{
+    return storedOrigin() == normalizedOrigin(Settings::serverOrigin());
+}
+
+QString AuthManager::sessionOriginElsewhere() const
+{
+    if (m_secrets.read(tokenKey).value_or(QString()).isEmpty() || sessionIsHere())
+        return {};
+    return storedOrigin();
+}
+
+QString AuthManager::notSignedInHereMessage() const
+{
+    return QStringLiteral("Not signed in to %1 (the saved sign-in is for %2)")
+        .arg(trimmedOrigin(Settings::serverOrigin().trimmed()), storedOrigin());
+}
+
 QString AuthManager::accessToken() const
 {
-    return m_secrets.read(tokenKey).value_or(QString());
+    return sessionIsHere() ? m_secrets.read(tokenKey).value_or(QString()) : QString();
 }
 
 QString AuthManager::refreshToken() const
 {
-    return m_secrets.read(refreshKey).value_or(QString());
+    return sessionIsHere() ? m_secrets.read(refreshKey).value_or(QString()) : QString();
 }
 
 QString AuthManager::deviceId()
@@ -196,7 +227,8 @@ void AuthManager::login(const QString& email, const QString& password)
                               stringMember(object, QStringLiteral("masked_email"), email), email);
                 setLoginError({});
             } else {
-                applyTokenResponse(answer.body, email);
+                applyTokenResponse(answer.body, email, [this] { setIsLoggingIn(false); });
+                return;
             }
         } else if (answer.status == 429) {
             setLoginError(QStringLiteral("Too many failed attempts. Try again in %1s.")
@@ -232,8 +264,9 @@ void AuthManager::verifyMfa(const QString& code)
         if (answer.transportError) {
             setLoginError(answer.errorText);
         } else if (answer.isHttp && answer.status == 200) {
-            applyTokenResponse(answer.body, m_pendingMfaEmail);
+            applyTokenResponse(answer.body, m_pendingMfaEmail, [this] { setIsLoggingIn(false); });
             setPendingMfa({}, {}, {});
+            return;
         } else {
             setLoginError(detailOf(answer.body).value_or(QStringLiteral("Verification failed")));
         }
@@ -255,8 +288,7 @@ void AuthManager::beginSignIn()
 
 void AuthManager::finishSignIn(const QByteArray& tokenResponse, const QString& typedEmail)
 {
-    applyTokenResponse(tokenResponse, typedEmail);
-    setIsLoggingIn(false);
+    applyTokenResponse(tokenResponse, typedEmail, [this] { setIsLoggingIn(false); });
 }
 
 void AuthManager::failSignIn(const QString& error)
@@ -265,14 +297,18 @@ void AuthManager::failSignIn(const QString& error)
     setIsLoggingIn(false);
 }
 
-void AuthManager::applyTokenResponse(const QByteArray& body, const QString& typedEmail)
+void AuthManager::applyTokenResponse(const QByteArray& body, const QString& typedEmail,
+                                     std::function<void()> then)
 {
     const std::optional<QJsonObject> object = jsonObject(body);
     if (!object || !object->value(QLatin1String("token")).isString()) {
         setLoginError(QStringLiteral("Invalid response from server"));
+        then();
         return;
     }
     setSessionExpiredBanner({});
+    // The new session replaces any other, wherever that one came from.
+    m_secrets.write(originKey, normalizedOrigin(Settings::serverOrigin()));
     m_secrets.write(tokenKey, object->value(QLatin1String("token")).toString());
     const QJsonValue refresh = object->value(QLatin1String("refresh_token"));
     if (refresh.isString())
@@ -289,7 +325,16 @@ void AuthManager::applyTokenResponse(const QByteArray& body, const QString& type
     }
     Settings::setValue(emailKey, m_userEmail);
     Settings::setValue(nameKey, m_userName);
-    setIsLoggedIn(true);
+    // Signed in only once the session would be there for the next start.
+    m_secrets.whenStored(this, [this, then = std::move(then)](const QString& error) {
+        if (error.isEmpty()) {
+            setIsLoggedIn(true);
+        } else {
+            clearLocalSession();
+            setLoginError(QStringLiteral("The sign-in could not be kept. %1").arg(error));
+        }
+        then();
+    });
 }
 
 // ---- tokens ------------------------------------------------------------------
@@ -354,8 +399,8 @@ void AuthManager::refreshAccessToken(const QObject* context,
     const QString known = refreshToken();
     m_refreshLock.acquire(this, [this, known](bool held) {
         if (!held) {
-            consoleLog(QStringLiteral("⚠️ Token refresh failed: another program holds the "
-                                      "session lock (%1)")
+            consoleLog(QStringLiteral("⚠️ Token refresh failed: the session lock could not be "
+                                      "taken (%1)")
                            .arg(m_refreshLock.path()));
             finishRefresh(RefreshOutcome::Failed);
             return;
@@ -447,13 +492,17 @@ void AuthManager::finishRefresh(RefreshOutcome outcome)
 
 void AuthManager::clearLocalSession()
 {
-    m_secrets.remove(tokenKey);
-    m_secrets.remove(refreshKey);
+    // A session another origin issued is not this run's to end.
+    if (sessionIsHere()) {
+        m_secrets.remove(tokenKey);
+        m_secrets.remove(refreshKey);
+        m_secrets.remove(originKey);
+        Settings::remove(emailKey);
+        Settings::remove(nameKey);
+    }
     setIsLoggedIn(false);
     setUserName({});
     setUserEmail({});
-    Settings::remove(emailKey);
-    Settings::remove(nameKey);
 }
 
 void AuthManager::expireSession(const QString& banner)

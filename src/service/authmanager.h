@@ -53,6 +53,8 @@ public:
     static inline const QString emailKey = QStringLiteral("sorvelandrix_email");
     static inline const QString nameKey = QStringLiteral("sorvelandrix_name");
     static inline const QString deviceIdKey = QStringLiteral("sorvelandrix_device_id");
+    // The origin that issued the stored session: its tokens go nowhere else.
+    static inline const QString originKey = QStringLiteral("sorvelandrix_session_origin");
 
     static inline const QString kExpiredBanner =
         QStringLiteral("Your session expired. Sign in again to continue.");
@@ -90,8 +92,14 @@ public:
     QString pendingMfaMaskedEmail() const { return m_pendingMfaMaskedEmail; }
     RecordingsModel* recordings() const { return m_recordings.get(); }
 
-    // The stored access token, empty when there is none.
+    // The stored access token, empty when there is none (or it was issued by
+    // another origin than this run's).
     QString accessToken() const;
+    // The origin of a stored session that is not this run's, else empty:
+    // that session is neither used nor ended here.
+    QString sessionOriginElsewhere() const;
+    // "Not signed in to ORIGIN (…)" for that case.
+    QString notSignedInHereMessage() const;
     // Created (upper-case UUID) and stored on first use.
     QString deviceId();
 
@@ -171,8 +179,12 @@ private:
                        const QString& email);
 
     QString refreshToken() const;
+    QString storedOrigin() const;
+    bool sessionIsHere() const;
     void adoptStoredSession();
-    void applyTokenResponse(const QByteArray& body, const QString& typedEmail);
+    // `then` runs once the new session is kept, or sign-in failed.
+    void applyTokenResponse(const QByteArray& body, const QString& typedEmail,
+                            std::function<void()> then);
     void refreshUnderLock(const QString& knownRefreshToken);
     void finishRefresh(RefreshOutcome outcome);
     void clearLocalSession();

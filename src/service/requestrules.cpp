@@ -57,6 +57,18 @@ QString trimmedOrigin(const QString& origin)
     return origin.mid(begin, end - begin);
 }
 
+QString normalizedOrigin(const QString& origin)
+{
+    QString trimmed = trimmedOrigin(origin.trimmed());
+    QUrl url(trimmed, QUrl::StrictMode);
+    if (!url.isValid() || url.scheme().isEmpty() || url.host().isEmpty())
+        return trimmed;
+    if ((url.scheme() == QLatin1String("https") && url.port() == 443) ||
+        (url.scheme() == QLatin1String("http") && url.port() == 80))
+        url.setPort(-1);
+    return url.adjusted(QUrl::NormalizePathSegments | QUrl::StripTrailingSlash).toString();
+}
+
 QString recordingWebAddress(const QString& id)
 {
     return trimmedOrigin(Settings::serverOrigin()) + QStringLiteral("/recording/") + id;

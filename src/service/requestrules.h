@@ -12,6 +12,9 @@ struct Recording;
 
 // The origin with every "/" trimmed from both ends.
 QString trimmedOrigin(const QString& origin);
+// The origin in one spelling for comparisons: trimmed, scheme and host in
+// lower case, no default port.
+QString normalizedOrigin(const QString& origin);
 
 // Every endpoint URL is the origin with all "/" trimmed from both ends, then
 // the path (which begins with "/api/"). None when the result is not a usable

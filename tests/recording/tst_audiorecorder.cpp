@@ -282,6 +282,7 @@ void TestAudioRecorder::startDoesNotWaitForTheSession()
     Fixture f;
     test::LocalServiceFixture service;
     SecretStore secrets(SecretStore::Options::fileOnly());
+    secrets.write(AuthManager::originKey, service.origin());
     secrets.write(AuthManager::tokenKey, QStringLiteral("t"));
     secrets.write(AuthManager::refreshKey, QStringLiteral("r"));
     AuthManager auth(secrets);

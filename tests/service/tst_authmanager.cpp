@@ -300,12 +300,17 @@ private Q_SLOTS:
 
     void tokenMovesFromSettingsToSecrets()
     {
+        // Older versions did not record which service issued the session:
+        // it is taken as the configured service's.
         World w;
+        Settings::setValue(Settings::kServerKey, w.service.origin());
         Settings::setValue(AuthManager::tokenKey, QStringLiteral("legacy-token"));
         Settings::setValue(AuthManager::emailKey, QStringLiteral("old@example.org"));
         w.restart();
         QCOMPARE(w.secrets.read(AuthManager::tokenKey),
                  std::optional<QString>(QStringLiteral("legacy-token")));
+        QCOMPARE(w.secrets.read(AuthManager::originKey),
+                 std::optional<QString>(w.service.origin()));
         QVERIFY(!Settings::contains(AuthManager::tokenKey));
         QVERIFY(w.auth->isLoggedIn());
         QCOMPARE(w.auth->userEmail(), QStringLiteral("old@example.org"));
@@ -315,6 +320,46 @@ private Q_SLOTS:
         w.restart();
         QCOMPARE(w.auth->accessToken(), QStringLiteral("legacy-token"));
         QCOMPARE(Settings::value(AuthManager::tokenKey).toString(), QStringLiteral("other"));
+    }
+
+    void legacySessionIsNotTakenToAnotherService()
+    {
+        // Configured for the hosted service, this run for the local one.
+        World w;
+        w.secrets.write(AuthManager::tokenKey, QStringLiteral("legacy-token"));
+        w.secrets.write(AuthManager::refreshKey, QStringLiteral("legacy-refresh"));
+        w.restart();
+        QVERIFY(!w.auth->isLoggedIn());
+        QVERIFY(w.auth->accessToken().isEmpty());
+        QCOMPARE(w.auth->sessionOriginElsewhere(), Settings::kDefaultOrigin);
+        QCOMPARE(w.auth->sessionExpiredBanner(),
+                 QStringLiteral("Not signed in to %1 (the saved sign-in is for %2)")
+                     .arg(w.service.origin(), Settings::kDefaultOrigin));
+        w.auth->logout();
+        QTRY_VERIFY(!w.auth->hasDetachedRequests());
+        QVERIFY(w.service->requestLog().isEmpty());
+        QCOMPARE(w.secrets.read(AuthManager::refreshKey),
+                 std::optional<QString>(QStringLiteral("legacy-refresh")));
+    }
+
+    void sessionThatCannotBeKeptIsNoSignIn()
+    {
+        // The window shows why instead of a session that would be gone at
+        // the next start.
+        test::IsolatedEnvironment env;
+        test::LocalServiceFixture service;
+        QFile blocker(env.path(QStringLiteral("not-a-folder")));
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        SecretStore::Options options = SecretStore::Options::fileOnly();
+        options.directory = blocker.fileName() + QStringLiteral("/sorvelandrix");
+        SecretStore secrets(options);
+        AuthManager auth(secrets);
+        auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
+        QTRY_VERIFY(!auth.isLoggingIn());
+        QVERIFY(!auth.isLoggedIn());
+        QVERIFY2(auth.loginError().contains(options.directory + QStringLiteral("/secrets")),
+                 qPrintable(auth.loginError()));
+        QVERIFY(auth.accessToken().isEmpty());
     }
 
     void logoutEndsTheServerSession()
@@ -502,6 +547,7 @@ private Q_SLOTS:
         Settings::setValue(AuthManager::emailKey, QStringLiteral("other@example.org"));
         {
             SecretStore other(SecretStore::Options::fileOnly());
+            other.write(AuthManager::originKey, w.service.origin());
             other.write(AuthManager::tokenKey, QStringLiteral("from-elsewhere"));
         }
         bool reloaded = false;

@@ -82,6 +82,27 @@ private Q_SLOTS:
         QCOMPARE(SecretStore().read(QStringLiteral("sorvelandrix_refresh")), std::nullopt);
     }
 
+    void writesChangeOnlyTheirOwnEntries()
+    {
+        // Two programs over one file: what the other one wrote after this
+        // one read the file survives this one's writes and removals.
+        test::IsolatedEnvironment env;
+        SecretStore first(SecretStore::Options::fileOnly());
+        first.write(QStringLiteral("sorvelandrix_refresh"), QStringLiteral("r1"));
+        SecretStore second(SecretStore::Options::fileOnly());
+        second.write(QStringLiteral("sorvelandrix_refresh"), QStringLiteral("r2"));
+        second.write(QStringLiteral("sorvelandrix_token"), QStringLiteral("t2"));
+        first.write(QStringLiteral("sorvelandrix_device_id"), QStringLiteral("D"));
+        first.remove(QStringLiteral("sorvelandrix_name"));
+        const SecretStore next(SecretStore::Options::fileOnly());
+        QCOMPARE(next.read(QStringLiteral("sorvelandrix_refresh")),
+                 std::optional<QString>(QStringLiteral("r2")));
+        QCOMPARE(next.read(QStringLiteral("sorvelandrix_token")),
+                 std::optional<QString>(QStringLiteral("t2")));
+        QCOMPARE(next.read(QStringLiteral("sorvelandrix_device_id")),
+                 std::optional<QString>(QStringLiteral("D")));
+    }
+
     void emptyValueIsStillAValue()
     {
         test::IsolatedEnvironment env;

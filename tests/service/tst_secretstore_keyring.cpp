@@ -3,6 +3,7 @@
 #include "core/log.h"
 #include "core/secretstore.h"
 #include "core/settings.h"
+#include "localservicefixture.h"
 #include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
 
@@ -75,12 +76,34 @@ private Q_SLOTS:
             QCOMPARE(back.read(QStringLiteral("sorvelandrix_token")),
                      std::optional<QString>(QStringLiteral("new-token")));
             QVERIFY(!back.read(QStringLiteral("sorvelandrix_refresh")));
-            QVERIFY(!QFile::exists(back.filePath()));
+            // The file goes once the keyring has read back what it held.
+            QTRY_VERIFY(!QFile::exists(back.filePath()));
         }
         setLogSink({});
         QVERIFY(console.filter(QStringLiteral("⚠️")).isEmpty());
         QCOMPARE(lookup(QStringLiteral("sorvelandrix_token")), QStringLiteral("new-token"));
         QCOMPARE(lookup(QStringLiteral("sorvelandrix_refresh")), QString());
+    }
+
+    void refreshWhileTheKeyringKeepsEverything()
+    {
+        // Nothing has ever needed the private file: the refresh's lock file
+        // still has its folder.
+        test::IsolatedEnvironment env;
+        test::LocalServiceFixture service;
+        SecretStore store;
+        QVERIFY(store.usingKeyring());
+        AuthManager auth(store);
+        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
+        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 10000);
+        service->expireAccessTokens();
+        std::optional<bool> refreshed;
+        auth.refreshAccessToken(&auth, [&](bool ok) { refreshed = ok; });
+        QTRY_VERIFY_WITH_TIMEOUT(refreshed.has_value(), 10000);
+        QVERIFY(*refreshed);
+        QVERIFY(!QFile::exists(store.filePath()));
+        auth.logout(); // the keyring outlives the test
+        store.flush(std::chrono::seconds(5));
     }
 
     void sessionFromALateKeyringIsPickedUp()

@@ -199,6 +199,7 @@ struct World {
     void tokenWithoutService()
     {
         Settings::setServerOverride(QStringLiteral("http://127.0.0.1:9"));
+        secrets.write(AuthManager::originKey, QStringLiteral("http://127.0.0.1:9"));
         secrets.write(AuthManager::tokenKey, QStringLiteral("token-without-service"));
     }
     bool record()
