@@ -8,6 +8,7 @@
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core/buffers_to_string.hpp>
+#include <boost/beast/core/error.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/beast/websocket.hpp>
@@ -25,6 +26,7 @@
 #include <list>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include <poll.h>
@@ -41,19 +43,81 @@ using tcp = net::ip::tcp;
 namespace {
 
 constexpr std::uint64_t kWholeBodyLimit = 16ULL * 1024 * 1024;
+// Out of file descriptors, accept() fails at once for as long as the
+// connection waits in the listen queue: it is tried again this much later.
+constexpr std::chrono::milliseconds kAcceptBackoff{100};
+// Out of room (connections or file descriptors), a connection that has
+// waited this long for its first request is closed for one that waits to be
+// accepted. Connections that have been served are left alone: they are some
+// client's, and the idle timeout ends them.
+constexpr std::chrono::seconds kIdleEvictable{1};
+
+using Clock = std::chrono::steady_clock;
 
 QByteArray toBytes(beast::string_view v)
 {
     return QByteArray(v.data(), static_cast<qsizetype>(v.size()));
 }
 
+// The socket as Beast's blocking reads see it, with a time limit on each
+// read: a fixed deadline (a request head must be complete by then, however
+// it trickles in), or a longest quiet time (a body that stops coming). The
+// read then ends in a timeout instead of holding its connection, and
+// thread, for ever.
+class DeadlineReader {
+public:
+    DeadlineReader(tcp::socket& socket, Clock::time_point deadline)
+        : m_socket(socket), m_deadline(deadline)
+    {}
+    DeadlineReader(tcp::socket& socket, std::chrono::milliseconds quiet)
+        : m_socket(socket), m_quiet(quiet)
+    {}
+
+    template <class MutableBuffers>
+    std::size_t read_some(const MutableBuffers& buffers, beast::error_code& ec)
+    {
+        const Clock::time_point until = m_quiet ? Clock::now() + *m_quiet : m_deadline;
+        for (;;) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
+            if (left.count() <= 0) {
+                ec = beast::error::timeout;
+                return 0;
+            }
+            pollfd fd{m_socket.native_handle(), POLLIN, 0};
+            const int ready = ::poll(&fd, 1, static_cast<int>(left.count()));
+            if (ready > 0)
+                return m_socket.read_some(buffers, ec);
+            if (ready < 0 && errno != EINTR) {
+                ec.assign(errno, boost::system::system_category());
+                return 0;
+            }
+        }
+    }
+
+    template <class MutableBuffers> std::size_t read_some(const MutableBuffers& buffers)
+    {
+        beast::error_code ec;
+        const std::size_t n = read_some(buffers, ec);
+        if (ec)
+            throw boost::system::system_error(ec);
+        return n;
+    }
+
+private:
+    tcp::socket& m_socket;
+    Clock::time_point m_deadline;
+    std::optional<std::chrono::milliseconds> m_quiet;
+};
+
 // Reads a streamed body into a fixed buffer, piece by piece.
 class SocketBodyReader final : public BodyReader {
 public:
     // `bytesPerSecond` > 0 reads no faster than that: a slow uplink.
     SocketBodyReader(tcp::socket& socket, beast::flat_buffer& buffer,
-                     http::request_parser<http::buffer_body>& parser, std::int64_t bytesPerSecond)
-        : m_socket(socket), m_buffer(buffer), m_parser(parser), m_bytesPerSecond(bytesPerSecond)
+                     http::request_parser<http::buffer_body>& parser, std::int64_t bytesPerSecond,
+                     std::chrono::milliseconds quiet)
+        : m_socket(socket, quiet), m_buffer(buffer), m_parser(parser),
+          m_bytesPerSecond(bytesPerSecond)
     {}
 
     std::optional<QByteArray> next(QString* error) override
@@ -91,7 +155,7 @@ private:
             m_started + std::chrono::microseconds(m_received * 1'000'000 / m_bytesPerSecond));
     }
 
-    tcp::socket& m_socket;
+    DeadlineReader m_socket;
     beast::flat_buffer& m_buffer;
     http::request_parser<http::buffer_body>& m_parser;
     std::int64_t m_bytesPerSecond = 0;
@@ -236,7 +300,6 @@ public:
 
     bool wait(std::chrono::milliseconds delay) override
     {
-        using Clock = std::chrono::steady_clock;
         const Clock::time_point until = Clock::now() + delay;
         // In slices, so that a stopping service is noticed soon.
         while (!m_stopping) {
@@ -314,8 +377,12 @@ struct LocalService::Impl {
     struct Connection {
         explicit Connection(tcp::socket s) : socket(std::move(s)) {}
         tcp::socket socket;
+        Clock::time_point accepted = Clock::now();
         std::thread thread;
         std::atomic<bool> done{false};
+        // Since when it has waited for its first request head (steady clock
+        // ticks); 0 once that has come.
+        std::atomic<Clock::rep> awaitingSince{accepted.time_since_epoch().count()};
     };
 
     explicit Impl(Options o) : options(std::move(o)), state(options) {}
@@ -340,6 +407,8 @@ struct LocalService::Impl {
 
     std::mutex connectionsMutex;
     std::list<std::unique_ptr<Connection>> connections;
+    int openConnections = 0;                 // those not done yet
+    std::condition_variable connectionEnded; // with connectionsMutex
 
     mutable std::mutex scriptMutex;
     std::map<std::pair<QByteArray, QString>, std::deque<ScriptedAnswer>> scripts;
@@ -348,8 +417,15 @@ struct LocalService::Impl {
 
     void acceptLoop();
     void serve(Connection& connection);
-    // False when the connection must end.
-    bool serveOne(tcp::socket& socket, beast::flat_buffer& buffer);
+    // False when the connection must end. `headDeadline`: when the request
+    // head must be complete; none: idleTimeout for its first byte, then
+    // headerTimeout.
+    bool serveOne(Connection& connection, beast::flat_buffer& buffer,
+                  std::optional<Clock::time_point> headDeadline);
+    // Out of room: closes the connection that has waited longest for its
+    // first request, when one has waited kIdleEvictable. With
+    // connectionsMutex held.
+    bool evictIdle();
     bool serveWebSocket(tcp::socket& socket, http::request<http::empty_body>& upgrade,
                         ServiceRequest& request, const QString& target);
     std::optional<ScriptedAnswer> takeScript(const QByteArray& method, const QString& path);
@@ -363,21 +439,85 @@ struct LocalService::Impl {
 
 void LocalService::Impl::acceptLoop()
 {
+    // Each condition is reported once, when it begins.
+    bool full = false;
+    bool starved = false;
     while (!stopping) {
+        reapFinished();
+        {
+            std::unique_lock lock(connectionsMutex);
+            if (openConnections >= options.maxConnections) {
+                if (!full)
+                    consoleLog(QStringLiteral("⚠️ %1 connections open: new ones wait, and "
+                                              "those without a request for %2 s make room")
+                                   .arg(QString::number(openConnections),
+                                        QString::number(kIdleEvictable.count())));
+                full = true;
+                evictIdle();
+                // Until one ends (or another may be closed).
+                connectionEnded.wait_for(lock, kAcceptBackoff, [this] {
+                    return stopping || openConnections < options.maxConnections;
+                });
+                continue; // reap what has ended first
+            }
+        }
+        full = false;
         tcp::socket socket(io);
         beast::error_code ec;
         acceptor->accept(socket, ec);
         if (stopping)
             break;
-        if (ec)
+        if (ec == net::error::connection_aborted)
             continue;
-        reapFinished();
+        if (ec) {
+            // Usually out of file descriptors: existing connections go on
+            // (their threads do not need this one), and a closing one makes
+            // room for the connection that waits.
+            std::unique_lock lock(connectionsMutex);
+            if (!starved)
+                consoleLog(QStringLiteral("⚠️ Cannot accept connections (%1) with %2 open: "
+                                          "trying again every %3 ms, and those without a "
+                                          "request for %4 s make room")
+                               .arg(QString::fromStdString(ec.message()),
+                                    QString::number(openConnections),
+                                    QString::number(kAcceptBackoff.count()),
+                                    QString::number(kIdleEvictable.count())));
+            starved = true;
+            const int open = openConnections;
+            if (evictIdle())
+                connectionEnded.wait_for(lock, kAcceptBackoff,
+                                         [&] { return stopping || openConnections < open; });
+            else
+                connectionEnded.wait_for(lock, kAcceptBackoff, [this] { return stopping.load(); });
+            continue;
+        }
+        starved = false;
         std::lock_guard lock(connectionsMutex);
         auto connection = std::make_unique<Connection>(std::move(socket));
         Connection* raw = connection.get();
         raw->thread = std::thread([this, raw] { serve(*raw); });
         connections.push_back(std::move(connection));
+        ++openConnections;
     }
+}
+
+bool LocalService::Impl::evictIdle()
+{
+    const Clock::rep latest = (Clock::now() - kIdleEvictable).time_since_epoch().count();
+    Connection* oldest = nullptr;
+    Clock::rep oldestSince = latest;
+    for (const auto& connection : connections) {
+        const Clock::rep since = connection->awaitingSince;
+        if (!connection->done && since != 0 && since <= oldestSince) {
+            oldest = connection.get();
+            oldestSince = since;
+        }
+    }
+    // Not if its request has just come.
+    if (!oldest || !oldest->awaitingSince.compare_exchange_strong(oldestSince, 0))
+        return false;
+    ::shutdown(oldest->socket.native_handle(), SHUT_RDWR);
+    return true;
 }
 
 void LocalService::Impl::reapFinished()
@@ -396,13 +536,20 @@ void LocalService::Impl::reapFinished()
 void LocalService::Impl::serve(Connection& connection)
 {
     beast::flat_buffer buffer;
-    while (!stopping && serveOne(connection.socket, buffer)) {
+    // The first request's head is due a fixed time after the connection
+    // opened, however it trickles in.
+    std::optional<Clock::time_point> headDeadline = connection.accepted + options.headerTimeout;
+    while (!stopping && serveOne(connection, buffer, headDeadline))
+        headDeadline.reset();
+    {
+        std::lock_guard lock(connectionsMutex);
+        beast::error_code ec;
+        connection.socket.shutdown(tcp::socket::shutdown_both, ec);
+        connection.socket.close(ec);
+        connection.done = true;
+        --openConnections;
     }
-    std::lock_guard lock(connectionsMutex);
-    beast::error_code ec;
-    connection.socket.shutdown(tcp::socket::shutdown_both, ec);
-    connection.socket.close(ec);
-    connection.done = true;
+    connectionEnded.notify_all();
 }
 
 bool LocalService::Impl::sleepUnlessStopping(std::chrono::milliseconds delay)
@@ -479,18 +626,28 @@ bool isMalformedRequest(const beast::error_code& ec)
            ec != http::error::end_of_stream && ec != http::error::partial_message;
 }
 
-bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffer)
+bool LocalService::Impl::serveOne(Connection& connection, beast::flat_buffer& buffer,
+                                  std::optional<Clock::time_point> headDeadline)
 {
+    tcp::socket& socket = connection.socket;
     beast::error_code ec;
-    if (!waitForRequest(socket, buffer, options.idleTimeout))
+    const std::chrono::milliseconds quiet =
+        headDeadline
+            ? std::min(options.idleTimeout,
+                       std::chrono::ceil<std::chrono::milliseconds>(*headDeadline - Clock::now()))
+            : options.idleTimeout;
+    if (!waitForRequest(socket, buffer, quiet))
         return false;
+    if (!headDeadline)
+        headDeadline = Clock::now() + options.headerTimeout;
     http::request_parser<http::empty_body> headerParser;
     // The default limit (1 MiB) is checked against Content-Length as soon as
     // the header is parsed; uploads stream far more. Whole bodies get their
     // own limit below. (Not boost::none: Boost 1.74 compares the length with
     // the empty optional and refuses every body.)
     headerParser.body_limit(std::numeric_limits<std::uint64_t>::max());
-    http::read_header(socket, buffer, headerParser, ec);
+    DeadlineReader headReader(socket, *headDeadline);
+    http::read_header(headReader, buffer, headerParser, ec);
     if (ec) {
         if (isMalformedRequest(ec))
             write(socket,
@@ -499,6 +656,7 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
                   11, false);
         return false;
     }
+    connection.awaitingSince = 0;
 
     const auto& header = headerParser.get();
     ServiceRequest request;
@@ -531,7 +689,8 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
     } else {
         http::request_parser<http::string_body> bodyParser(std::move(headerParser));
         bodyParser.body_limit(kWholeBodyLimit);
-        http::read(socket, buffer, bodyParser, ec);
+        DeadlineReader bodyReader(socket, options.idleTimeout);
+        http::read(bodyReader, buffer, bodyParser, ec);
         if (ec == http::error::body_limit) {
             write(socket, ServiceResponse::detail(413, QStringLiteral("Request body too large")),
                   version, false);
@@ -555,7 +714,8 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
     std::optional<SocketBodyReader> socketReader;
     std::optional<HashingBodyReader> streamReader;
     if (streamParser) {
-        socketReader.emplace(socket, buffer, *streamParser, options.uploadBytesPerSecond);
+        socketReader.emplace(socket, buffer, *streamParser, options.uploadBytesPerSecond,
+                             options.idleTimeout);
         streamReader.emplace(*socketReader);
     }
     const auto noteStreamedBody = [&] {
@@ -592,8 +752,8 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
                 keepAlive = false;
             if (options.logRequests)
                 consoleLog(QStringLiteral("🌐 %1 %2 → %3 (scripted)")
-                               .arg(QString::fromUtf8(request.method), request.path)
-                               .arg(response.status));
+                               .arg(QString::fromUtf8(request.method), request.path,
+                                    QString::number(response.status)));
             return write(socket, response, version, keepAlive);
         }
     }
@@ -606,8 +766,8 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
         if (std::optional<ServiceResponse> refusal = streamRoute.handler(request, stream)) {
             if (options.logRequests)
                 consoleLog(QStringLiteral("🌐 %1 %2 → %3")
-                               .arg(QString::fromUtf8(request.method), request.path)
-                               .arg(refusal->status));
+                               .arg(QString::fromUtf8(request.method), request.path,
+                                    QString::number(refusal->status)));
             return write(socket, *refusal, version, keepAlive);
         }
         if (options.logRequests)
@@ -630,8 +790,8 @@ bool LocalService::Impl::serveOne(tcp::socket& socket, beast::flat_buffer& buffe
     }
     if (options.logRequests)
         consoleLog(QStringLiteral("🌐 %1 %2 → %3")
-                       .arg(QString::fromUtf8(request.method), request.path)
-                       .arg(response.status));
+                       .arg(QString::fromUtf8(request.method), request.path,
+                            QString::number(response.status)));
     return write(socket, response, version, keepAlive);
 }
 
@@ -658,8 +818,8 @@ bool LocalService::Impl::serveWebSocket(tcp::socket& socket,
     ws.accept(upgrade, ec);
     if (options.logRequests)
         consoleLog(QStringLiteral("🌐 %1 %2 → %3 (WebSocket)")
-                       .arg(QString::fromUtf8(request.method), request.path)
-                       .arg(ec ? 400 : 101));
+                       .arg(QString::fromUtf8(request.method), request.path,
+                            QString::number(ec ? 400 : 101)));
     if (ec || !handler)
         return false;
     BeastWebSocketChannel channel(ws);
@@ -729,6 +889,11 @@ void LocalService::stop()
         d->stopping = true;
     }
     d->stopWake.notify_all();
+    {
+        // An accept loop waiting for a free slot checks `stopping` under this lock.
+        std::lock_guard lock(d->connectionsMutex);
+    }
+    d->connectionEnded.notify_all();
     // shutdown() on a listening socket wakes a blocked accept().
     ::shutdown(d->acceptor->native_handle(), SHUT_RDWR);
     d->acceptThread.join();

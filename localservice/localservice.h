@@ -59,6 +59,12 @@ public:
         bool logRequests = false;                         // one console line per request
         std::chrono::milliseconds processingTime{5000};   // an upload's time in "processing"
         std::chrono::milliseconds idleTimeout{30000};     // a kept-alive connection's quiet time
+        // A request head must be complete this long after the connection
+        // opened (the first request) or after its first byte (later ones).
+        std::chrono::milliseconds headerTimeout{30000};
+        // Connections open at once; further ones wait in the listen queue
+        // until one closes.
+        int maxConnections = 512;
         // Live transcripts of English streams: pocketsphinx's models here
         // (empty: its own directory), decoded with this JSGF grammar instead
         // of the general language model when one is given.

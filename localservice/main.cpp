@@ -11,7 +11,9 @@
 #include <QDir>
 #include <QStandardPaths>
 
+#include <cmath>
 #include <csignal>
+#include <optional>
 
 using namespace sorv;
 
@@ -52,8 +54,22 @@ int main(int argc, char** argv)
         QStringLiteral("Read request bodies no faster than this many KiB per second, as over a "
                        "slow uplink (default: as fast as they come)."),
         QStringLiteral("KIB"), QStringLiteral("0"));
+    const QCommandLineOption idleTimeoutOption(
+        QStringLiteral("idle-timeout"),
+        QStringLiteral("Close a connection that sends nothing for this long (default 30)."),
+        QStringLiteral("SECONDS"), QStringLiteral("30"));
+    const QCommandLineOption headerTimeoutOption(
+        QStringLiteral("header-timeout"),
+        QStringLiteral("Close a connection whose request head is not complete this long after it "
+                       "opened or began (default 30)."),
+        QStringLiteral("SECONDS"), QStringLiteral("30"));
+    const QCommandLineOption maxConnectionsOption(
+        QStringLiteral("max-connections"),
+        QStringLiteral("Connections served at once; more wait until one closes (default 512)."),
+        QStringLiteral("N"), QStringLiteral("512"));
     parser.addOptions({portOption, dataOption, mfaOption, lifetimeOption, appcastVersionOption,
-                       appcastKeyOption, uploadRateOption});
+                       appcastKeyOption, uploadRateOption, idleTimeoutOption, headerTimeoutOption,
+                       maxConnectionsOption});
     parser.process(app);
 
     bool portOk = false;
@@ -64,6 +80,25 @@ int main(int argc, char** argv)
     const qint64 uploadRate = parser.value(uploadRateOption).toLongLong(&rateOk);
     if (!portOk || port > 65535 || !lifetimeOk || lifetime < 1 || !rateOk || uploadRate < 0) {
         std::fputs("sorvelandrix-local-service: bad --port, --token-lifetime or --upload-rate\n",
+                   stderr);
+        return 2;
+    }
+    // Fractions of a second too, so that tests need not wait whole ones.
+    const auto milliseconds = [&parser](const QCommandLineOption& option) {
+        bool ok = false;
+        const double seconds = parser.value(option).toDouble(&ok);
+        return ok && seconds > 0 && seconds < 86400
+                   ? std::optional(std::chrono::milliseconds(std::llround(seconds * 1000)))
+                   : std::nullopt;
+    };
+    const std::optional<std::chrono::milliseconds> idleTimeout = milliseconds(idleTimeoutOption);
+    const std::optional<std::chrono::milliseconds> headerTimeout =
+        milliseconds(headerTimeoutOption);
+    bool maxOk = false;
+    const int maxConnections = parser.value(maxConnectionsOption).toInt(&maxOk);
+    if (!idleTimeout || !headerTimeout || !maxOk || maxConnections < 1) {
+        std::fputs("sorvelandrix-local-service: bad --idle-timeout, --header-timeout or "
+                   "--max-connections\n",
                    stderr);
         return 2;
     }
@@ -81,6 +116,9 @@ int main(int argc, char** argv)
     options.appcastVersion = parser.value(appcastVersionOption);
     options.appcastKeyFile = parser.value(appcastKeyOption);
     options.uploadBytesPerSecond = uploadRate * 1024;
+    options.idleTimeout = *idleTimeout;
+    options.headerTimeout = *headerTimeout;
+    options.maxConnections = maxConnections;
 
     local::LocalService service(options);
     QString error;

@@ -202,8 +202,8 @@ void AudioEngine::logDefaultInputDevice()
         return;
     }
     if (const auto info = m_pulse->sourceInfo(name))
-        consoleLog(
-            QStringLiteral("🎤 Default input device: %1 (ID: %2)").arg(info->description).arg(*id));
+        consoleLog(QStringLiteral("🎤 Default input device: %1 (ID: %2)")
+                       .arg(info->description, QString::number(*id)));
     else
         consoleLog(QStringLiteral("🎤 Default input device: <unknown> (ID: %1, nameStatus: %2)")
                        .arg(*id)

@@ -62,20 +62,20 @@ int follow(CommandContext& ctx)
         drawOpen();
     };
 
-    QObject::connect(&transcript, &LiveTranscriptManager::connectionStatusChanged, &transcript,
-                     [&] {
-                         const SSEConnectionStatus& status = transcript.connectionStatus();
-                         ctx.event(connectionEvent(status));
-                         if (status.isConnecting())
-                             say(QStringLiteral("Connecting to meeting %1...").arg(meetingId));
-                         else if (status.isConnected())
-                             say(QStringLiteral("Connected."));
-                         // An error that ends the stream is reported as the exit's reason.
-                         else if (status.isError() && transcript.isActive())
-                             say(QStringLiteral("%1 (trying again in %2 s)")
-                                     .arg(status.message())
-                                     .arg(LiveTranscriptManager::kRetryDelay.count() / 1000));
-                     });
+    QObject::connect(
+        &transcript, &LiveTranscriptManager::connectionStatusChanged, &transcript, [&] {
+            const SSEConnectionStatus& status = transcript.connectionStatus();
+            ctx.event(connectionEvent(status));
+            if (status.isConnecting())
+                say(QStringLiteral("Connecting to meeting %1...").arg(meetingId));
+            else if (status.isConnected())
+                say(QStringLiteral("Connected."));
+            // An error that ends the stream is reported as the exit's reason.
+            else if (status.isError() && transcript.isActive())
+                say(QStringLiteral("%1 (trying again in %2 s)")
+                        .arg(status.message(),
+                             QString::number(LiveTranscriptManager::kRetryDelay.count() / 1000)));
+        });
     QObject::connect(&transcript, &LiveTranscriptManager::meetingStatusChanged, &transcript, [&] {
         ctx.event({{QStringLiteral("event"), QStringLiteral("meetingStatus")},
                    {QStringLiteral("status"), transcript.meetingStatus()}});

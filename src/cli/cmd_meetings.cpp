@@ -40,12 +40,11 @@ int listMeetings(CommandContext& ctx)
             ctx.print(QStringLiteral("No meetings."));
         for (const Meeting& m : model.items()) {
             ctx.print(
+                // One arg() for all: the service's texts are not scanned for markers.
                 QStringLiteral("%1 %2  %3  %4  %5")
-                    .arg(MeetingsModel::isActive(m) ? QStringLiteral("●") : QStringLiteral(" "))
-                    .arg(m.id, -36)
-                    .arg(m.status, -12)
-                    .arg(m.platform, -11)
-                    .arg(m.meeting_url.value_or(m.meeting_code)));
+                    .arg(MeetingsModel::isActive(m) ? QStringLiteral("●") : QStringLiteral(" "),
+                         m.id.leftJustified(36), m.status.leftJustified(12),
+                         m.platform.leftJustified(11), m.meeting_url.value_or(m.meeting_code)));
             ctx.event(meetingEvent(m));
         }
         ctx.finish(kExitOk);

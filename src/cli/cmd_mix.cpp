@@ -32,8 +32,7 @@ bool openInput(CommandContext& ctx, AudioFileReader& reader, const QString& path
     }
     if (reader.sampleRate() != 48000) {
         ctx.error(QStringLiteral("%1: sample rate is %2 Hz; mix needs 48000 Hz input")
-                      .arg(path)
-                      .arg(reader.sampleRate()));
+                      .arg(path, QString::number(reader.sampleRate())));
         return false;
     }
     return true;

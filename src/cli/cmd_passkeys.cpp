@@ -34,9 +34,9 @@ void printPasskey(const CommandContext& ctx, const Passkey& p)
 {
     // The texts of the passkeys sheet's rows.
     ctx.print(QStringLiteral("%1  %2  %3  %4")
-                  .arg(p.id, 4)
-                  .arg(PasskeysModel::titleOf(p), -20)
-                  .arg(PasskeysModel::addedText(p), PasskeysModel::lastUsedText(p)));
+                  .arg(QString::number(p.id).rightJustified(4),
+                       PasskeysModel::titleOf(p).leftJustified(20), PasskeysModel::addedText(p),
+                       PasskeysModel::lastUsedText(p)));
     ctx.event(passkeyEvent(p));
 }
 

@@ -27,11 +27,12 @@ int runRecordings(CommandContext& ctx)
         for (int row = 0; row < model.rowCount(); ++row) {
             const QModelIndex i = model.index(row);
             const auto text = [&](int role) { return model.data(i, role).toString(); };
+            // One arg() for all: a title is not scanned for markers.
             ctx.print(QStringLiteral("%1  %2  %3  %4")
-                          .arg(text(RecordingsModel::DateTextRole), -6)
-                          .arg(text(RecordingsModel::DurationTextRole), 8)
-                          .arg(text(RecordingsModel::TitleRole).left(48), -48)
-                          .arg(text(RecordingsModel::StatusRole)));
+                          .arg(text(RecordingsModel::DateTextRole).leftJustified(6),
+                               text(RecordingsModel::DurationTextRole).rightJustified(8),
+                               text(RecordingsModel::TitleRole).left(48).leftJustified(48),
+                               text(RecordingsModel::StatusRole)));
             ctx.event({{QStringLiteral("event"), QStringLiteral("recording")},
                        {QStringLiteral("id"), text(RecordingsModel::IdRole)},
                        {QStringLiteral("date"), text(RecordingsModel::DateTextRole)},

@@ -57,10 +57,10 @@ int runTargets(CommandContext& ctx)
                 ctx.print(group.isEmpty() ? h : QStringLiteral("\n") + h);
                 group = h;
             }
+            // Window titles are other programs' text: one arg() for all.
             ctx.print(QStringLiteral("  %1  %2  %3")
-                          .arg(o.id, -idWidth)
-                          .arg(o.title.left(48), -titleWidth)
-                          .arg(o.subtitle));
+                          .arg(o.id.leftJustified(idWidth),
+                               o.title.left(48).leftJustified(titleWidth), o.subtitle));
             ctx.event({{QStringLiteral("event"), QStringLiteral("target")},
                        {QStringLiteral("id"), o.id},
                        {QStringLiteral("title"), o.title},

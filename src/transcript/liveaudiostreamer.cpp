@@ -391,12 +391,11 @@ void LiveAudioStreamer::handleDisconnect(const std::optional<QString>& error, bo
     const std::chrono::seconds delay = backoffDelay(m_reconnectAttempts);
     ++m_reconnectAttempts;
     const QString reason = error.value_or(QStringLiteral("unknown"));
-    consoleLog(QStringLiteral("🌐 🔄 Disconnected (%1), reconnecting in %2s (attempt #%3)")
-                   .arg(reason, QString::asprintf("%.0f", double(delay.count())))
-                   .arg(m_reconnectAttempts));
+    consoleLog(
+        QStringLiteral("🌐 🔄 Disconnected (%1), reconnecting in %2s (attempt #%3)")
+            .arg(reason, QString::number(delay.count()), QString::number(m_reconnectAttempts)));
     deliver(LiveEvent::Error{QStringLiteral("Connection lost (%1), reconnecting in %2s…")
-                                 .arg(reason)
-                                 .arg(delay.count())});
+                                 .arg(reason, QString::number(delay.count()))});
     const std::uint64_t session = m_session;
     after(delay, [this, session] {
         if (session == m_session && m_isActive)

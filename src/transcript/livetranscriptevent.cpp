@@ -27,10 +27,9 @@ QString describe(const LiveTranscriptEvent& event)
             },
             [](const LiveEvent::Segment& e) {
                 return QStringLiteral("segment(%1, %2, %3, %4, %5)")
-                    .arg(quoted(e.speaker), quoted(e.text))
-                    .arg(e.startMs)
-                    .arg(e.endMs)
-                    .arg(e.isFinal ? QStringLiteral("final") : QStringLiteral("interim"));
+                    .arg(quoted(e.speaker), quoted(e.text), QString::number(e.startMs),
+                         QString::number(e.endMs),
+                         e.isFinal ? QStringLiteral("final") : QStringLiteral("interim"));
             },
             [](const LiveEvent::Partial& e) {
                 return QStringLiteral("partial(%1, %2)").arg(quoted(e.text), quoted(e.speaker));

@@ -126,8 +126,7 @@ void LiveTranscriptManager::startAttempt()
     QObject::connect(m_reply, &QNetworkReply::readyRead, this, &LiveTranscriptManager::readBody);
     QObject::connect(m_reply, &QNetworkReply::finished, this, &LiveTranscriptManager::finished);
     consoleLog(QStringLiteral("🌐 Live transcript of meeting %1: connecting (attempt %2)")
-                   .arg(m_meetingId)
-                   .arg(m_attempts));
+                   .arg(m_meetingId, QString::number(m_attempts)));
 }
 
 void LiveTranscriptManager::readMetaData()
@@ -139,8 +138,7 @@ void LiveTranscriptManager::readMetaData()
         return;
     if (status.toInt() != 200) {
         consoleLog(QStringLiteral("❌ Live transcript of meeting %1: HTTP %2")
-                       .arg(m_meetingId)
-                       .arg(status.toInt()));
+                       .arg(m_meetingId, QString::number(status.toInt())));
         endStream(httpError(status.toInt()));
         return;
     }
@@ -200,8 +198,7 @@ void LiveTranscriptManager::finished()
     }
     m_reader.reset();
     consoleLog(QStringLiteral("🔄 Live transcript of meeting %1: %2; trying again in %3 s")
-                   .arg(m_meetingId, errorText)
-                   .arg(kRetryDelay.count() / 1000));
+                   .arg(m_meetingId, errorText, QString::number(kRetryDelay.count() / 1000)));
     setStatus(SSEConnectionStatus::error(errorText));
     m_after(kRetryDelay, [self = QPointer<LiveTranscriptManager>(this), generation] {
         if (self && self->m_generation == generation)

@@ -3,20 +3,23 @@ import QtQuick.Controls
 import QtQuick.Layouts
 
 // What an update check found: not available in this build, up to date, a
-// newer version to download, or why the check failed. The updater says
-// what to show and takes the answer.
+// newer version downloaded and checked, or why the check failed; while the
+// check runs, what it is doing. The updater says what to show and takes
+// the answer.
 Popup {
     id: root
     property var updater: null
     readonly property var alert: updater ? updater.alert : null
     readonly property var buttons: alert ? alert.buttons : []
-    modal: true
+    readonly property bool alerting: alert !== null && alert.title !== ""
+    readonly property string activity: updater ? updater.activity : ""
+    modal: alerting
     anchors.centerIn: Overlay.overlay
     width: Math.min(400, parent ? parent.width - 32 : 400)
     padding: 20
     closePolicy: Popup.CloseOnEscape
-    visible: alert !== null && alert.title !== ""
-    onClosed: if (root.alert && root.alert.title !== "") root.updater.answerAlert(-1)
+    visible: alerting || activity !== ""
+    onClosed: if (root.alerting) root.updater.answerAlert(-1)
     background: Rectangle { radius: 12; color: Theme.card; border.color: Theme.separator }
 
     ColumnLayout {
@@ -29,7 +32,7 @@ Popup {
                 objectName: "updateAlertTitle"
                 Layout.fillWidth: true
                 wrapMode: Text.Wrap
-                text: root.alert ? root.alert.title : ""
+                text: root.alerting ? root.alert.title : "Checking for Updates"
                 font.pixelSize: Theme.bodySize + 3
                 font.weight: Font.Bold
                 color: Theme.text
@@ -39,8 +42,15 @@ Popup {
             objectName: "updateAlertText"
             Layout.fillWidth: true
             wrapMode: Text.Wrap
-            text: root.alert ? root.alert.text : ""
+            text: root.alerting ? root.alert.text : root.activity
             color: Theme.text
+        }
+        ProgressBar {
+            objectName: "updateProgress"
+            Layout.fillWidth: true
+            visible: !root.alerting && root.activity !== ""
+            indeterminate: !root.updater || root.updater.progress < 0
+            value: root.updater ? Math.max(0, root.updater.progress) : 0
         }
         RowLayout {
             Layout.alignment: Qt.AlignRight

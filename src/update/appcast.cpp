@@ -107,7 +107,7 @@ std::optional<QList<AppcastItem>> parseAppcast(const QByteArray& xmlText, const 
         if (message.endsWith(QLatin1Char('.')))
             message.chop(1);
         if (error)
-            *error = QStringLiteral("%1 (line %2)").arg(message).arg(xml.lineNumber());
+            *error = QStringLiteral("%1 (line %2)").arg(message, QString::number(xml.lineNumber()));
         return std::nullopt;
     }
     return items;
@@ -139,12 +139,18 @@ QString appcastItemProblem(const AppcastItem& item)
         return QStringLiteral("it has no enclosure");
     if (!isTrustedUpdateUrl(item.enclosureUrl))
         return QStringLiteral("its enclosure is not an HTTPS address");
-    // Only signed updates are offered. An update without a well-formed
-    // signature could never be checked against this build's key, so anyone
-    // able to change the feed could otherwise point users at a file nobody
-    // vouches for; Sparkle refuses such items for the same reason.
+    // Only signed updates are offered. One without a well-formed signature
+    // could never pass the check against this build's key, so it is not
+    // even fetched.
     if (!isWellFormedEdSignature(item.edSignature))
         return QStringLiteral("its EdDSA signature is missing or malformed");
+    // The download is held to this length: without one, a server could feed
+    // us for ever.
+    if (item.enclosureLength <= 0)
+        return QStringLiteral("its enclosure has no length");
+    if (item.enclosureLength > kMaxUpdateBytes)
+        return QStringLiteral("its enclosure is larger than %1 MiB")
+            .arg(kMaxUpdateBytes / (qint64{1024} * 1024));
     return {};
 }
 

@@ -38,7 +38,12 @@ std::optional<QList<AppcastItem>> parseAppcast(const QByteArray& xml, const QUrl
 // (the local service), never any other scheme.
 bool isTrustedUpdateUrl(const QUrl& url);
 
-// Why this build cannot offer `item`; empty when it can.
+// The largest update file this build fetches. A release is a few hundred
+// megabytes at most; anything larger is not one of ours.
+constexpr qint64 kMaxUpdateBytes = qint64{512} * 1024 * 1024;
+
+// Why this build cannot offer `item` (before fetching it); empty when it may
+// fetch it and check its signature.
 QString appcastItemProblem(const AppcastItem& item);
 
 // The newest item this build can offer, by `version`. Each item passed over

@@ -31,15 +31,16 @@ UpdateAlert UpdateAlert::upToDate(const QString& currentVersion)
 }
 
 UpdateAlert UpdateAlert::available(const QString& version, const QString& currentVersion,
-                                   const QUrl& downloadUrl)
+                                   const QString& filePath)
 {
     UpdateAlert alert(
         Kind::Available,
         QStringLiteral("A new version of %1 is available!").arg(AppInfo::applicationName()),
-        QStringLiteral("%1 %2 is now available — you have %3. Would you like to download it now?")
+        QStringLiteral("%1 %2 is now available — you have %3. It has been downloaded and its "
+                       "signature checked. Would you like to open it now?")
             .arg(AppInfo::applicationName(), version, currentVersion),
-        {QStringLiteral("Download"), QStringLiteral("Later")});
-    alert.m_downloadUrl = downloadUrl;
+        {QStringLiteral("Open"), QStringLiteral("Later")});
+    alert.m_filePath = filePath;
     alert.m_version = version;
     return alert;
 }

@@ -4,21 +4,21 @@
 #include <QObject>
 #include <QString>
 #include <QStringList>
-#include <QUrl>
 
 namespace sorv {
 
 // What the update checker asks the application to show: an alert with a
 // title, an informative text and its buttons (the first is the default).
-// `None` is "nothing to show". An `Available` alert's first button,
-// "Download", opens `downloadUrl`. Compared by value.
+// `None` is "nothing to show". An `Available` alert's first button, "Open",
+// opens `filePath`: the update, already downloaded and its signature
+// checked. Compared by value.
 class UpdateAlert {
     Q_GADGET
     Q_PROPERTY(Kind kind READ kind CONSTANT)
     Q_PROPERTY(QString title READ title CONSTANT)
     Q_PROPERTY(QString text READ text CONSTANT)
     Q_PROPERTY(QStringList buttons READ buttons CONSTANT)
-    Q_PROPERTY(QUrl downloadUrl READ downloadUrl CONSTANT)
+    Q_PROPERTY(QString filePath READ filePath CONSTANT)
     Q_PROPERTY(QString version READ version CONSTANT)
 
 public:
@@ -31,9 +31,9 @@ public:
     static UpdateAlert disabled();
     // `currentVersion` is the newest there is.
     static UpdateAlert upToDate(const QString& currentVersion);
-    // `version` can be downloaded from `downloadUrl`.
+    // `version` has been downloaded to `filePath` and verified.
     static UpdateAlert available(const QString& version, const QString& currentVersion,
-                                 const QUrl& downloadUrl);
+                                 const QString& filePath);
     // The check failed; `description` says why.
     static UpdateAlert failed(const QString& description);
 
@@ -41,7 +41,7 @@ public:
     QString title() const { return m_title; }
     QString text() const { return m_text; }
     QStringList buttons() const { return m_buttons; }
-    QUrl downloadUrl() const { return m_downloadUrl; }
+    QString filePath() const { return m_filePath; }
     // The version offered (Available) or running (UpToDate); empty otherwise.
     QString version() const { return m_version; }
 
@@ -57,7 +57,7 @@ private:
     QString m_title;
     QString m_text;
     QStringList m_buttons;
-    QUrl m_downloadUrl;
+    QString m_filePath;
     QString m_version;
 };
 

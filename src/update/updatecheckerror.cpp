@@ -37,4 +37,41 @@ UpdateCheckError UpdateCheckError::invalidFeed(const QString& reason)
             QStringLiteral("The update feed could not be read: %1.").arg(reason)};
 }
 
+UpdateCheckError UpdateCheckError::insecureRedirect(const QUrl& target)
+{
+    return {Kind::InsecureRedirect,
+            QStringLiteral("The update server redirected to “%1”, which is not an HTTPS address.")
+                .arg(target.toDisplayString())};
+}
+
+UpdateCheckError UpdateCheckError::downloadFailed(const QString& reason)
+{
+    return {Kind::DownloadFailed,
+            QStringLiteral("The update could not be downloaded (%1).").arg(reason)};
+}
+
+UpdateCheckError UpdateCheckError::wrongLength(qint64 expected, qint64 received)
+{
+    const QString got = received < 0
+                            ? QStringLiteral("The downloaded update is longer than the %1 bytes "
+                                             "the update feed gives")
+                                  .arg(expected)
+                            : QStringLiteral("The downloaded update is %1 bytes long, but the "
+                                             "update feed gives %2 bytes")
+                                  .arg(QString::number(received), QString::number(expected));
+    return {Kind::WrongLength, got + QStringLiteral(": it was discarded.")};
+}
+
+UpdateCheckError UpdateCheckError::badSignature()
+{
+    return {Kind::BadSignature,
+            QStringLiteral("The downloaded update is not signed with this build's key: it was "
+                           "discarded.")};
+}
+
+UpdateCheckError UpdateCheckError::cannotStore(const QString& reason)
+{
+    return {Kind::CannotStore, QStringLiteral("The update could not be saved (%1).").arg(reason)};
+}
+
 } // namespace sorv

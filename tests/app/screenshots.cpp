@@ -564,7 +564,7 @@ void floatingPanelScreens(Shooter& s, sorv::SorvelandrixRecorderApp& app,
 void passkeyScreens(Shooter& s, sorv::test::LocalServiceFixture& service)
 {
     QObject* sheet = s.find("passkeysSheet");
-    QObject* passkeys = s.window()->property("passkeys").value<QObject*>();
+    auto* passkeys = s.window()->property("passkeys").value<QObject*>();
     if (!sheet || !passkeys)
         return;
     sheet->setProperty("visible", true); // loading starts as it opens; shot before it ends
@@ -624,6 +624,26 @@ void updateScreens(Shooter& s, sorv::SparkleUpdater& appUpdater,
     };
     shootWith(QStringLiteral("0.0.1"), service->appcastUrl(),
               QStringLiteral("update-alert-available"));
+    {
+        // The update is held back a moment, to show the download under way.
+        service->script("GET",
+                        QStringLiteral("/updates/files/sorvelandrix-recorder-%1.txt")
+                            .arg(service->appcastVersion()),
+                        sorv::local::ScriptedAnswer::delayed(std::chrono::milliseconds(1500)));
+        sorv::SparkleUpdaterConfig config;
+        config.publicKey = service->appcastPublicKey();
+        config.feedUrl = QUrl(service->appcastUrl());
+        config.currentVersion = QStringLiteral("0.0.1");
+        sorv::SparkleUpdater updater(config);
+        s.window()->setProperty("updater", QVariant::fromValue<QObject*>(&updater));
+        updater.checkForUpdates();
+        s.waitFor([&] { return updater.activity().startsWith(QLatin1String("Downloading")); },
+                  "the download");
+        s.shoot(QStringLiteral("update-downloading"));
+        s.waitFor([&] { return !updater.checking(); }, "the update check");
+        updater.answerAlert(-1);
+        s.window()->setProperty("updater", QVariant::fromValue<QObject*>(&appUpdater));
+    }
     shootWith(service->appcastVersion(), service->appcastUrl(),
               QStringLiteral("update-alert-up-to-date"));
     shootWith(QStringLiteral("0.0.1"), service.origin() + QStringLiteral("/updates/missing.xml"),
@@ -681,7 +701,7 @@ int main(int argc, char** argv)
     sorv::test::LocalServiceFixture mfaService(mfaOptions);
     // A slow uplink, to show an upload on its way.
     sorv::local::LocalService::Options options;
-    options.uploadBytesPerSecond = 12 * 1024 * 1024;
+    options.uploadBytesPerSecond = std::int64_t{12} * 1024 * 1024;
     sorv::test::LocalServiceFixture service(options); // the run's origin from here on
 
     // A private X server with a window manager and three meeting windows:

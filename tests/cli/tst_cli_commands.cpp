@@ -230,11 +230,17 @@ void TestCliCommands::sessionCommands()
     QCOMPARE(me.status, cli::kExitOk);
     QCOMPARE(me.out.trimmed(), QStringLiteral("Demo User <demo@sorvelandrix.local>"));
 
+    // The service's titles are printed as they are, place markers and all.
+    service->addRecording(LocalService::kDemoEmail, QStringLiteral("q.wav"), 60000,
+                          QStringLiteral("Budget 100%1 %2"));
     const Run recordings = runCli({"recordings"});
     QCOMPARE(recordings.status, cli::kExitOk);
     QVERIFY2(recordings.out.contains(
                  QRegularExpression(R"(^\d{1,2} \w{3} +1:35  Welcome to Sorvelandrix +completed$)",
                                     QRegularExpression::MultilineOption)),
+             qPrintable(recordings.out));
+    QVERIFY2(recordings.out.contains(QRegularExpression(R"(  1:00  Budget 100%1 %2 +completed$)",
+                                                        QRegularExpression::MultilineOption)),
              qPrintable(recordings.out));
 
     const Run joined = runCli({"--json", "join", "  https://meet.google.com/abc-defg-hij  "});

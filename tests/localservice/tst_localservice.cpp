@@ -4,6 +4,7 @@
 
 #include "localservicefixture.h"
 
+#include "core/log.h"
 #include "support/isolatedenvironment.h"
 
 #include <QEventLoop>
@@ -12,9 +13,19 @@
 #include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QProcess>
 #include <QTcpSocket>
 #include <QTimer>
 #include <QtTest>
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include <sys/prctl.h>
+#include <sys/resource.h>
+
+#include <csignal>
 
 using namespace sorv;
 using namespace sorv::local;
@@ -81,6 +92,24 @@ QByteArray rawExchange(quint16 port, const QByteArray& request, int waitMs = 500
     while (socket.waitForReadyRead(waitMs))
         answer += socket.readAll();
     return answer + socket.readAll();
+}
+
+// One answer on a kept-alive connection: the head and its Content-Length.
+QByteArray readAnswer(QTcpSocket& socket)
+{
+    QByteArray answer;
+    while (socket.waitForReadyRead(10000)) {
+        answer += socket.readAll();
+        const qsizetype headEnd = answer.indexOf("\r\n\r\n");
+        if (headEnd < 0)
+            continue;
+        const qsizetype at = answer.toLower().indexOf("content-length:");
+        const qsizetype length =
+            at < 0 ? 0 : answer.mid(at + 15, answer.indexOf('\r', at) - at - 15).trimmed().toInt();
+        if (answer.size() >= headEnd + 4 + length)
+            break;
+    }
+    return answer;
 }
 
 QByteArray multipartUpload(const QString& token, const QByteArray& filename)
@@ -269,7 +298,7 @@ private Q_SLOTS:
         Wire wire(service.origin());
         service->script(
             "GET", "/api/auth/me",
-            ScriptedAnswer::reply(503, "{\"detail\":\"later\"}", {{"Retry-After", "7"}}));
+            ScriptedAnswer::reply(503, R"({"detail":"later"})", {{"Retry-After", "7"}}));
         // Qt resends once when a reused connection closes before any answer,
         // so a failure the client sees takes two drops.
         service->script("GET", "/api/auth/me", ScriptedAnswer::dropped());
@@ -319,6 +348,7 @@ private Q_SLOTS:
         test::IsolatedEnvironment env;
         LocalService::Options options;
         options.idleTimeout = 300ms;
+        options.headerTimeout = 1s;
         test::LocalServiceFixture service(options);
         const quint16 port = service->port();
 
@@ -326,7 +356,8 @@ private Q_SLOTS:
         const QByteArray garbage = rawExchange(port, "GET /\x01 nonsense\r\n\r\n");
         QVERIFY2(garbage.startsWith("HTTP/1.1 400"), garbage.constData());
 
-        // A connection that says nothing is closed after the idle time.
+        // A connection that says nothing is closed after the idle time, and
+        // one whose request head stops halfway after the header time.
         QTcpSocket idle;
         idle.connectToHost(QStringLiteral("127.0.0.1"), port);
         QVERIFY(idle.waitForConnected(5000));
@@ -334,6 +365,21 @@ private Q_SLOTS:
         timer.start();
         QVERIFY(idle.waitForDisconnected(5000));
         QVERIFY(timer.elapsed() < 3000);
+        QTcpSocket halfway;
+        halfway.connectToHost(QStringLiteral("127.0.0.1"), port);
+        QVERIFY(halfway.waitForConnected(5000));
+        for (const char* piece : {"GET /api/auth/me HTTP/1.1\r\n", "Host: x\r\n"}) {
+            halfway.write(piece);
+            QVERIFY(halfway.waitForBytesWritten(5000));
+        }
+        QVERIFY(halfway.waitForDisconnected(10000));
+        // Nor does a body that stops coming hold its connection.
+        QTcpSocket stalled;
+        stalled.connectToHost(QStringLiteral("127.0.0.1"), port);
+        QVERIFY(stalled.waitForConnected(5000));
+        stalled.write("POST /api/auth/login HTTP/1.1\r\nHost: x\r\nContent-Length: 100\r\n\r\n{");
+        QVERIFY(stalled.waitForBytesWritten(5000));
+        QVERIFY(stalled.waitForDisconnected(10000));
 
         // File names the disk cannot hold are refused, and nothing is kept.
         Wire wire(service.origin());
@@ -348,6 +394,105 @@ private Q_SLOTS:
                     .isEmpty());
         const QByteArray fine = rawExchange(port, multipartUpload(token, "fine.wav"));
         QVERIFY2(fine.startsWith("HTTP/1.1 200"), fine.left(200).constData());
+    }
+
+    void requestTextIsLoggedAsItCame()
+    {
+        test::IsolatedEnvironment env;
+        std::mutex mutex;
+        QStringList lines;
+        setLogSink([&](const QString& line) {
+            std::lock_guard lock(mutex);
+            lines.append(line);
+        });
+        LocalService::Options options;
+        options.logRequests = true;
+        test::LocalServiceFixture service(options);
+        service->script("GET", QStringLiteral("/scripted/%0%2"), ScriptedAnswer::reply(204));
+        for (const QByteArray path : {"/nowhere/%1%20%0", "/scripted/%0%2"})
+            rawExchange(service->port(),
+                        "GET " + path + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+        service.stop();
+        setLogSink({});
+        QCOMPARE(lines.filter(QStringLiteral("🌐")),
+                 (QStringList{QStringLiteral("🌐 GET /nowhere/%1%20%0 → 404"),
+                              QStringLiteral("🌐 GET /scripted/%0%2 → 204 (scripted)")}));
+    }
+
+    // The executable, with its limits lowered, under connections that never
+    // finish a request: it backs off instead of spinning, serves its open
+    // connections meanwhile, and answers a new one long before the header
+    // time would have closed them (the idle ones make room).
+    void idleConnectionsBeyondTheLimits_data()
+    {
+        QTest::addColumn<int>("fileLimit"); // 0: as inherited
+        QTest::addColumn<int>("maxConnections");
+        QTest::addColumn<int>("idle");
+        QTest::addColumn<QString>("warning");
+        QTest::newRow("out of file descriptors")
+            << 32 << 512 << 60
+            << QStringLiteral("⚠️ Cannot accept connections (Too many open files)");
+        QTest::newRow("at the connection cap")
+            << 0 << 8 << 30 << QStringLiteral("⚠️ 8 connections open: new ones wait");
+    }
+
+    void idleConnectionsBeyondTheLimits()
+    {
+        QFETCH(int, fileLimit);
+        QFETCH(int, maxConnections);
+        QFETCH(int, idle);
+        QFETCH(QString, warning);
+        test::IsolatedEnvironment env;
+        QProcess process;
+        process.setChildProcessModifier([fileLimit] {
+            ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+            if (fileLimit > 0) {
+                const rlimit limit{rlim_t(fileLimit), rlim_t(fileLimit)};
+                ::setrlimit(RLIMIT_NOFILE, &limit);
+            }
+        });
+        process.start(test::buildDirectory() +
+                          QStringLiteral("/localservice/sorvelandrix-local-service"),
+                      {"--port", "0", "--data", env.path("service"), "--max-connections",
+                       QString::number(maxConnections)});
+        QByteArray output;
+        const QRegularExpression listening(QStringLiteral("Listening on http://127.0.0.1:(\\d+)"));
+        QRegularExpressionMatch match;
+        while (!(match = listening.match(QString::fromUtf8(output))).hasMatch()) {
+            QVERIFY2(process.waitForReadyRead(10000), output.constData());
+            output += process.readAllStandardOutput();
+        }
+        const auto port = static_cast<quint16>(match.captured(1).toUInt());
+        const QByteArray request = "GET /updates/appcast.xml HTTP/1.1\r\nHost: x\r\n\r\n";
+
+        QTcpSocket kept;
+        kept.connectToHost(QStringLiteral("127.0.0.1"), port);
+        QVERIFY(kept.waitForConnected(5000));
+        kept.write(request);
+        QVERIFY(readAnswer(kept).startsWith("HTTP/1.1 200"));
+
+        // Half say nothing, half stop in the middle of a request head.
+        std::vector<std::unique_ptr<QTcpSocket>> quiet;
+        for (int i = 0; i < idle; ++i) {
+            auto& socket = quiet.emplace_back(std::make_unique<QTcpSocket>());
+            socket->connectToHost(QStringLiteral("127.0.0.1"), port);
+            QVERIFY(socket->waitForConnected(5000));
+            if (i % 2 == 1) {
+                socket->write("GET /api/auth/me HTTP/1.1\r\nHost: x\r\n");
+                socket->flush();
+            }
+        }
+        kept.write(request);
+        QVERIFY(readAnswer(kept).startsWith("HTTP/1.1 200"));
+        const QByteArray fresh = rawExchange(
+            port, "GET /updates/appcast.xml HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n",
+            15000);
+        QVERIFY2(fresh.startsWith("HTTP/1.1 200"), fresh.left(200).constData());
+
+        process.terminate();
+        QVERIFY(process.waitForFinished(10000));
+        output += process.readAllStandardOutput();
+        QVERIFY2(output.contains(warning.toUtf8()), output.constData());
     }
 
     void unfinishedUploadsAreSweptAtStart()

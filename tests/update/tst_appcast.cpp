@@ -63,6 +63,7 @@ AppcastItem offerable(const QString& version)
     item.version = version;
     item.enclosureUrl = QUrl(QStringLiteral("https://sorvelandrix.com/r/%1.tar.gz").arg(version));
     item.edSignature = kSignatureForm;
+    item.enclosureLength = 1234;
     return item;
 }
 
@@ -220,6 +221,15 @@ private Q_SLOTS:
         QTest::newRow("another channel") << i << "it is in the \"beta\" channel";
         i = offerable(QString());
         QTest::newRow("no version") << i << "it has no version";
+        i = offerable("2.0");
+        i.enclosureLength = -1;
+        QTest::newRow("no length") << i << "its enclosure has no length";
+        i.enclosureLength = 0;
+        QTest::newRow("empty") << i << "its enclosure has no length";
+        i.enclosureLength = kMaxUpdateBytes;
+        QTest::newRow("512 MiB") << i << QString();
+        i.enclosureLength = kMaxUpdateBytes + 1;
+        QTest::newRow("over 512 MiB") << i << "its enclosure is larger than 512 MiB";
     }
 
     void offersOnlySignedItemsForThisSystem()

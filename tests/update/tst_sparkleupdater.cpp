@@ -1,9 +1,11 @@
 // SparkleUpdater: whether a build may update, and checks against the
-// appcast of the local service over loopback.
+// appcast of the local service over loopback: nothing is offered before its
+// download has been checked.
 
 #include "localservicefixture.h"
 
 #include "core/log.h"
+#include "core/paths.h"
 #include "support/isolatedenvironment.h"
 #include "update/appcast.h"
 #include "update/edsignature.h"
@@ -11,6 +13,7 @@
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -103,11 +106,42 @@ QByteArray feedWithItems(const QString& items)
         .toUtf8();
 }
 
-QString item(const QString& version, const QString& signatureAttribute)
+// The enclosure the service offers, as its own appcast describes it.
+struct Enclosure {
+    QUrl url;
+    qint64 length = 0;
+    QString signature;
+    QByteArray bytes;
+};
+
+Enclosure servedEnclosure(test::LocalServiceFixture& service)
 {
-    return QStringLiteral("<item><title>%1</title><sparkle:version>%1</sparkle:version>"
-                          "<enclosure url=\"files/r-%1.txt\" length=\"10\" %2/></item>")
-        .arg(version, signatureAttribute);
+    QString error;
+    const auto items =
+        parseAppcast(fetch(QUrl(service->appcastUrl())), QUrl(service->appcastUrl()), &error);
+    if (!items || items->size() != 1)
+        qFatal("the service's appcast: %s", qPrintable(error));
+    const AppcastItem& item = items->at(0);
+    return {item.enclosureUrl, item.enclosureLength, item.edSignature, fetch(item.enclosureUrl)};
+}
+
+// An appcast item; the length and the signature are left out when negative or empty.
+QString item(const QString& version, const QUrl& url, qint64 length, const QString& signature)
+{
+    QString enclosure = QStringLiteral("<enclosure url=\"%1\"").arg(url.toString());
+    if (length >= 0)
+        enclosure += QStringLiteral(" length=\"%1\"").arg(length);
+    if (!signature.isEmpty())
+        enclosure += QStringLiteral(" sparkle:edSignature=\"%1\"").arg(signature);
+    return QStringLiteral("<item><title>%1</title><sparkle:version>%1</sparkle:version>%2/></item>")
+        .arg(version, enclosure);
+}
+
+// Every file in the updater's download directory, hidden ones too.
+QStringList downloadedFiles()
+{
+    return QDir(recordingsDirectory() + QStringLiteral("/updates"))
+        .entryList(QDir::Files | QDir::Hidden);
 }
 
 } // namespace
@@ -264,11 +298,10 @@ private Q_SLOTS:
                      QStringLiteral("A new version of Sorvelandrix Recorder is available!"));
             QVERIFY2(alert.text().contains(offered) && alert.text().contains(running),
                      qPrintable(alert.text()));
-            QCOMPARE(alert.buttons(), (QStringList{"Download", "Later"}));
-            QCOMPARE(
-                alert.downloadUrl(),
-                QUrl(service.origin() +
-                     QStringLiteral("/updates/files/sorvelandrix-recorder-%1.txt").arg(offered)));
+            QCOMPARE(alert.buttons(), (QStringList{"Open", "Later"}));
+            QCOMPARE(alert.filePath(),
+                     recordingsDirectory() +
+                         QStringLiteral("/updates/sorvelandrix-recorder-%1.txt").arg(offered));
         }
         QVERIFY(log.linesStartingWith(QStringLiteral("❌")).isEmpty());
         const LoggedRequest request = service->requestLog().constLast();
@@ -276,7 +309,7 @@ private Q_SLOTS:
                  QStringLiteral("SorvelandrixRecorder/%1 (Linux)").arg(running).toUtf8());
     }
 
-    void downloadOpensTheSignedEnclosure()
+    void openOpensTheVerifiedDownload()
     {
         test::IsolatedEnvironment env;
         test::LocalServiceFixture service(appcastOffering(QStringLiteral("3.0.1")));
@@ -286,35 +319,142 @@ private Q_SLOTS:
             opened.append(url);
             return true;
         });
+        QStringList activities;
+        QList<double> progress;
+        connect(&updater, &SparkleUpdater::activityChanged, this,
+                [&] { activities.append(updater.activity()); });
+        connect(&updater, &SparkleUpdater::progressChanged, this,
+                [&] { progress.append(updater.progress()); });
+
         const UpdateAlert alert = checkOnce(updater);
+
         QCOMPARE(alert.kind(), UpdateAlert::Kind::Available);
+        QCOMPARE(activities, (QStringList{"Checking for updates…", "Downloading 3.0.1…",
+                                          "Checking the signature of 3.0.1…", ""}));
+        QVERIFY(progress.contains(1.0));
+        QCOMPARE(progress.constLast(), -1.0);
+        // The file the service signed, in the cache directory, and nothing else there.
+        QCOMPARE(downloadedFiles(), QStringList{"sorvelandrix-recorder-3.0.1.txt"});
+        QFile file(alert.filePath());
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), servedEnclosure(service).bytes);
 
         QSignalSpy changed(&updater, &SparkleUpdater::alertChanged);
         updater.answerAlert(0);
-        QCOMPARE(opened, QList<QUrl>{alert.downloadUrl()});
+        QCOMPARE(opened, QList<QUrl>{QUrl::fromLocalFile(alert.filePath())});
         QCOMPARE(updater.alert().kind(), UpdateAlert::Kind::None);
         QCOMPARE(changed.size(), 1);
         updater.answerAlert(0); // nothing left to answer
         QCOMPARE(opened.size(), 1);
 
-        // What the button opens is what the service signed, as this build
-        // reads the feed and checks the signature.
-        QString error;
-        const auto items =
-            parseAppcast(fetch(QUrl(service->appcastUrl())), QUrl(service->appcastUrl()), &error);
-        QVERIFY2(items && items->size() == 1, qPrintable(error));
-        const QByteArray enclosure = fetch(alert.downloadUrl());
-        QCOMPARE(items->at(0).enclosureLength, enclosure.size());
-        QVERIFY(
-            verifyEdSignature(service->appcastPublicKey(), enclosure, items->at(0).edSignature));
-        QByteArray altered = enclosure;
-        altered.append('\n');
-        QVERIFY(!verifyEdSignature(service->appcastPublicKey(), altered, items->at(0).edSignature));
-
-        // "Later" opens nothing.
+        // "Later" opens nothing; a second check replaces the file.
         checkOnce(updater);
         updater.answerAlert(1);
         QCOMPARE(opened.size(), 1);
+        QCOMPARE(downloadedFiles(), QStringList{"sorvelandrix-recorder-3.0.1.txt"});
+    }
+
+    // Whatever is wrong with the download, the check ends in its error,
+    // nothing is offered, nothing can be opened and nothing is kept.
+    void onlyAVerifiedDownloadIsOffered_data()
+    {
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<QString>("description"); // {n}: the file's real length
+        const QString badSignature = QStringLiteral(
+            "The downloaded update is not signed with this build's key: it was discarded.");
+        QTest::newRow("none") << ""
+                              << "";
+        QTest::newRow("random signature") << "random signature" << badSignature;
+        QTest::newRow("another file in its place") << "swapped" << badSignature;
+        QTest::newRow("signed with another key") << "another key" << badSignature;
+        QTest::newRow("a truncated file")
+            << "truncated"
+            << "The downloaded update is {n-7} bytes long, but the update feed gives {n} bytes: "
+               "it was discarded.";
+        QTest::newRow("the feed gives a greater length")
+            << "length+1"
+            << "The downloaded update is {n} bytes long, but the update feed gives {n+1} bytes: "
+               "it was discarded.";
+        QTest::newRow("the feed gives a smaller length")
+            << "length-1"
+            << "The downloaded update is {n} bytes long, but the update feed gives {n-1} bytes: "
+               "it was discarded.";
+        QTest::newRow("the file is missing")
+            << "404"
+            << "The update could not be downloaded (HTTP status 404).";
+        QTest::newRow("redirected off this computer")
+            << "redirect"
+            << "The update server redirected to “http://updates.example/r.txt”, which is not an "
+               "HTTPS address.";
+    }
+
+    void onlyAVerifiedDownloadIsOffered()
+    {
+        QFETCH(QString, fault);
+        QFETCH(QString, description);
+        test::IsolatedEnvironment env;
+        LogCapture log;
+        test::LocalServiceFixture service(appcastOffering(QStringLiteral("9.9.9")));
+        SparkleUpdaterConfig config = releaseBuild(service, QStringLiteral("1.0"));
+        const Enclosure real = servedEnclosure(service);
+        service->clearRequestLog();
+        const qint64 n = real.length;
+        const QString path = real.url.path();
+        qint64 length = n;
+        QString signature = real.signature;
+        if (fault == QLatin1String("random signature")) {
+            QByteArray random(64, Qt::Uninitialized);
+            QRandomGenerator::global()->fillRange(reinterpret_cast<quint32*>(random.data()), 16);
+            signature = QString::fromLatin1(random.toBase64());
+        } else if (fault == QLatin1String("swapped")) {
+            service->script("GET", path, ScriptedAnswer::reply(200, QByteArray(n, 'x')));
+        } else if (fault == QLatin1String("another key")) {
+            test::LocalServiceFixture other;
+            config.publicKey = other->appcastPublicKey();
+        } else if (fault == QLatin1String("truncated")) {
+            service->script("GET", path, ScriptedAnswer::reply(200, real.bytes.chopped(7)));
+        } else if (fault == QLatin1String("length+1")) {
+            length = n + 1;
+        } else if (fault == QLatin1String("length-1")) {
+            length = n - 1;
+        } else if (fault == QLatin1String("404")) {
+            service->script("GET", path, ScriptedAnswer::reply(404, "{}"));
+        } else if (fault == QLatin1String("redirect")) {
+            service->script(
+                "GET", path,
+                ScriptedAnswer::reply(302, {}, {{"Location", "http://updates.example/r.txt"}}));
+        }
+        service->script(
+            "GET", QStringLiteral("/updates/appcast.xml"),
+            ScriptedAnswer::reply(200, feedWithItems(item("9.9.9", real.url, length, signature))));
+        SparkleUpdater updater(config);
+        int opened = 0;
+        updater.setUrlOpener([&opened](const QUrl&) {
+            ++opened;
+            return true;
+        });
+
+        const UpdateAlert alert = checkOnce(updater);
+        updater.answerAlert(0);
+
+        QVERIFY(!updater.checking());
+        QCOMPARE(service->requestCount("GET", path), 1);
+        if (fault.isEmpty()) {
+            QCOMPARE(alert.kind(), UpdateAlert::Kind::Available);
+            QCOMPARE(opened, 1);
+            QCOMPARE(downloadedFiles().size(), 1);
+            return;
+        }
+        description.replace(QLatin1String("{n-7}"), QString::number(n - 7))
+            .replace(QLatin1String("{n-1}"), QString::number(n - 1))
+            .replace(QLatin1String("{n+1}"), QString::number(n + 1))
+            .replace(QLatin1String("{n}"), QString::number(n));
+        QCOMPARE(alert.kind(), UpdateAlert::Kind::Failed);
+        QCOMPARE(alert.text(), description);
+        QCOMPARE(log.linesStartingWith(QStringLiteral("❌")),
+                 QStringList{QStringLiteral("❌ Sparkle update check aborted: ") + description});
+        QCOMPARE(opened, 0);
+        QCOMPARE(downloadedFiles(), QStringList());
     }
 
     void signingKeySurvivesARestart()
@@ -327,34 +467,37 @@ private Q_SLOTS:
         QCOMPARE(service->appcastPublicKey(), key);
     }
 
-    void itemsWithoutAValidSignatureAreSkipped()
+    void itemsWithoutAValidSignatureOrLengthAreSkipped()
     {
         test::IsolatedEnvironment env;
         LogCapture log;
         test::LocalServiceFixture service;
-        const QString signature = QString::fromLatin1(QByteArray(64, 's').toBase64());
+        const Enclosure real = servedEnclosure(service);
         const QString shortSignature = QString::fromLatin1(QByteArray(63, 's').toBase64());
         service->script(
             "GET", QStringLiteral("/updates/appcast.xml"),
             ScriptedAnswer::reply(
-                200, feedWithItems(item("9.0", "sparkle:edSignature=\"" + shortSignature + "\"") +
-                                   item("8.0", QString()) +
-                                   item("2.0", "sparkle:edSignature=\"" + signature + "\""))));
+                200, feedWithItems(item("9.0", real.url, real.length, shortSignature) +
+                                   item("8.0", real.url, real.length, QString()) +
+                                   item("7.0", real.url, -1, real.signature) +
+                                   item("2.0", real.url, real.length, real.signature))));
         SparkleUpdater updater(releaseBuild(service, QStringLiteral("1.0")));
         const UpdateAlert alert = checkOnce(updater);
         QCOMPARE(alert.kind(), UpdateAlert::Kind::Available);
         QCOMPARE(alert.version(), QStringLiteral("2.0"));
-        QCOMPARE(alert.downloadUrl(),
-                 QUrl(service.origin() + QStringLiteral("/updates/files/r-2.0.txt")));
-        QCOMPARE(log.linesStartingWith(QStringLiteral("⚠️ Update skipped")),
-                 (QStringList{
-                     "⚠️ Update skipped, 9.0: its EdDSA signature is missing or malformed",
-                     "⚠️ Update skipped, 8.0: its EdDSA signature is missing or malformed"}));
+        QCOMPARE(
+            log.linesStartingWith(QStringLiteral("⚠️ Update skipped")),
+            (QStringList{"⚠️ Update skipped, 9.0: its EdDSA signature is missing or malformed",
+                         "⚠️ Update skipped, 8.0: its EdDSA signature is missing or malformed",
+                         "⚠️ Update skipped, 7.0: its enclosure has no length"}));
 
-        // With nothing signed there is nothing to offer.
+        // With nothing signed there is nothing to offer, nor to fetch.
+        service->clearRequestLog();
         service->script("GET", QStringLiteral("/updates/appcast.xml"),
-                        ScriptedAnswer::reply(200, feedWithItems(item("9.0", QString()))));
+                        ScriptedAnswer::reply(
+                            200, feedWithItems(item("9.0", real.url, real.length, QString()))));
         QCOMPARE(checkOnce(updater).kind(), UpdateAlert::Kind::UpToDate);
+        QCOMPARE(service->requestCount("GET", real.url.path()), 0);
     }
 
     void failedCheckIsLoggedAndShown_data()
@@ -375,6 +518,10 @@ private Q_SLOTS:
             << "The update server could not be reached (Connection refused).";
         QTest::newRow("dropped connection") << "dropped"
                                             << "The update server could not be reached";
+        QTest::newRow("redirected off this computer")
+            << "redirect"
+            << "The update server redirected to “http://updates.example/appcast.xml”, which is "
+               "not an HTTPS address.";
         QTest::newRow("plain http to another host")
             << "insecure"
             << "The update feed address “http://updates.example/appcast.xml” is not an HTTPS "
@@ -401,6 +548,10 @@ private Q_SLOTS:
         else if (failure == QLatin1String("dropped"))
             for (int attempt = 0; attempt < 2; ++attempt) // Qt sends a GET twice
                 service->script("GET", path, ScriptedAnswer::dropped());
+        else if (failure == QLatin1String("redirect"))
+            service->script("GET", path,
+                            ScriptedAnswer::reply(
+                                302, {}, {{"Location", "http://updates.example/appcast.xml"}}));
         else if (failure == QLatin1String("insecure"))
             config.feedUrl = QUrl(QStringLiteral("http://updates.example/appcast.xml"));
         SparkleUpdater updater(config);
