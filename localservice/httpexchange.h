@@ -107,6 +107,9 @@ public:
     // closeCode() says how, when the peer sent a close frame).
     virtual std::optional<Message> read() = 0;
     virtual bool sendText(const QByteArray& text) = 0;
+    // The same message cut into frames of `frameBytes` (0: a single frame
+    // however large), as a peer that frames its own messages sends them.
+    virtual bool sendTextInFrames(const QByteArray& text, qsizetype frameBytes) = 0;
     // The close handshake with this code and reason.
     virtual void close(int code, const QByteArray& reason) = 0;
     // Ends the connection at once, without a close frame.

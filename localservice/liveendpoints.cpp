@@ -26,10 +26,11 @@ struct Reply {
     QByteArray text;
     int code = 1000;
     QByteArray reason;
+    qsizetype frameBytes = -1;
 
     static Reply send(const QJsonObject& o)
     {
-        return {Kind::Send, QJsonDocument(o).toJson(QJsonDocument::Compact), 1000, {}};
+        return {Kind::Send, QJsonDocument(o).toJson(QJsonDocument::Compact), 1000, {}, -1};
     }
 };
 
@@ -65,13 +66,13 @@ public:
             const LiveScript::Step& s = m_steps[m_next++];
             switch (s.action) {
             case LiveScript::Step::Action::Send:
-                out.push_back({Reply::Kind::Send, s.message, 1000, {}});
+                out.push_back({Reply::Kind::Send, s.message, 1000, {}, s.frameBytes});
                 break;
             case LiveScript::Step::Action::Close:
-                out.push_back({Reply::Kind::Close, {}, s.closeCode, s.reason});
+                out.push_back({Reply::Kind::Close, {}, s.closeCode, s.reason, -1});
                 break;
             case LiveScript::Step::Action::Drop:
-                out.push_back({Reply::Kind::Drop, {}, 0, {}});
+                out.push_back({Reply::Kind::Drop, {}, 0, {}, -1});
                 break;
             }
         }
@@ -308,19 +309,26 @@ LiveScript& LiveScript::send(const QJsonObject& message, int afterFrames)
 
 LiveScript& LiveScript::sendText(const QByteArray& text, int afterFrames)
 {
-    steps.push_back({afterFrames, Step::Action::Send, text, 1000, {}});
+    steps.push_back({afterFrames, Step::Action::Send, text, 1000, {}, -1});
+    return *this;
+}
+
+LiveScript& LiveScript::sendInFrames(const QByteArray& text, qsizetype frameBytes, int afterFrames)
+{
+    steps.push_back(
+        {afterFrames, Step::Action::Send, text, 1000, {}, std::max<qsizetype>(frameBytes, 0)});
     return *this;
 }
 
 LiveScript& LiveScript::close(int code, const QByteArray& reason, int afterFrames)
 {
-    steps.push_back({afterFrames, Step::Action::Close, {}, code, reason});
+    steps.push_back({afterFrames, Step::Action::Close, {}, code, reason, -1});
     return *this;
 }
 
 LiveScript& LiveScript::drop(int afterFrames)
 {
-    steps.push_back({afterFrames, Step::Action::Drop, {}, 0, {}});
+    steps.push_back({afterFrames, Step::Action::Drop, {}, 0, {}, -1});
     return *this;
 }
 
@@ -393,7 +401,8 @@ void LiveEndpoint::serve(const ServiceRequest& request, WebSocketChannel& ws)
         for (const Reply& r : replies) {
             switch (r.kind) {
             case Reply::Kind::Send:
-                if (!ws.sendText(r.text))
+                if (!(r.frameBytes < 0 ? ws.sendText(r.text)
+                                       : ws.sendTextInFrames(r.text, r.frameBytes)))
                     return false;
                 break;
             case Reply::Kind::Close:
@@ -500,7 +509,7 @@ void LiveEndpoint::serve(const ServiceRequest& request, WebSocketChannel& ws)
             updateSession(session, [](LiveSession& s) { s.sentinel = true; });
             source->end(replies);
             replies.push_back(Reply::send({{QStringLiteral("finished"), true}}));
-            replies.push_back({Reply::Kind::Close, {}, 1000, "Finished"});
+            replies.push_back({Reply::Kind::Close, {}, 1000, "Finished", -1});
             perform(replies);
             break;
         }

@@ -26,11 +26,15 @@ struct LiveScript {
         QByteArray message;
         int closeCode = 1000;
         QByteArray reason;
+        // Send: the message's frames (-1: as the channel cuts them; 0: one).
+        qsizetype frameBytes = -1;
     };
     std::vector<Step> steps;
 
     LiveScript& send(const QJsonObject& message, int afterFrames = 0);
     LiveScript& sendText(const QByteArray& text, int afterFrames = 0);
+    // The message in frames of `frameBytes` each (0: all in one frame).
+    LiveScript& sendInFrames(const QByteArray& text, qsizetype frameBytes, int afterFrames = 0);
     LiveScript& close(int code, const QByteArray& reason = {}, int afterFrames = 0);
     // Ends the connection without a close frame, as a network failure would.
     LiveScript& drop(int afterFrames = 0);

@@ -233,6 +233,24 @@ public:
         return !ec;
     }
 
+    bool sendTextInFrames(const QByteArray& text, qsizetype frameBytes) override
+    {
+        beast::error_code ec;
+        m_ws.text(true);
+        m_ws.auto_fragment(false);
+        if (frameBytes <= 0) {
+            m_ws.write(net::buffer(text.constData(), std::size_t(text.size())), ec);
+        } else {
+            for (qsizetype at = 0; at < text.size() && !ec; at += frameBytes) {
+                const qsizetype n = std::min(frameBytes, text.size() - at);
+                m_ws.write_some(at + n >= text.size(),
+                                net::buffer(text.constData() + at, std::size_t(n)), ec);
+            }
+        }
+        m_ws.auto_fragment(true);
+        return !ec;
+    }
+
     void close(int code, const QByteArray& reason) override
     {
         beast::error_code ec;

@@ -46,8 +46,7 @@ int follow(CommandContext& ctx)
         const QString open = reporter.openLine();
         if (open.isEmpty() && !openShown)
             return;
-        ctx.draw(QStringLiteral("\r\033[K") +
-                 LiveTranscriptReporter::fitToWidth(open,
+        ctx.draw(LiveTranscriptReporter::fitToWidth(open,
                                                     LiveTranscriptReporter::terminalColumns() - 1));
         openShown = !open.isEmpty();
     };
@@ -57,7 +56,7 @@ int follow(CommandContext& ctx)
         drawOpen();
     };
     const auto say = [&](const QString& line) {
-        ctx.print(ctx.terminal ? QStringLiteral("\r\033[K") + line : line);
+        ctx.printOver(line);
         openShown = false;
         drawOpen();
     };
@@ -65,6 +64,7 @@ int follow(CommandContext& ctx)
     QObject::connect(
         &transcript, &LiveTranscriptManager::connectionStatusChanged, &transcript, [&] {
             const SSEConnectionStatus& status = transcript.connectionStatus();
+            reporter.flush();
             ctx.event(connectionEvent(status));
             if (status.isConnecting())
                 say(QStringLiteral("Connecting to meeting %1...").arg(meetingId));
@@ -77,11 +77,13 @@ int follow(CommandContext& ctx)
                              QString::number(LiveTranscriptManager::kRetryDelay.count() / 1000)));
         });
     QObject::connect(&transcript, &LiveTranscriptManager::meetingStatusChanged, &transcript, [&] {
+        reporter.flush();
         ctx.event({{QStringLiteral("event"), QStringLiteral("meetingStatus")},
                    {QStringLiteral("status"), transcript.meetingStatus()}});
         say(QStringLiteral("Meeting status: %1").arg(transcript.meetingStatus()));
     });
     QObject::connect(&transcript, &LiveTranscriptManager::speakerNamesChanged, &transcript, [&] {
+        reporter.flush();
         ctx.event(
             {{QStringLiteral("event"), QStringLiteral("speakerNames")},
              {QStringLiteral("names"), QJsonObject::fromVariantMap(transcript.speakerNamesMap())}});

@@ -101,12 +101,12 @@ int runMix(CommandContext& ctx)
         const int percent = static_cast<int>(100 * done / std::max<std::int64_t>(totalFrames, 1));
         if (showProgress && percent != lastPercent) {
             lastPercent = percent;
-            ctx.draw(QStringLiteral("\rMixing… %1 %").arg(percent, 3));
+            ctx.draw(QStringLiteral("Mixing… %1 %").arg(percent, 3));
         }
     }
     const std::int64_t written = pipeline.closeOutput();
     if (showProgress)
-        ctx.draw(QStringLiteral("\n"));
+        ctx.endDrawnLine();
     if (failure) {
         ctx.error(failure->message());
         return kExitFailure;

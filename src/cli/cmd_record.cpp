@@ -146,7 +146,7 @@ int runRecord(CommandContext& ctx)
 
     auto endMeterLine = [&] {
         if (meterShown)
-            ctx.draw(QStringLiteral("\n"));
+            ctx.endDrawnLine();
         meterShown = false;
     };
 
@@ -171,7 +171,7 @@ int runRecord(CommandContext& ctx)
     meterTimer.setInterval(100);
     // The level meter, and beside it the words being spoken.
     const auto drawMeter = [&] {
-        QString line = QStringLiteral("\r🎤 %1  🔊 %2  %3")
+        QString line = QStringLiteral("🎤 %1  🔊 %2  %3")
                            .arg(meterBar(recorder.micLevel()), meterBar(recorder.systemLevel()),
                                 recorder.elapsedText());
         if (live) {
@@ -180,7 +180,6 @@ int runRecord(CommandContext& ctx)
                 line += QStringLiteral("  ") +
                         LiveTranscriptReporter::fitToWidth(
                             open, LiveTranscriptReporter::terminalColumns() - 58);
-            line += QStringLiteral("\033[K");
         }
         ctx.draw(line);
         meterShown = true;

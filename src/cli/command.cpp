@@ -2,6 +2,7 @@
 
 #include "core/appinfo.h"
 #include "core/settings.h"
+#include "core/terminaltext.h"
 
 #include <QJsonDocument>
 #include <QRegularExpression>
@@ -51,16 +52,34 @@ void CommandContext::writeOut(const QByteArray& bytes) const
         out(bytes);
 }
 
+namespace {
+// Back to the start of the line, and clear it.
+constexpr char kClearLine[] = "\r\033[K";
+} // namespace
+
 void CommandContext::print(const QString& text) const
 {
     if (!json)
-        writeOut(text.toUtf8() + '\n');
+        writeOut(terminalSafe(text, true).toUtf8() + '\n');
+}
+
+void CommandContext::printOver(const QString& text) const
+{
+    if (!json)
+        writeOut((terminal ? QByteArray(kClearLine) : QByteArray()) +
+                 terminalSafe(text, true).toUtf8() + '\n');
 }
 
 void CommandContext::draw(const QString& text) const
 {
     if (!json)
-        writeOut(text.toUtf8());
+        writeOut(kClearLine + terminalSafe(text).toUtf8());
+}
+
+void CommandContext::endDrawnLine() const
+{
+    if (!json)
+        writeOut("\n");
 }
 
 void CommandContext::event(const QJsonObject& object) const
@@ -71,7 +90,7 @@ void CommandContext::event(const QJsonObject& object) const
 
 void CommandContext::error(const QString& message) const
 {
-    err(message.toUtf8() + '\n');
+    err(terminalSafe(message, true).toUtf8() + '\n');
     if (json)
         event({{QStringLiteral("event"), QStringLiteral("error")},
                {QStringLiteral("message"), message}});

@@ -44,12 +44,25 @@ public:
     // timers). Tests move that time themselves.
     DelayedCall delays;
 
+    // Human text goes out with every control character replaced but its
+    // line ends (terminalSafe): the service's words (transcripts, names,
+    // titles, error details) are printed through these and nothing else, so
+    // none of them can drive the terminal. The only escapes written are the
+    // ones below, of our own.
+
     // Human text on standard output (ignored with --json).
     void print(const QString& text) const;
-    // Text on standard output without a line end, for lines redrawn with "\r"
-    // on a terminal (ignored with --json).
+    // The same over the line drawn in place: on a terminal the line is
+    // cleared first.
+    void printOver(const QString& text) const;
+    // The line drawn in place (a progress bar, the level meter, the words
+    // being spoken), for a terminal: written over the previous one, without
+    // a line end (ignored with --json).
     void draw(const QString& text) const;
-    // One JSON Lines event on standard output (only with --json).
+    // Leaves the line drawn in place as it stands and moves below it.
+    void endDrawnLine() const;
+    // One JSON Lines event on standard output (only with --json); JSON
+    // escapes the control characters itself.
     void event(const QJsonObject& object) const;
     // An error on standard error; with --json also an "error" event.
     void error(const QString& message) const;

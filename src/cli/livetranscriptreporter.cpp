@@ -1,12 +1,15 @@
 #include "livetranscriptreporter.h"
 
+#include "core/terminaltext.h"
 #include "transcript/livetranscriptmanager.h"
 #include "transcript/localtranscriptmanager.h"
 #include "transcript/servertranscriptmanager.h"
 
 #include <QJsonObject>
+#include <QPointer>
 
 #include <algorithm>
+#include <utility>
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -16,7 +19,8 @@ namespace sorv::cli {
 LiveTranscriptReporter::LiveTranscriptReporter(
     const CommandContext& ctx, std::function<const QList<TranscriptSegment>&()> segments,
     std::function<bool(int row)> isOpen)
-    : m_ctx(ctx), m_segments(std::move(segments)), m_isOpen(std::move(isOpen))
+    : m_ctx(ctx), m_after(ctx.delays ? ctx.delays : timerDelayedCall()),
+      m_segments(std::move(segments)), m_isOpen(std::move(isOpen))
 {}
 
 LiveTranscriptReporter::LiveTranscriptReporter(const CommandContext& ctx,
@@ -32,7 +36,9 @@ LiveTranscriptReporter::LiveTranscriptReporter(const CommandContext& ctx,
             &LiveTranscriptReporter::changed);
     connect(&t, &ServerTranscriptManager::segmentDisplayNameChanged, this,
             &LiveTranscriptReporter::changed);
-    connect(&t, &ServerTranscriptManager::segmentsCleared, this, [this] { m_printed = 0; });
+    connect(&t, &ServerTranscriptManager::segmentsCleared, this, [this] { rowsDropped(-1); });
+    connect(&t, &ServerTranscriptManager::segmentsTrimmed, this,
+            &LiveTranscriptReporter::rowsDropped);
     connect(&t, &ServerTranscriptManager::statusChanged, this,
             [this, &t] { statusChanged(t.status()); });
 }
@@ -45,7 +51,7 @@ LiveTranscriptReporter::LiveTranscriptReporter(const CommandContext& ctx, LocalT
     connect(&t, &LocalTranscriptManager::segmentAppended, this, &LiveTranscriptReporter::changed);
     connect(&t, &LocalTranscriptManager::segmentTextChanged, this,
             &LiveTranscriptReporter::changed);
-    connect(&t, &LocalTranscriptManager::segmentsCleared, this, [this] { m_printed = 0; });
+    connect(&t, &LocalTranscriptManager::segmentsCleared, this, [this] { rowsDropped(-1); });
     connect(&t, &LocalTranscriptManager::statusChanged, this,
             [this, &t] { statusChanged(t.status()); });
 }
@@ -57,15 +63,15 @@ LiveTranscriptReporter::LiveTranscriptReporter(const CommandContext& ctx, LiveTr
 {
     connect(&t, &LiveTranscriptManager::segmentAppended, this, &LiveTranscriptReporter::changed);
     connect(&t, &LiveTranscriptManager::segmentTextChanged, this, &LiveTranscriptReporter::changed);
-    connect(&t, &LiveTranscriptManager::segmentsCleared, this, [this] { m_printed = 0; });
-    // The oldest segments of a very long meeting are let go; rows move up.
+    connect(&t, &LiveTranscriptManager::segmentsCleared, this, [this] { rowsDropped(-1); });
     connect(&t, &LiveTranscriptManager::segmentsTrimmed, this,
-            [this](int count) { m_printed = std::max(0, m_printed - count); });
+            &LiveTranscriptReporter::rowsDropped);
 }
 
 QString LiveTranscriptReporter::segmentLine(const TranscriptSegment& segment)
 {
-    return segment.displayName + QStringLiteral(": ") + segment.text;
+    // One line, whatever the service put in it.
+    return terminalSafe(segment.displayName) + QStringLiteral(": ") + terminalSafe(segment.text);
 }
 
 QString LiveTranscriptReporter::fitToWidth(const QString& line, int width)
@@ -117,10 +123,68 @@ void LiveTranscriptReporter::changed(int row)
     const QList<TranscriptSegment>& segments = m_segments();
     if (row < 0 || row >= segments.size())
         return;
-    m_ctx.event(segmentEvent(segments.at(row)));
+    if (m_ctx.json) {
+        if (m_isOpen(row)) {
+            emitInterim(row);
+        } else {
+            if (m_heldRow != row)
+                emitHeld();
+            m_heldRow = -1;
+            m_ctx.event(segmentEvent(segments.at(row)));
+        }
+    }
     printFinished();
     if (m_ctx.terminal && redraw)
         redraw();
+}
+
+void LiveTranscriptReporter::emitInterim(int row)
+{
+    if (m_interimRecently) {
+        if (m_heldRow != row)
+            emitHeld();
+        m_heldRow = row;
+        return;
+    }
+    m_ctx.event(segmentEvent(m_segments().at(row)));
+    m_interimRecently = true;
+    m_after(kInterimInterval, [self = QPointer<LiveTranscriptReporter>(this)] {
+        if (self)
+            self->intervalEnded();
+    });
+}
+
+void LiveTranscriptReporter::intervalEnded()
+{
+    m_interimRecently = false;
+    const int row = std::exchange(m_heldRow, -1);
+    if (row >= 0 && row < m_segments().size())
+        emitInterim(row);
+}
+
+void LiveTranscriptReporter::flush()
+{
+    emitHeld();
+}
+
+void LiveTranscriptReporter::emitHeld()
+{
+    const int row = std::exchange(m_heldRow, -1);
+    if (row >= 0 && row < m_segments().size())
+        m_ctx.event(segmentEvent(m_segments().at(row)));
+}
+
+void LiveTranscriptReporter::rowsDropped(int count)
+{
+    // -1: all of them.
+    if (count < 0) {
+        m_printed = 0;
+        m_heldRow = -1;
+        return;
+    }
+    // The oldest segments of a very long transcript are let go; rows move up.
+    m_printed = std::max(0, m_printed - count);
+    m_heldRow = m_heldRow >= count ? m_heldRow - count : -1;
 }
 
 void LiveTranscriptReporter::printFinished()
@@ -129,27 +193,29 @@ void LiveTranscriptReporter::printFinished()
     while (m_printed < segments.size() && !m_isOpen(m_printed)) {
         const QString line = segmentLine(segments.at(m_printed++));
         // Over whatever a terminal shows in place.
-        m_ctx.print(m_ctx.terminal ? QStringLiteral("\r\033[K") + line : line);
+        m_ctx.printOver(line);
     }
 }
 
 void LiveTranscriptReporter::statusChanged(const TranscriptStatus& status)
 {
+    emitHeld();
     m_ctx.event(statusEvent(status));
     if (!status.isError())
         return;
-    const QString line = QStringLiteral("Live transcript: ") + status.message();
-    m_ctx.print(m_ctx.terminal ? QStringLiteral("\r\033[K") + line : line);
+    const QString line = QStringLiteral("Live transcript: ") + terminalSafe(status.message());
+    m_ctx.printOver(line);
     if (m_ctx.terminal && redraw)
         redraw();
 }
 
 void LiveTranscriptReporter::finish()
 {
+    emitHeld();
     const QList<TranscriptSegment>& segments = m_segments();
     while (m_printed < segments.size()) {
         const QString line = segmentLine(segments.at(m_printed++));
-        m_ctx.print(m_ctx.terminal ? QStringLiteral("\r\033[K") + line : line);
+        m_ctx.printOver(line);
     }
 }
 

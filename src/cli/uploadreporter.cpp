@@ -38,7 +38,7 @@ void UploadReporter::drawProgress(double fraction, bool final)
     const int filled = std::clamp(static_cast<int>(fraction * kWidth), 0, kWidth);
     const QString bar =
         QString(filled, QLatin1Char('#')) + QString(kWidth - filled, QLatin1Char('-'));
-    m_ctx.draw(QStringLiteral("\rUploading [%1] %2 %  %3 / %4  %5 ")
+    m_ctx.draw(QStringLiteral("Uploading [%1] %2 %  %3 / %4  %5 ")
                    .arg(bar)
                    .arg(fraction * 100.0, 5, 'f', 1)
                    .arg(formatBytes(sent), formatBytes(static_cast<double>(m_size)),
@@ -59,7 +59,7 @@ void UploadReporter::onStateChanged()
         if (m_clock.isValid())
             drawProgress(1.0, true);
         if (m_barShown)
-            m_ctx.draw(QStringLiteral("\n"));
+            m_ctx.endDrawnLine();
         const QString id = state.idOrEmpty();
         const QString address = m_recorder.uploadedRecordingUrl();
         m_ctx.print(id.isEmpty() ? QStringLiteral("Uploaded %1").arg(state.name())
@@ -77,7 +77,7 @@ void UploadReporter::onStateChanged()
     }
     case RecordingState::Kind::Error: {
         if (m_barShown)
-            m_ctx.draw(QStringLiteral("\n"));
+            m_ctx.endDrawnLine();
         const QString retry = m_ctx.commandLine({QStringLiteral("upload"), m_path});
         // The window's wording points at its own sign-in form; a terminal
         // needs the commands to run.

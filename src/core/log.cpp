@@ -1,5 +1,7 @@
 #include "log.h"
 
+#include "core/terminaltext.h"
+
 #include <QByteArray>
 
 #include <cstdio>
@@ -20,8 +22,11 @@ LogSink& logSink()
 }
 } // namespace
 
-void consoleLog(const QString& line)
+void consoleLog(const QString& text)
 {
+    // Lines quote what the service sent (its errors, odd messages): none of
+    // it may reach a terminal as an escape sequence.
+    const QString line = terminalSafe(text, true);
     std::lock_guard lock(logMutex());
     if (auto& sink = logSink()) {
         sink(line);

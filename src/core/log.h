@@ -9,7 +9,8 @@ namespace sorv {
 
 // Console diagnostics: one line on standard output per call, starting with the
 // pictogram that tells its kind ("✅", "❌", "⚠️", "🎤", "🔊", "📝", …).
-// Thread-safe; lines from different threads never interleave.
+// Thread-safe; lines from different threads never interleave. Control
+// characters are replaced (terminalSafe), line ends kept.
 void consoleLog(const QString& line);
 
 // Tests capture the console by installing a sink; an empty function restores stdout.

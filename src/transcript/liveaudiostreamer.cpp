@@ -14,6 +14,7 @@
 #include <QWebSocket>
 
 #include <algorithm>
+#include <variant>
 
 namespace sorv {
 
@@ -42,6 +43,34 @@ void dispose(QWebSocket* socket, QWebSocketProtocol::CloseCode code, const QStri
         socket->abort();
         socket->deleteLater();
     });
+}
+
+template <class... Ts> struct Overloaded : Ts... {
+    using Ts::operator()...;
+};
+template <class... Ts> Overloaded(Ts...) -> Overloaded<Ts...>;
+
+// The characters an event carries, and a little for the event itself.
+qint64 textSize(const LiveTranscriptEvent& event)
+{
+    using namespace LiveEvent;
+    const qint64 carried =
+        std::visit(Overloaded{
+                       [](const Connected& e) { return e.transcriptionId.size(); },
+                       [](const Segment& e) { return e.speaker.size() + e.text.size(); },
+                       [](const Partial& e) { return e.speaker.size() + e.text.size(); },
+                       [](const SpeakerNames& e) {
+                           qsizetype n = 0;
+                           for (auto it = e.names.cbegin(); it != e.names.cend(); ++it)
+                               n += it.key().size() + it.value().size();
+                           return n;
+                       },
+                       [](const Status& e) { return e.status.size(); },
+                       [](const Error& e) { return e.message.size(); },
+                       [](const Disconnected&) { return qsizetype{0}; },
+                   },
+                   event);
+    return 16 + carried;
 }
 
 } // namespace
@@ -110,6 +139,7 @@ void LiveAudioStreamer::start(const QString& serverURL, const QString& token,
         m_isActive = true;
         ++m_session;
         m_reconnectAttempts = 0;
+        m_lastRefreshAt.reset();
         m_framer.clear();
         m_messages.reset();
         connectSocket();
@@ -206,6 +236,8 @@ void LiveAudioStreamer::connectSocket()
         dispose(m_socket, QWebSocketProtocol::CloseCodeGoingAway);
     }
     m_socket = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, m_queue->context());
+    m_socket->setMaxAllowedIncomingMessageSize(quint64(kMaxMessageBytes));
+    m_socket->setMaxAllowedIncomingFrameSize(quint64(kMaxMessageBytes));
     m_socketOpen = false;
     m_pingSilence.reset();
     m_framesWhileConnecting.clear();
@@ -273,6 +305,18 @@ void LiveAudioStreamer::connectSocket()
 
     socket->open(url);
     startKeepalive();
+    // Qt waits for the handshake's answer as long as it takes.
+    after(kHandshakeTimeout, [this, serial] { handshakeTimedOut(serial); });
+}
+
+void LiveAudioStreamer::handshakeTimedOut(std::uint64_t serial)
+{
+    if (serial != m_socketSerial || !m_socket || m_socketOpen || !m_isActive)
+        return;
+    const QString reason =
+        QStringLiteral("no answer from the service in %1 s").arg(kHandshakeTimeout.count());
+    consoleLog(QStringLiteral("🌐 ❌ WebSocket receive error: ") + reason);
+    handleDisconnect(reason, true);
 }
 
 void LiveAudioStreamer::sendInitialConfig()
@@ -354,6 +398,13 @@ void LiveAudioStreamer::handleText(const QString& text)
     std::vector<LiveTranscriptEvent> events;
     m_messages.handle(text, events);
     deliver(events);
+    // Words come faster than they can be shown (printed, drawn): the rest
+    // would only pile up in memory.
+    if (m_undeliveredChars.load() > kMaxUndeliveredChars) {
+        const QString reason = QStringLiteral("the service sends faster than it can be shown");
+        consoleLog(QStringLiteral("🌐 ❌ WebSocket receive error: ") + reason);
+        handleDisconnect(reason, true);
+    }
 }
 
 void LiveAudioStreamer::handleDisconnect(const std::optional<QString>& error, bool broken)
@@ -370,21 +421,21 @@ void LiveAudioStreamer::handleDisconnect(const std::optional<QString>& error, bo
         consoleLog(QStringLiteral("🌐 🔑 Auth error (4001), attempting token refresh…"));
         deliver(LiveEvent::Error{QStringLiteral("Authentication expired, refreshing…")});
         const std::uint64_t session = m_session;
-        postToMainThread(m_self, [this, session] {
-            TokenReply reply = [weak = QPointer<LiveAudioStreamer>(this),
-                                session](const std::optional<QString>& token) {
-                if (!weak)
-                    return;
-                LiveAudioStreamer* self = weak.data();
-                self->m_queue->post(
-                    [self, session, token] { self->finishRefresh(session, token); });
-            };
-            const AuthNeededCallback ask = onAuthNeeded;
-            if (ask)
-                ask(std::move(reply));
-            else
-                reply(std::nullopt);
-        });
+        // The token just refreshed was refused too: refreshing again at
+        // once would only repeat that, as fast as the service answers.
+        if (m_lastRefreshAt && m_timing.now() - *m_lastRefreshAt < kRecentRefresh) {
+            const std::chrono::seconds delay = backoffDelay(m_reconnectAttempts);
+            ++m_reconnectAttempts;
+            consoleLog(QStringLiteral("🌐 🔄 Refused again (4001), refreshing in %1s (attempt #%2)")
+                           .arg(delay.count())
+                           .arg(m_reconnectAttempts));
+            after(delay, [this, session] {
+                if (session == m_session && m_isActive)
+                    askForToken(session);
+            });
+            return;
+        }
+        askForToken(session);
         return;
     }
 
@@ -400,6 +451,24 @@ void LiveAudioStreamer::handleDisconnect(const std::optional<QString>& error, bo
     after(delay, [this, session] {
         if (session == m_session && m_isActive)
             connectSocket();
+    });
+}
+
+void LiveAudioStreamer::askForToken(std::uint64_t session)
+{
+    postToMainThread(m_self, [this, session] {
+        TokenReply reply = [weak = QPointer<LiveAudioStreamer>(this),
+                            session](const std::optional<QString>& token) {
+            if (!weak)
+                return;
+            LiveAudioStreamer* self = weak.data();
+            self->m_queue->post([self, session, token] { self->finishRefresh(session, token); });
+        };
+        const AuthNeededCallback ask = onAuthNeeded;
+        if (ask)
+            ask(std::move(reply));
+        else
+            reply(std::nullopt);
     });
 }
 
@@ -419,7 +488,12 @@ void LiveAudioStreamer::finishRefresh(std::uint64_t session, const std::optional
     if (!m_isActive)
         return;
     m_token = *token;
-    m_reconnectAttempts = 0;
+    // The count starts over only when the last refresh was long enough ago
+    // to have been a real expiry.
+    const Clock::time_point now = m_timing.now();
+    if (!m_lastRefreshAt || now - *m_lastRefreshAt >= kRecentRefresh)
+        m_reconnectAttempts = 0;
+    m_lastRefreshAt = now;
     connectSocket();
 }
 
@@ -484,7 +558,10 @@ void LiveAudioStreamer::closeConnection(int code, const QString& reason)
 
 void LiveAudioStreamer::deliver(LiveTranscriptEvent event)
 {
-    postToMainThread(m_self, [this, event = std::move(event)] {
+    const qint64 chars = textSize(event);
+    m_undeliveredChars += chars;
+    postToMainThread(m_self, [this, chars, event = std::move(event)] {
+        m_undeliveredChars -= chars;
         const TranscriptCallback callback = onTranscriptUpdate;
         if (callback)
             callback(event);

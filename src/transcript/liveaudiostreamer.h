@@ -11,6 +11,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -34,6 +35,14 @@ class SerialQueue;
 // with code 4001 (the access token expired) asks the owner for a fresh token
 // before reconnecting. It knows nothing of segments or their display.
 //
+// A service that misbehaves costs a reconnect, never unbounded memory or a
+// busy loop: a message over kMaxMessageBytes (in one frame or in many)
+// closes the connection, and so does text arriving faster than the main
+// thread takes it (more than kMaxUndeliveredChars on their way there); an
+// opening handshake unanswered for kHandshakeTimeout is given up, and a
+// 4001 close soon after a refresh (the fresh token refused as well) waits
+// out the back-off before the next one.
+//
 // All its state is confined to the queue "com.sorvelandrix.audio.streamer";
 // the public operations may be called from any thread and return at once.
 // Events reach onTranscriptUpdate on the main thread, in order.
@@ -45,6 +54,11 @@ public:
     static constexpr int kAuthExpiredCloseCode = 4001;
     static constexpr std::chrono::seconds kKeepaliveInterval{15};
     static constexpr std::chrono::milliseconds kStopGrace{500};
+    static constexpr qint64 kMaxMessageBytes = qint64{1} << 20;
+    static constexpr qint64 kMaxUndeliveredChars = qint64{4} << 20;
+    static constexpr std::chrono::seconds kHandshakeTimeout{15};
+    // A 4001 this soon after a refresh is no expired token.
+    static constexpr std::chrono::seconds kRecentRefresh{60};
     // Audio made while a connection is being opened waits for it, up to this
     // many frames (10 s); the oldest go first.
     static constexpr std::size_t kMaxFramesWhileConnecting = 84;
@@ -111,6 +125,8 @@ private:
     void handleText(const QString& text);
     // `broken`: the socket failed (no close frame can go out on it).
     void handleDisconnect(const std::optional<QString>& error, bool broken = false);
+    void handshakeTimedOut(std::uint64_t serial);
+    void askForToken(std::uint64_t session);
     void finishRefresh(std::uint64_t session, const std::optional<QString>& token);
     void orderlyStop();
     void closeConnection(int code, const QString& reason);
@@ -122,6 +138,8 @@ private:
 
     Timing m_timing;
     QPointer<const QObject> m_self;
+    // Characters of the events posted to the main thread and not yet taken.
+    std::atomic<qint64> m_undeliveredChars{0};
 
     // ---- confined to the queue ----
     QWebSocket* m_socket = nullptr;
@@ -138,6 +156,7 @@ private:
     QString m_token;
     QStringList m_languageHints{QStringLiteral("it"), QStringLiteral("en")};
     std::int64_t m_reconnectAttempts = 0;
+    std::optional<Clock::time_point> m_lastRefreshAt;
     Clock::time_point m_lastAudioSentAt{};
     std::uint64_t m_keepaliveSerial = 0;
     std::optional<double> m_pingSilence; // a ping is out, sent after this silence

@@ -1,6 +1,7 @@
 #include "livemessagehandler.h"
 
 #include "core/log.h"
+#include "transcript/transcriptlimits.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -13,10 +14,20 @@ namespace sorv {
 
 namespace {
 
+using TranscriptLimits::fitted;
+using TranscriptLimits::kMaxLabelChars;
+
 std::optional<QString> string(const QJsonObject& o, QLatin1String key)
 {
     const QJsonValue v = o.value(key);
     return v.isString() ? std::optional<QString>(v.toString()) : std::nullopt;
+}
+
+// A speaker label, cut to what a transcript keeps of one.
+std::optional<QString> label(const QJsonObject& o, QLatin1String key)
+{
+    const std::optional<QString> v = string(o, key);
+    return v ? std::optional<QString>(fitted(*v, kMaxLabelChars)) : std::nullopt;
 }
 
 std::optional<bool> boolean(const QJsonObject& o, QLatin1String key)
@@ -87,11 +98,11 @@ void LiveMessageHandler::handleTyped(const QString& type, const QJsonObject& o,
 {
     if (type == QLatin1String("connected") || type == QLatin1String("session_started")) {
         const QString id = string(o, QLatin1String("transcription_id")).value_or(QString());
-        consoleLog(QStringLiteral("🌐 ✅ Session started, transcription_id=") + id);
+        consoleLog(QStringLiteral("🌐 ✅ Session started, transcription_id=") + head(id));
         events.emplace_back(LiveEvent::Connected{id});
     } else if (type == QLatin1String("segment")) {
         events.emplace_back(LiveEvent::Segment{
-            string(o, QLatin1String("speaker")).value_or(QStringLiteral("unknown")),
+            label(o, QLatin1String("speaker")).value_or(QStringLiteral("unknown")),
             string(o, QLatin1String("text")).value_or(QString()),
             integer(o, QLatin1String("start_ms")).value_or(0),
             integer(o, QLatin1String("end_ms")).value_or(0),
@@ -99,7 +110,7 @@ void LiveMessageHandler::handleTyped(const QString& type, const QJsonObject& o,
     } else if (type == QLatin1String("partial")) {
         events.emplace_back(LiveEvent::Partial{
             string(o, QLatin1String("text")).value_or(QString()),
-            string(o, QLatin1String("speaker")).value_or(QStringLiteral("unknown"))});
+            label(o, QLatin1String("speaker")).value_or(QStringLiteral("unknown"))});
     } else if (type == QLatin1String("speaker_names")) {
         const QJsonValue names = o.value(QLatin1String("names"));
         if (!names.isObject())
@@ -109,12 +120,13 @@ void LiveMessageHandler::handleTyped(const QString& type, const QJsonObject& o,
         for (auto it = map.constBegin(); it != map.constEnd(); ++it) {
             if (!it.value().isString())
                 return;
-            event.names.insert(it.key(), it.value().toString());
+            event.names.insert(fitted(it.key(), kMaxLabelChars),
+                               fitted(it.value().toString(), kMaxLabelChars));
         }
         events.emplace_back(std::move(event));
     } else if (type == QLatin1String("status")) {
         const QString status = string(o, QLatin1String("status")).value_or(QString());
-        consoleLog(QStringLiteral("🌐 Status: ") + status);
+        consoleLog(QStringLiteral("🌐 Status: ") + head(status));
         if (!status.isEmpty())
             events.emplace_back(LiveEvent::Status{status});
     } else if (type == QLatin1String("keepalive")) {
@@ -126,10 +138,10 @@ void LiveMessageHandler::handleTyped(const QString& type, const QJsonObject& o,
             string(o, QLatin1String("message"))
                 .value_or(
                     string(o, QLatin1String("detail")).value_or(QStringLiteral("Unknown error")));
-        consoleLog(QStringLiteral("🌐 ❌ Server error: ") + message);
+        consoleLog(QStringLiteral("🌐 ❌ Server error: ") + head(message));
         events.emplace_back(LiveEvent::Error{message});
     } else {
-        consoleLog(QStringLiteral("🌐 ⚠️ Unknown message type: ") + type);
+        consoleLog(QStringLiteral("🌐 ⚠️ Unknown message type: ") + head(type));
     }
 }
 
@@ -156,8 +168,8 @@ void LiveMessageHandler::handleTokens(const QJsonObject& o,
         if (text.isEmpty() || text == QLatin1String("<end>"))
             continue;
         const QString speaker =
-            string(token, QLatin1String("speaker"))
-                .value_or(string(token, QLatin1String("spk")).value_or(QStringLiteral("0")));
+            label(token, QLatin1String("speaker"))
+                .value_or(label(token, QLatin1String("spk")).value_or(QStringLiteral("0")));
         const bool isFinal = boolean(token, QLatin1String("is_final"))
                                  .value_or(boolean(token, QLatin1String("f")).value_or(false));
         if (isFinal) {
@@ -175,8 +187,18 @@ void LiveMessageHandler::handleTokens(const QJsonObject& o,
             m_partialAccBySpeaker.remove(speaker);
         } else {
             // Either the whole interim text again, or the next piece of it.
-            const QString acc = m_partialAccBySpeaker.value(speaker);
-            const QString merged = text.startsWith(acc) ? text : acc + text;
+            // Past the limit it stops growing (the final text has it all),
+            // and pieces that change nothing any more say nothing.
+            const auto found = m_partialAccBySpeaker.constFind(speaker);
+            const bool known = found != m_partialAccBySpeaker.cend();
+            const QString acc = known ? *found : QString();
+            const QString whole =
+                text.startsWith(acc) ? text : acc + text.left(TranscriptLimits::kMaxSegmentChars);
+            const QString merged = fitted(whole, TranscriptLimits::kMaxSegmentChars);
+            if (known && merged.size() < whole.size() && merged == acc)
+                continue;
+            if (!known && m_partialAccBySpeaker.size() >= TranscriptLimits::kMaxSpeakers)
+                m_partialAccBySpeaker.erase(m_partialAccBySpeaker.begin());
             m_partialAccBySpeaker.insert(speaker, merged);
             events.emplace_back(LiveEvent::Partial{merged, speaker});
         }

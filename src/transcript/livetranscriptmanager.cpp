@@ -23,6 +23,12 @@ SSEConnectionStatus httpError(int status)
     return SSEConnectionStatus::error(QStringLiteral("HTTP %1").arg(status));
 }
 
+// "text/event-stream", in any case, with or without parameters.
+bool isEventStream(const QByteArray& contentType)
+{
+    return contentType.split(';').first().trimmed().toLower() == "text/event-stream";
+}
+
 } // namespace
 
 LiveTranscriptManager::LiveTranscriptManager(QObject* parent)
@@ -120,6 +126,10 @@ void LiveTranscriptManager::startAttempt()
     // As a custom verb: Qt resends a plain GET by itself when the connection
     // breaks, and the attempts are to be ours, 3 s apart.
     m_reply = sharedNetworkAccess().sendCustomRequest(request, "GET");
+    // Qt's network thread reads no further ahead of us than this: a service
+    // that sends faster than the payloads are handled waits in its socket,
+    // not in our memory.
+    m_reply->setReadBufferSize(kReadBufferBytes);
     guardReply(m_reply, true);
     QObject::connect(m_reply, &QNetworkReply::metaDataChanged, this,
                      &LiveTranscriptManager::readMetaData);
@@ -140,6 +150,17 @@ void LiveTranscriptManager::readMetaData()
         consoleLog(QStringLiteral("❌ Live transcript of meeting %1: HTTP %2")
                        .arg(m_meetingId, QString::number(status.toInt())));
         endStream(httpError(status.toInt()));
+        return;
+    }
+    // A captive portal's sign-in page, or a proxy's error page, also comes
+    // with 200: it is not the stream, and another attempt may reach it.
+    const QByteArray contentType =
+        m_reply->header(QNetworkRequest::ContentTypeHeader).toByteArray();
+    if (!isEventStream(contentType)) {
+        const QString what = contentType.isEmpty() ? QStringLiteral("no content type")
+                                                   : QString::fromLatin1(contentType.left(100));
+        dropReply();
+        retryLater(QStringLiteral("Not an event stream: the answer was %1 (HTTP 200)").arg(what));
         return;
     }
     m_streamOpen = true;
@@ -196,6 +217,12 @@ void LiveTranscriptManager::finished()
         endStream(SSEConnectionStatus::disconnected());
         return;
     }
+    retryLater(errorText);
+}
+
+void LiveTranscriptManager::retryLater(const QString& errorText)
+{
+    const std::uint64_t generation = m_generation;
     m_reader.reset();
     consoleLog(QStringLiteral("🔄 Live transcript of meeting %1: %2; trying again in %3 s")
                    .arg(m_meetingId, errorText, QString::number(kRetryDelay.count() / 1000)));

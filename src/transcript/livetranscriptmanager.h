@@ -27,13 +27,15 @@ namespace sorv {
 // elements, speaker names, the meeting's status), read as it arrives and
 // folded into segments by a MeetingTranscript. Lives on the main thread.
 //
-// The stream: 200 → connected, then every "data: " line is a payload. Any
-// other status ends it with the error "HTTP {status}", and so does an
-// origin that makes no URL ("Invalid URL"); neither is retried. A transport
-// error (refused, reset, dropped mid-stream) shows its text and a new
-// attempt follows 3 s later, without limit, keeping the transcript; the
-// status stays at that error until the next attempt is connected. A stream
-// that ends cleanly leaves the manager disconnected.
+// The stream: 200 with the content type text/event-stream → connected, then
+// every "data: " line is a payload. Any other status ends it with the error
+// "HTTP {status}", and so does an origin that makes no URL ("Invalid URL");
+// neither is retried. A transport error (refused, reset, dropped
+// mid-stream), or a 200 that is not an event stream (a captive portal's
+// page), shows its text and a new attempt follows 3 s later, without limit,
+// keeping the transcript; the status stays at that error until the next
+// attempt is connected. A stream that ends cleanly leaves the manager
+// disconnected.
 //
 // Qt's HTTP/1.1 layer takes a connection closed in the middle of a chunked
 // body for the body's end, most of the time without an error. A body that
@@ -58,6 +60,8 @@ class LiveTranscriptManager : public QObject {
 
 public:
     static constexpr std::chrono::milliseconds kRetryDelay{3000};
+    // What Qt may read of the stream ahead of its handling.
+    static constexpr qint64 kReadBufferBytes = qint64{256} * 1024;
     static inline const QString kClosedMidStream = QStringLiteral("Connection closed mid-stream");
 
     explicit LiveTranscriptManager(QObject* parent = nullptr);
@@ -110,6 +114,7 @@ private:
     void readMetaData();
     void readBody();
     void finished();
+    void retryLater(const QString& errorText);
     void handlePayloads(const QList<QByteArray>& payloads, std::uint64_t generation);
     void endStream(const SSEConnectionStatus& status);
     void dropReply();

@@ -17,6 +17,15 @@ std::optional<QString> stringMember(const QJsonObject& object, QLatin1String key
     return value.isString() ? std::optional<QString>(value.toString()) : std::nullopt;
 }
 
+// A name, a label or a status: never longer than a label.
+std::optional<QString> labelMember(const QJsonObject& object, QLatin1String key)
+{
+    const std::optional<QString> value = stringMember(object, key);
+    if (!value)
+        return std::nullopt;
+    return TranscriptLimits::fitted(*value, TranscriptLimits::kMaxLabelChars);
+}
+
 } // namespace
 
 MeetingTranscript::Changes MeetingTranscript::apply(const QByteArray& payload)
@@ -39,7 +48,9 @@ MeetingTranscript::Changes MeetingTranscript::apply(const QByteArray& payload)
         for (auto it = namesObject.begin(); it != namesObject.end(); ++it) {
             if (!it.value().isString())
                 return changes;
-            map.insert(it.key(), it.value().toString());
+            map.insert(
+                TranscriptLimits::fitted(it.key(), TranscriptLimits::kMaxLabelChars),
+                TranscriptLimits::fitted(it.value().toString(), TranscriptLimits::kMaxLabelChars));
         }
         // Segments keep the names they started with.
         changes.speakerNames = map != m_speakerNames;
@@ -56,7 +67,7 @@ MeetingTranscript::Changes MeetingTranscript::apply(const QByteArray& payload)
             applyElement(element.toObject(), changes);
         trim(changes);
     } else if (*type == QLatin1String("status")) {
-        const std::optional<QString> status = stringMember(object, QLatin1String("status"));
+        const std::optional<QString> status = labelMember(object, QLatin1String("status"));
         if (!status)
             return changes;
         changes.meetingStatus = *status != m_meetingStatus;
@@ -68,9 +79,9 @@ MeetingTranscript::Changes MeetingTranscript::apply(const QByteArray& payload)
 void MeetingTranscript::applyElement(const QJsonObject& element, Changes& changes)
 {
     const QString speaker =
-        stringMember(element, QLatin1String("speaker")).value_or(QStringLiteral("unknown"));
+        labelMember(element, QLatin1String("speaker")).value_or(QStringLiteral("unknown"));
     QString text = stringMember(element, QLatin1String("text")).value_or(QString());
-    text.truncate(kMaxSegmentChars);
+    text.truncate(TranscriptLimits::fittingLength(text, kMaxSegmentChars));
 
     if (!m_segments.isEmpty() && m_segments.last().speaker == speaker &&
         m_segments.last().text.size() + 1 + text.size() <= kMaxSegmentChars) {
@@ -82,13 +93,13 @@ void MeetingTranscript::applyElement(const QJsonObject& element, Changes& change
     }
 
     QString displayName;
-    if (const std::optional<QString> own = stringMember(element, QLatin1String("display_name")))
+    if (const std::optional<QString> own = labelMember(element, QLatin1String("display_name")))
         displayName = *own;
     else
         displayName = m_speakerNames.value(speaker, speaker);
     m_segments.append(
         TranscriptSegment{m_nextSegmentId++, speaker, displayName, text,
-                          stringMember(element, QLatin1String("absolute_start_time"))});
+                          labelMember(element, QLatin1String("absolute_start_time"))});
     if (changes.firstAppended < 0)
         changes.firstAppended = m_segments.size() - 1;
 }

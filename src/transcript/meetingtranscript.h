@@ -1,5 +1,6 @@
 #pragma once
 
+#include "transcript/transcriptlimits.h"
 #include "transcript/transcriptsegment.h"
 
 #include <QByteArray>
@@ -23,15 +24,16 @@ namespace sorv {
 // segment (a space, then its text); another speaker starts a new segment
 // with the next id. A segment's display name is settled when it starts.
 //
-// Memory stays bounded however long the meeting runs: at most kMaxSegments
-// segments are kept (past that the oldest kTrimBatch go at once), and a
-// segment grows to kMaxSegmentChars at most; the same speaker's next words
-// then start a new segment.
+// Memory stays bounded however long the meeting runs (TranscriptLimits):
+// at most kMaxSegments segments are kept (past that the oldest kTrimBatch
+// go at once), and a segment grows to kMaxSegmentChars at most; the same
+// speaker's next words then start a new segment. Labels, names, timestamps
+// and the meeting's status are cut to kMaxLabelChars.
 class MeetingTranscript {
 public:
-    static constexpr qsizetype kMaxSegments = 2000;
-    static constexpr qsizetype kTrimBatch = 200;
-    static constexpr qsizetype kMaxSegmentChars = 8192;
+    static constexpr qsizetype kMaxSegments = TranscriptLimits::kMaxSegments;
+    static constexpr qsizetype kTrimBatch = TranscriptLimits::kTrimBatch;
+    static constexpr qsizetype kMaxSegmentChars = TranscriptLimits::kMaxSegmentChars;
 
     // What one payload changed, with rows as they are after it.
     struct Changes {

@@ -4,6 +4,7 @@
 #include "core/settings.h"
 #include "recording/audiorecorder.h"
 #include "service/authmanager.h"
+#include "transcript/transcriptlimits.h"
 
 #include <QPointer>
 
@@ -15,6 +16,10 @@ template <class... Ts> struct Overloaded : Ts... {
     using Ts::operator()...;
 };
 template <class... Ts> Overloaded(Ts...) -> Overloaded<Ts...>;
+
+using TranscriptLimits::fitted;
+using TranscriptLimits::kMaxLabelChars;
+using TranscriptLimits::kMaxSegmentChars;
 
 // Transient troubles of the connection, which the streamer works through
 // by itself.
@@ -143,18 +148,22 @@ void ServerTranscriptManager::handle(const LiveTranscriptEvent& event)
                    [this](const LiveEvent::Connected&) { setStatus(TranscriptStatus::active()); },
                    [this](const LiveEvent::Segment& e) {
                        becomeActive();
-                       applySegment(e.speaker, e.text, e.isFinal);
+                       applySegment(fitted(e.speaker, kMaxLabelChars), e.text, e.isFinal);
                    },
                    [this](const LiveEvent::Partial& e) {
                        becomeActive();
-                       applyPartial(e.speaker, e.text);
+                       applyPartial(fitted(e.speaker, kMaxLabelChars), e.text);
                    },
                    [this](const LiveEvent::SpeakerNames& e) {
-                       setAndNotify(this, m_speakerNames, e.names,
+                       QMap<QString, QString> names;
+                       for (auto it = e.names.cbegin(); it != e.names.cend(); ++it)
+                           names.insert(fitted(it.key(), kMaxLabelChars),
+                                        fitted(it.value(), kMaxLabelChars));
+                       setAndNotify(this, m_speakerNames, names,
                                     &ServerTranscriptManager::speakerNamesChanged);
                        for (qsizetype row = 0; row < m_segments.size(); ++row) {
-                           const auto it = e.names.constFind(m_segments.at(row).speaker);
-                           if (it == e.names.cend() || m_segments.at(row).displayName == *it)
+                           const auto it = names.constFind(m_segments.at(row).speaker);
+                           if (it == names.cend() || m_segments.at(row).displayName == *it)
                                continue;
                            m_segments[row].displayName = *it;
                            Q_EMIT segmentDisplayNameChanged(static_cast<int>(row));
@@ -187,11 +196,15 @@ bool ServerTranscriptManager::lastSegmentIsOpenFor(const QString& speaker) const
            m_currentPartialSpeaker == speaker;
 }
 
-void ServerTranscriptManager::applySegment(const QString& speaker, const QString& text,
+void ServerTranscriptManager::applySegment(const QString& speaker, const QString& fullText,
                                            bool isFinal)
 {
     m_partialBufferBySpeaker.remove(speaker);
     const bool open = lastSegmentIsOpenFor(speaker);
+    // An interim text shows as much as fits; a final one goes on in segments
+    // of its own.
+    const qsizetype fits = TranscriptLimits::fittingLength(fullText, kMaxSegmentChars);
+    const QString text = fullText.left(fits);
     // Settled before the signals, so that whoever follows them sees whether
     // the segment is still interim.
     if (isFinal)
@@ -200,20 +213,35 @@ void ServerTranscriptManager::applySegment(const QString& speaker, const QString
         m_currentPartialSpeaker = speaker;
     if (!open) {
         appendSegment(speaker, text);
-        return;
+    } else {
+        const qsizetype row = m_segments.size() - 1;
+        if (m_segments.at(row).text != text || isFinal) {
+            m_segments[row].text = text;
+            Q_EMIT segmentTextChanged(static_cast<int>(row));
+            Q_EMIT segmentsChanged();
+        }
     }
-    const qsizetype row = m_segments.size() - 1;
-    if (m_segments.at(row).text != text || isFinal) {
-        m_segments[row].text = text;
-        Q_EMIT segmentTextChanged(static_cast<int>(row));
-        Q_EMIT segmentsChanged();
+    if (!isFinal)
+        return;
+    for (qsizetype at = fits; at < fullText.size();) {
+        const QString rest = fullText.mid(at, kMaxSegmentChars + 1);
+        const QString piece = rest.left(TranscriptLimits::fittingLength(rest, kMaxSegmentChars));
+        appendSegment(speaker, piece);
+        at += piece.size();
     }
 }
 
 void ServerTranscriptManager::applyPartial(const QString& speaker, const QString& text)
 {
-    const QString prev = m_partialBufferBySpeaker.value(speaker);
-    const QString merged = prev.isEmpty() || text.startsWith(prev) ? text : prev + text;
+    const auto buffered = m_partialBufferBySpeaker.constFind(speaker);
+    const QString prev = buffered == m_partialBufferBySpeaker.cend() ? QString() : *buffered;
+    // Past the limit interim text stops growing; the final text has it all.
+    const QString merged =
+        fitted(prev.isEmpty() || text.startsWith(prev) ? text : prev + text.left(kMaxSegmentChars),
+               kMaxSegmentChars);
+    if (buffered == m_partialBufferBySpeaker.cend() &&
+        m_partialBufferBySpeaker.size() >= TranscriptLimits::kMaxSpeakers)
+        m_partialBufferBySpeaker.erase(m_partialBufferBySpeaker.begin());
     m_partialBufferBySpeaker.insert(speaker, merged);
     if (lastSegmentIsOpenFor(speaker)) {
         const qsizetype row = m_segments.size() - 1;
@@ -230,6 +258,10 @@ void ServerTranscriptManager::applyPartial(const QString& speaker, const QString
 
 void ServerTranscriptManager::appendSegment(const QString& speaker, const QString& text)
 {
+    if (m_segments.size() >= TranscriptLimits::kMaxSegments) {
+        m_segments.remove(0, TranscriptLimits::kTrimBatch);
+        Q_EMIT segmentsTrimmed(static_cast<int>(TranscriptLimits::kTrimBatch));
+    }
     m_segments.append(TranscriptSegment{
         m_nextSegmentId++, speaker, displayName(speaker, m_speakerNames), text, {}});
     Q_EMIT segmentAppended(static_cast<int>(m_segments.size() - 1));

@@ -25,8 +25,14 @@ class AuthManager;
 // interruption makes one segment whose interim text grows and is then
 // finalised in place. Lives on the main thread.
 //
-// Segments are only appended, changed in place or all cleared; the finer
-// signals say which, so that a list model can follow without resetting.
+// Segments are only appended, changed in place, dropped from the front or
+// all cleared; the finer signals say which, so that a list model can follow
+// without resetting.
+//
+// Memory stays bounded whatever the service sends (TranscriptLimits): the
+// oldest segments go in batches past kMaxSegments; interim text stops
+// growing at kMaxSegmentChars (the rest waits for the final text), and a
+// final text longer than that continues in new segments of the speaker.
 class ServerTranscriptManager : public QObject {
     Q_OBJECT
     Q_PROPERTY(QList<sorv::TranscriptSegment> segments READ segments NOTIFY segmentsChanged)
@@ -77,6 +83,8 @@ Q_SIGNALS:
     // Its text changed, or it became final with the text it had.
     void segmentTextChanged(int row);
     void segmentDisplayNameChanged(int row);
+    // The oldest `count` segments were dropped; rows moved up by as many.
+    void segmentsTrimmed(int count);
     void segmentsCleared();
     void statusChanged();
     void speakerNamesChanged();

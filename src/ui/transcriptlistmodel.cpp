@@ -94,6 +94,8 @@ void TranscriptListModel::follow(const ServerTranscriptManager* manager)
                                  [this](int row) {
                                      changed(row, {DisplayNameRole, AccessibleNameRole});
                                  });
+        m_connections << connect(manager, &ServerTranscriptManager::segmentsTrimmed, this,
+                                 [this](int dropped) { trimmed(dropped); });
     }
 }
 

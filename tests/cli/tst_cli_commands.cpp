@@ -15,6 +15,7 @@
 #include "service/authmanager.h"
 #include "service/passkeys/passkeymanager.h"
 #include "support/isolatedenvironment.h"
+#include "support/manualdelays.h"
 #include "support/toneprobe.h"
 #include "transcript/localtranscriptmanager.h"
 #include "transcript/servertranscriptmanager.h"
@@ -147,6 +148,9 @@ private Q_SLOTS:
     void liveServerNeedsASession();
     void liveTranscriptOnATerminal();
     void liveTranscriptAsJson();
+    void interimChangesAreCoalesced();
+    void serviceTextCannotDriveTheTerminal_data();
+    void serviceTextCannotDriveTheTerminal();
     void onDeviceLanguageMissing_data();
     void onDeviceLanguageMissing();
 };
@@ -574,10 +578,11 @@ struct ReporterRun {
     std::unique_ptr<cli::LiveTranscriptReporter> reporter;
     int redraws = 0;
 
-    ReporterRun(bool terminal, bool json)
+    ReporterRun(bool terminal, bool json, DelayedCall delays = {})
     {
         ctx.terminal = terminal;
         ctx.json = json;
+        ctx.delays = std::move(delays);
         ctx.out = [this](const QByteArray& b) { out += QString::fromUtf8(b); };
         ctx.err = [](const QByteArray&) {};
         reporter = std::make_unique<cli::LiveTranscriptReporter>(ctx, transcript);
@@ -651,6 +656,71 @@ void TestCliCommands::liveTranscriptAsJson()
             .object(),
         (QJsonObject{
             {"event", "transcriptStatus"}, {"status", "error"}, {"message", "Quota exceeded"}}));
+}
+
+void TestCliCommands::interimChangesAreCoalesced()
+{
+    using namespace LiveEvent;
+    using namespace std::chrono_literals;
+    test::ManualDelays clock;
+    ReporterRun r(false, true, clock.delayedCall());
+    const auto texts = [&r] {
+        QStringList list;
+        for (const QString& line : r.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+            const QJsonObject e = QJsonDocument::fromJson(line.toUtf8()).object();
+            if (e.value("event") == QLatin1String("segment"))
+                list << e.value("text").toString();
+        }
+        return list;
+    };
+    r.feed({Connected{"t"}});
+    // A thousand revisions of one interim text: the first at once, then the
+    // latest once per interval, whatever the rate.
+    for (int i = 1; i <= 1000; ++i)
+        r.feed({Partial{QStringLiteral("a").repeated(i), "0"}});
+    QCOMPARE(texts(), QStringList{"a"});
+    clock.advance(250ms);
+    QCOMPARE(texts().size(), 2);
+    QCOMPARE(texts().last().size(), 1000);
+    clock.advance(250ms);
+    QCOMPARE(texts().size(), 2);
+    // A final goes out at once, in place of the interim change held back.
+    r.feed({Partial{"b", "1"}, Partial{"bc", "1"}, Segment{"1", "bcd.", 0, 0, true}});
+    QCOMPARE(texts().mid(2), (QStringList{"b", "bcd."}));
+}
+
+void TestCliCommands::serviceTextCannotDriveTheTerminal_data()
+{
+    QTest::addColumn<bool>("json");
+    QTest::newRow("text") << false;
+    QTest::newRow("json") << true;
+}
+
+void TestCliCommands::serviceTextCannotDriveTheTerminal()
+{
+    using namespace LiveEvent;
+    QFETCH(bool, json);
+    ReporterRun r(!json, json);
+    // The clipboard, the window title, a cleared screen, a C1 escape.
+    r.feed({Connected{"t"}, SpeakerNames{{{"0", "Eve\x1b]0;owned\x07"}}},
+            Segment{"0", "hi\x1b]52;c;ZXZpbA==\x07\x1b[2J\u009b1m\nthere", 0, 0, true},
+            Error{"Quota\x1b[31m exceeded"}});
+    r.reporter->finish();
+    if (json) {
+        QVERIFY2(!r.out.contains(QChar(0x1b)), qPrintable(r.out));
+        QVERIFY(r.out.contains(QStringLiteral("Eve\\u001b]0;owned\\u0007")));
+        return;
+    }
+    // Our own line clearing, and nothing else.
+    QString rest = r.out;
+    rest.remove(QStringLiteral("\r\033[K"));
+    for (const QChar c : std::as_const(rest))
+        QVERIFY2(c == QLatin1Char('\n') ||
+                     (c >= QChar(0x20) && c != QChar(0x7f) && (c < QChar(0x80) || c > QChar(0x9f))),
+                 qPrintable(QStringLiteral("U+%1 in %2").arg(c.unicode(), 4, 16).arg(rest)));
+    QCOMPARE(rest.split(QLatin1Char('\n'), Qt::SkipEmptyParts),
+             (QStringList{QStringLiteral("Eve�]0;owned�: hi�]52;c;ZXZpbA==��[2J�1m there"),
+                          QStringLiteral("Live transcript: Quota�[31m exceeded")}));
 }
 
 void TestCliCommands::onDeviceLanguageMissing_data()

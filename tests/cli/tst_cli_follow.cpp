@@ -1,7 +1,8 @@
 // `sorvelandrix join` then `sorvelandrix follow`, in-process against the
 // local service: the transcript as JSON events and as lines (rewritten in
 // place on a terminal), the ends of a follow (the meeting stopped, a
-// refused token), and a transport error that does not end it.
+// refused token), a transport error that does not end it, and a stream
+// that misbehaves (escape sequences in its words, an endless line).
 
 #include "cli/command.h"
 #include "core/log.h"
@@ -12,6 +13,7 @@
 #include "support/isolatedenvironment.h"
 #include "support/manualdelays.h"
 
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -106,6 +108,9 @@ private Q_SLOTS:
     void linesOnATerminal();
     void aRefusedTokenEndsWithItsStatus();
     void aTransportErrorKeepsFollowing();
+    void serviceTextCannotDriveTheTerminal_data();
+    void serviceTextCannotDriveTheTerminal();
+    void anEndlessLineIsDroppedAsItArrives();
     void usage();
 };
 
@@ -264,6 +269,83 @@ void TestCliFollow::aTransportErrorKeepsFollowing()
     QCOMPARE(lines.at(3), QStringLiteral("Connected."));
     QCOMPARE(lines.at(4), QStringLiteral("0: Before after"));
     QVERIFY(r.err.isEmpty());
+}
+
+void TestCliFollow::serviceTextCannotDriveTheTerminal_data()
+{
+    QTest::addColumn<bool>("json");
+    QTest::newRow("text on a terminal") << false;
+    QTest::newRow("json") << true;
+}
+
+void TestCliFollow::serviceTextCannotDriveTheTerminal()
+{
+    QFETCH(bool, json);
+    World w;
+    const QString id = w.join();
+    // The clipboard, the window title, a cleared screen.
+    w.service->scriptMeetingStream(
+        MeetingStreamScript()
+            .data({{"type", "status"}, {"status", "rec\x1b[2Jording"}})
+            .data({{"type", "transcript"},
+                   {"segments", QJsonArray{QJsonObject{{"speaker", "0"},
+                                                       {"display_name", "Eve\x1b]0;owned\x07"},
+                                                       {"text", "hi\x1b]52;c;ZXZpbA==\x07"}}}}})
+            .data(transcript("1", "ok"))
+            .end());
+    QStringList args{"follow", id};
+    if (json)
+        args.prepend("--json");
+    const Run r = runCli(args, !json);
+    QCOMPARE(r.status, cli::kExitOk);
+    if (json) {
+        QVERIFY2(!r.out.contains(QChar(0x1b)), qPrintable(r.out));
+        QVERIFY(r.out.contains(QStringLiteral("hi\\u001b]52;c;ZXZpbA==\\u0007")));
+        return;
+    }
+    QString rest = r.out;
+    rest.remove(QStringLiteral("\r\033[K"));
+    QVERIFY2(!rest.contains(QChar(0x1b)) && !rest.contains(QChar(0x07)), qPrintable(rest));
+    QVERIFY(rest.contains(QStringLiteral("Meeting status: rec�[2Jording\n")));
+    QVERIFY(rest.contains(QStringLiteral("Eve�]0;owned�: hi�]52;c;ZXZpbA==�\n")));
+}
+
+void TestCliFollow::anEndlessLineIsDroppedAsItArrives()
+{
+    World w;
+    const QString id = w.join();
+    // 128 MiB without a line end, then the stream goes on.
+    MeetingStreamScript script;
+    script.raw("data: ");
+    const QByteArray chunk(qsizetype{64} * 1024, 'a');
+    for (int i = 0; i < 2048; ++i)
+        script.raw(chunk);
+    w.service->scriptMeetingStream(script.raw("\n\n").data(transcript("0", "after")).end());
+    // The peak from here on.
+    QFile clear(QStringLiteral("/proc/self/clear_refs"));
+    const bool peakReset = clear.open(QIODevice::WriteOnly) && clear.write("5") == 1;
+    clear.close();
+    const auto peakKiB = [] {
+        QFile status(QStringLiteral("/proc/self/status"));
+        if (!status.open(QIODevice::ReadOnly))
+            return qint64(-1);
+        for (const QByteArray& line : status.readAll().split('\n'))
+            if (line.startsWith("VmHWM:"))
+                return line.mid(6).trimmed().split(' ').first().toLongLong();
+        return qint64(-1);
+    };
+    const qint64 before = peakKiB();
+    const Run r = runCli({"follow", id});
+    QCOMPARE(r.status, cli::kExitOk);
+    QVERIFY2(r.out.contains(QStringLiteral("\n0: after\n")), qPrintable(r.out));
+#if defined(__SANITIZE_ADDRESS__)
+    QSKIP("AddressSanitizer keeps freed memory in quarantine: the peak says nothing here");
+#endif
+    if (!peakReset || before < 0)
+        QSKIP("this kernel does not reset the peak of resident memory");
+    // A few read buffers, not the line.
+    QVERIFY2(peakKiB() - before < qint64{48} * 1024,
+             qPrintable(QStringLiteral("the peak grew by %1 KiB").arg(peakKiB() - before)));
 }
 
 void TestCliFollow::usage()

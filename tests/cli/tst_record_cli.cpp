@@ -1,9 +1,9 @@
 // `sorvelandrix record` as a user runs it, inside a private PulseAudio
 // daemon: a timed recording of a microphone tone and a system tone, the
 // signals that stop it (and a reader that goes away), --discard, --save
-// interrupted, a disk that fills up, no sound server at all, and the live
+// interrupted, a disk that fills up, no sound server at all, the live
 // transcripts (the service's and the on-device preview) of speech played
-// into the microphone.
+// into the microphone, and a live transcript service that misbehaves.
 
 #include "core/paths.h"
 #include "core/secretstore.h"
@@ -17,6 +17,7 @@
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -89,6 +90,8 @@ private Q_SLOTS:
     void recordingsStartedTogetherGetTheirOwnFiles();
     void liveServerPrintsTheTranscriptWhileRecording();
     void liveOnDeviceReportsSegmentsAsJson();
+    void liveServerThatFloodsAndEscapes_data();
+    void liveServerThatFloodsAndEscapes();
 
 private:
     QTemporaryDir m_tones;
@@ -512,6 +515,77 @@ void TestRecordCli::liveOnDeviceReportsSegmentsAsJson()
     QCOMPARE(statuses, (QStringList{QStringLiteral("connecting"), QStringLiteral("active"),
                                     QStringLiteral("idle")}));
     QVERIFY(!firstEvent(list, QStringLiteral("discarded")).isEmpty());
+}
+
+void TestRecordCli::liveServerThatFloodsAndEscapes_data()
+{
+    QTest::addColumn<bool>("json");
+    QTest::newRow("text") << false;
+    QTest::newRow("json") << true;
+}
+
+void TestRecordCli::liveServerThatFloodsAndEscapes()
+{
+    // A megabyte of interim pieces that never extend the text, then last
+    // words with escape sequences in them: the output stays small and holds
+    // no escape, and SIGTERM still ends the run.
+    QFETCH(bool, json);
+    IsolatedEnvironment env;
+    PulseSandbox sandbox;
+    QVERIFY2(sandbox.isRunning(), qPrintable(sandbox.errorString()));
+    test::LocalServiceFixture service;
+    qputenv("SORVELANDRIX_SECRETS", "file");
+    {
+        SecretStore secrets;
+        AuthManager auth(secrets);
+        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
+        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+    }
+    local::LiveScript script;
+    for (qint64 sent = 0, i = 0; sent < 1'000'000; ++i) {
+        const QByteArray piece =
+            QStringLiteral(R"({"tokens":[{"text":"w%1 ","speaker":"0"}]})").arg(i).toUtf8();
+        script.sendText(piece);
+        sent += piece.size();
+    }
+    script.send({{"type", "speaker_names"}, {"names", QJsonObject{{"1", "Eve\x1b]0;owned\x07"}}}})
+        .send({{"type", "segment"},
+               {"speaker", "1"},
+               {"text", "Done\x1b]52;c;ZXZpbA==\x07\x1b[2J"},
+               {"is_final", true}});
+    service->scriptLive(script);
+    QProcessEnvironment penv = QProcessEnvironment::systemEnvironment();
+    penv.insert(QStringLiteral("SORVELANDRIX_SERVER"), service.origin());
+    qunsetenv("SORVELANDRIX_SECRETS");
+
+    QTemporaryDir dir;
+    const QString outPath = dir.filePath(QStringLiteral("out"));
+    QProcess p;
+    p.setProcessEnvironment(penv);
+    p.setStandardOutputFile(outPath);
+    QStringList args{QStringLiteral("record"), QStringLiteral("--live"),
+                     QStringLiteral("server"), QStringLiteral("--language"),
+                     QStringLiteral("de-DE"),  QStringLiteral("--discard")};
+    if (json)
+        args.prepend(QStringLiteral("--json"));
+    p.start(cli(), args);
+    const auto output = [&outPath] {
+        QFile f(outPath);
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    };
+    // The last words came through the flood.
+    QVERIFY2(QTest::qWaitFor([&] { return output().contains("Done"); }, 60000),
+             p.readAllStandardError().constData());
+    ::kill(static_cast<pid_t>(p.processId()), SIGTERM);
+    QVERIFY(p.waitForFinished(15000));
+    QCOMPARE(p.exitCode(), 0);
+    const QByteArray out = output();
+    QVERIFY2(out.size() < 200'000, QByteArray::number(out.size()).constData());
+    QVERIFY(!out.contains('\x1b') && !out.contains('\x07'));
+    if (json)
+        QVERIFY(out.contains(R"(Done\u001b]52;c;ZXZpbA==\u0007\u001b[2J)"));
+    else
+        QVERIFY2(out.contains("Eve�]0;owned�: Done�]52;c;ZXZpbA==��[2J\n"), out.constData());
 }
 
 QTEST_GUILESS_MAIN(TestRecordCli)

@@ -1,7 +1,9 @@
 // LiveAudioStreamer against the local service over loopback, on a clock the
 // test moves: the session's wire exchange, the connection URL and its log
 // line, the back-off schedule, the 4001 refresh both ways, the keepalive,
-// and the service's own errors and closes.
+// the service's own errors and closes, and a service that misbehaves
+// (oversized messages, a flood, a handshake never answered, a fresh token
+// refused).
 
 #include "core/log.h"
 #include "core/secretstore.h"
@@ -11,7 +13,11 @@
 #include "support/isolatedenvironment.h"
 #include "transcript/liveaudiostreamer.h"
 
+#include <QDeadlineTimer>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTest>
+#include <QThread>
 
 // Generous waits: the service, the sanitizers and other builds share a busy
 // machine, and a wait ends as soon as its condition holds.
@@ -100,6 +106,11 @@ private Q_SLOTS:
     void authExpiredAndRefreshSucceeds();
     void keepalivePingsOnlyAfterSilence();
     void serviceErrorKeepsTheConnection();
+    void oversizedMessageClosesTheConnection_data();
+    void oversizedMessageClosesTheConnection();
+    void wordsFasterThanTheyCanBeTakenCloseTheConnection();
+    void unansweredHandshakeIsGivenUp();
+    void freshTokenRefusedAgainBacksOff();
 
 private:
     bool logged(const QString& line) const { return m_log.contains(line); }
@@ -270,7 +281,7 @@ void TestLiveAudioStreamer::authExpiredAndRefreshFails()
 {
     Harness h;
     int asked = 0;
-    h.streamer.onAuthNeeded = [&asked](LiveAudioStreamer::TokenReply reply) {
+    h.streamer.onAuthNeeded = [&asked](const LiveAudioStreamer::TokenReply& reply) {
         ++asked;
         reply(std::nullopt);
     };
@@ -296,7 +307,9 @@ void TestLiveAudioStreamer::authExpiredAndRefreshSucceeds()
     Harness h;
     const QString fresh = signIn();
     QVERIFY(fresh != h.token);
-    h.streamer.onAuthNeeded = [&fresh](LiveAudioStreamer::TokenReply reply) { reply(fresh); };
+    h.streamer.onAuthNeeded = [&fresh](const LiveAudioStreamer::TokenReply& reply) {
+        reply(fresh);
+    };
     // Two failures first, so there is a count to reset.
     h.service->scriptLive(LiveScript().drop());
     h.service->scriptLive(LiveScript().drop());
@@ -354,6 +367,111 @@ void TestLiveAudioStreamer::serviceErrorKeepsTheConnection()
     TRY_COMPARE(h.service->liveFramesReceived(), 2);
     QCOMPARE(h.service->liveSessions().size(), 1);
     QVERIFY(h.clock.requestsBesidesKeepalive().isEmpty());
+}
+
+void TestLiveAudioStreamer::oversizedMessageClosesTheConnection_data()
+{
+    QTest::addColumn<qsizetype>("frameBytes");
+    QTest::newRow("in one frame") << qsizetype(0);
+    QTest::newRow("in many small frames") << qsizetype(4096);
+}
+
+void TestLiveAudioStreamer::oversizedMessageClosesTheConnection()
+{
+    QFETCH(qsizetype, frameBytes);
+    Harness h;
+    const QByteArray text(qsizetype{2} * 1024 * 1024, 'a');
+    h.service->scriptLive(LiveScript().sendInFrames(
+        R"({"type":"partial","speaker":"0","text":")" + text + R"("})", frameBytes));
+    h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
+    // Refused unread: a lost connection like any other, and back again after 1 s.
+    TRY_COMPARE(h.clock.requestsBesidesKeepalive(), QList<qint64>{1000});
+    TRY_COMPARE(h.errors().size(), 1);
+    QVERIFY2(h.errors().first().startsWith(QStringLiteral("Connection lost (")),
+             qPrintable(h.errors().first()));
+    QCOMPARE(h.count<Partial>(), 0);
+    h.clock.advance(1s);
+    TRY_COMPARE(h.count<Connected>(), 2);
+}
+
+void TestLiveAudioStreamer::wordsFasterThanTheyCanBeTakenCloseTheConnection()
+{
+    Harness h;
+    // 16 MB of final segments at once.
+    LiveScript script;
+    const QString text = QStringLiteral("x").repeated(1000);
+    for (int i = 0; i < 16000; ++i)
+        script.send({{"type", "segment"}, {"speaker", "0"}, {"text", text}, {"is_final", true}});
+    h.service->scriptLive(script);
+    h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
+    // This thread takes no event meanwhile (its event loop does not run):
+    // what waits for it stays bounded, and the connection goes.
+    const QDeadlineTimer deadline(30000);
+    while (h.streamer.reconnectAttempts() == 0 && !deadline.hasExpired())
+        QThread::yieldCurrentThread();
+    QCOMPARE(h.streamer.reconnectAttempts(), 1);
+    TRY_VERIFY(h.errors().contains(QStringLiteral(
+        "Connection lost (the service sends faster than it can be shown), reconnecting in 1s…")));
+    QVERIFY(h.count<Segment>() < 16000);
+}
+
+void TestLiveAudioStreamer::unansweredHandshakeIsGivenUp()
+{
+    Harness h;
+    // Takes the connection and never answers the upgrade.
+    QTcpServer silent;
+    QVERIFY(silent.listen(QHostAddress::LocalHost));
+    QList<QTcpSocket*> held;
+    connect(&silent, &QTcpServer::newConnection, &silent,
+            [&] { held << silent.nextPendingConnection(); });
+    h.streamer.start(QStringLiteral("http://127.0.0.1:%1").arg(silent.serverPort()), h.token,
+                     {QStringLiteral("en")});
+    TRY_COMPARE(held.size(), 1);
+    h.clock.advance(14s);
+    QVERIFY(h.errors().isEmpty());
+    h.clock.advance(1s);
+    TRY_COMPARE(h.errors(),
+                QStringList{QStringLiteral("Connection lost (no answer from the service in 15 s), "
+                                           "reconnecting in 1s…")});
+    h.clock.advance(1s);
+    TRY_COMPARE(held.size(), 2);
+    // And the next wait is longer.
+    h.clock.advance(15s);
+    TRY_COMPARE(h.errors().size(), 2);
+    QVERIFY(h.errors().last().endsWith(QStringLiteral("reconnecting in 2s…")));
+    QCOMPARE(h.connecting(), 2);
+}
+
+void TestLiveAudioStreamer::freshTokenRefusedAgainBacksOff()
+{
+    Harness h;
+    int asked = 0;
+    h.streamer.onAuthNeeded = [&](const LiveAudioStreamer::TokenReply& reply) {
+        ++asked;
+        reply(h.token);
+    };
+    for (int i = 0; i < 4; ++i)
+        h.service->scriptLive(
+            LiveScript().close(4001, "Token expired", LiveScript::kBeforeConnected));
+    h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
+    // The first refusal is an expiry: refreshed, and tried again at once.
+    TRY_COMPARE(h.clock.requestsBesidesKeepalive(), QList<qint64>{1000});
+    QCOMPARE(h.service->liveSessions().size(), 2);
+    QCOMPARE(asked, 1);
+    // The fresh token refused as well: each refresh waits out the back-off.
+    h.clock.advance(999ms);
+    QCOMPARE(asked, 1);
+    h.clock.advance(1ms);
+    TRY_COMPARE(h.clock.requestsBesidesKeepalive(), (QList<qint64>{1000, 2000}));
+    QCOMPARE(asked, 2);
+    QCOMPARE(h.service->liveSessions().size(), 3);
+    h.clock.advance(2s);
+    TRY_COMPARE(h.clock.requestsBesidesKeepalive(), (QList<qint64>{1000, 2000, 4000}));
+    QCOMPARE(h.streamer.reconnectAttempts(), 3);
+    h.clock.advance(4s);
+    TRY_COMPARE(h.count<Connected>(), 1);
+    QCOMPARE(h.service->liveSessions().size(), 5);
+    QCOMPARE(h.count<Disconnected>(), 0);
 }
 
 QTEST_GUILESS_MAIN(TestLiveAudioStreamer)

@@ -1,6 +1,7 @@
 // LiveTranscriptManager against the local service: the bot's conversation
 // from join to stop, and scripted streams for what a real service does on
-// a bad day (a refusal, a connection cut mid-stream, odd bytes). The
+// a bad day (a refusal, a connection cut mid-stream, a captive portal's
+// page, odd bytes). The
 // retry's 3 s wait runs on a clock the test moves.
 
 #include "core/log.h"
@@ -80,6 +81,7 @@ private Q_SLOTS:
     void refusalsEndTheStream_data();
     void refusalsEndTheStream();
     void aDroppedStreamIsFollowedAgainThreeSecondsLater();
+    void aPageThatIsNotAStreamIsRetried();
     void bytesAsTheyComeOffTheWire();
     void disconnectKeepsTheTranscriptConnectStartsOver();
     void streamUrl();
@@ -204,13 +206,37 @@ void TestLiveTranscriptManager::aDroppedStreamIsFollowedAgainThreeSecondsLater()
     QCOMPARE(names, (QStringList{"connecting", "connected", "error", "connected", "disconnected"}));
 }
 
+void TestLiveTranscriptManager::aPageThatIsNotAStreamIsRetried()
+{
+    SignedIn w;
+    // A captive portal answers everything with its sign-in page.
+    w.service->script("GET", w.path(),
+                      local::ScriptedAnswer::reply(200, "<html>Sign in to the Wi-Fi</html>",
+                                                   {{"Content-Type", "text/html; charset=utf-8"}}));
+    w.service->scriptMeetingStream(MeetingStreamScript().data(transcript("0", "Hi")).end());
+    QSignalSpy ended(&w.manager, &LiveTranscriptManager::streamEnded);
+    QSignalSpy statuses(&w.manager, &LiveTranscriptManager::connectionStatusChanged);
+    w.connect();
+    TRY_VERIFY(w.manager.connectionStatus().isError());
+    QCOMPARE(w.manager.connectionStatus().message(),
+             QStringLiteral("Not an event stream: the answer was text/html; charset=utf-8 "
+                            "(HTTP 200)"));
+    QVERIFY(w.manager.isActive());
+    QCOMPARE(statuses.count(), 2); // connecting, then the error: never connected
+    QCOMPARE(w.clock.requests(), QList<qint64>{3000});
+    w.clock.advance(3s);
+    TRY_COMPARE(ended.count(), 1);
+    QCOMPARE(w.manager.connectionStatus(), SSEConnectionStatus::disconnected());
+    QCOMPARE(rows(w.manager), QStringList{"0 0: Hi"});
+}
+
 void TestLiveTranscriptManager::bytesAsTheyComeOffTheWire()
 {
     SignedIn w;
     w.service->scriptMeetingStream(
         MeetingStreamScript()
             .raw(": welcome\n\nevent: transcript\n")
-            .raw("data: {\"type\":\"transcript\",\"segm")
+            .raw(R"(data: {"type":"transcript","segm)")
             .pause(40ms)
             .raw("ents\":[{\"speaker\":\"0\",\"text\":\"Hi\"}]}\r\n\r\n")
             .raw("data:{\"type\":\"status\",\"status\":\"no space\"}\n")

@@ -45,8 +45,8 @@ Framed frame(LivePcmFramer& framer, const std::vector<float>& samples)
 
 std::int16_t sampleAt(const QByteArray& frame, int index)
 {
-    const auto lo = std::uint8_t(frame[2 * index]);
-    const auto hi = std::uint8_t(frame[2 * index + 1]);
+    const auto lo = std::uint8_t(frame[qsizetype{2} * index]);
+    const auto hi = std::uint8_t(frame[qsizetype{2} * index + 1]);
     return static_cast<std::int16_t>(std::uint16_t(lo | (hi << 8)));
 }
 
@@ -81,6 +81,7 @@ private Q_SLOTS:
     void messages_data();
     void messages();
     void accumulationSurvivesMessagesAndEndsWithAFinal();
+    void accumulationStaysBounded();
     void unreadableMessagesAreLoggedNotDelivered();
 
 private:
@@ -119,7 +120,7 @@ void TestLiveWireFormat::decimationIsACentredBoxFilter()
 {
     // A ramp x[i] = i/10000: the mean of 3j−1, 3j, 3j+1 is x[3j]; the first
     // output has no left neighbour and is the mean of x[0] and x[1].
-    std::vector<float> ramp(3 * 1920);
+    std::vector<float> ramp(std::size_t{3} * 1920);
     for (std::size_t i = 0; i < ramp.size(); ++i)
         ramp[i] = float(i) / 10000.0f;
     LivePcmFramer framer;
@@ -176,7 +177,7 @@ void TestLiveWireFormat::clipping()
     QCOMPARE(int(LivePcmFramer::toPcm16(in)), out);
     // Through the filter: a constant stays itself.
     LivePcmFramer framer;
-    const Framed f = frame(framer, std::vector<float>(3 * 1920, in));
+    const Framed f = frame(framer, std::vector<float>(std::size_t{3} * 1920, in));
     if (!std::isnan(in) && !std::isinf(in))
         QCOMPARE(int(sampleAt(f.frames.front(), 7)), out);
 }
@@ -271,6 +272,35 @@ void TestLiveWireFormat::accumulationSurvivesMessagesAndEndsWithAFinal()
     QCOMPARE(handler.partialAccBySpeaker().value(QStringLiteral("2")), QStringLiteral("Why"));
     handler.reset();
     QVERIFY(handler.partialAccBySpeaker().isEmpty());
+}
+
+void TestLiveWireFormat::accumulationStaysBounded()
+{
+    // Pieces that never extend the text, under ever new and very long labels.
+    LiveMessageHandler handler;
+    std::vector<LiveTranscriptEvent> events;
+    const QString label = QStringLiteral("s").repeated(500);
+    for (int i = 0; i < 3000; ++i)
+        handler.handle(
+            QStringLiteral(R"({"tokens":[{"text":"w%1 ","speaker":"%2"}]})").arg(i).arg(label),
+            events);
+    for (int i = 0; i < 100; ++i)
+        handler.handle(QStringLiteral(R"({"tokens":[{"text":"x","speaker":"%1"}]})").arg(i),
+                       events);
+    QCOMPARE(handler.partialAccBySpeaker().size(), 64);
+    qsizetype longest = 0;
+    for (auto it = handler.partialAccBySpeaker().cbegin();
+         it != handler.partialAccBySpeaker().cend(); ++it) {
+        QVERIFY(it.key().size() <= 200);
+        longest = std::max(longest, it.value().size());
+    }
+    QCOMPARE(longest, 8192);
+    // Once the text can no longer grow, further pieces say nothing.
+    const auto* last = std::get_if<Partial>(&events.at(events.size() - 101));
+    QVERIFY(last);
+    QCOMPARE(last->text.size(), 8192);
+    QCOMPARE(last->speaker, label.left(200));
+    QVERIFY(events.size() < 3000);
 }
 
 void TestLiveWireFormat::unreadableMessagesAreLoggedNotDelivered()

@@ -1,7 +1,8 @@
 // ServerTranscriptManager: how the service's events fold into segments and
-// a status, the display names, and two whole runs against the local
-// service (its scripted conversation in both dialects; an expired token
-// refreshed through the session).
+// a status, the display names, the bounds on what a service can make it
+// hold, and two whole runs against the local service (its scripted
+// conversation in both dialects; an expired token refreshed through the
+// session).
 
 #include "core/secretstore.h"
 #include "service/authmanager.h"
@@ -56,6 +57,7 @@ private Q_SLOTS:
     void status_data();
     void status();
     void languageHints();
+    void boundedWhateverTheServiceSends();
     void notLoggedInConnectsNothing();
     void stopKeepsSegmentsStartClearsThem();
     void conversationFromTheService();
@@ -191,6 +193,39 @@ void TestServerTranscriptManager::languageHints()
     QCOMPARE(ServerTranscriptManager::languageHints("af-ZA"), (QStringList{"af", "en"}));
 }
 
+void TestServerTranscriptManager::boundedWhateverTheServiceSends()
+{
+    ServerTranscriptManager m;
+    const QString label(1000, QLatin1Char('L'));
+    // Pieces that never extend the text: the interim text stops growing.
+    for (int i = 0; i < 3000; ++i)
+        m.handle(Partial{QStringLiteral("w%1 ").arg(i), label});
+    QCOMPARE(m.segments().size(), 1);
+    QCOMPARE(m.segments().first().text.size(), 8192);
+    QVERIFY(m.segments().first().text.startsWith(QStringLiteral("w0 w1 w2 ")));
+    QCOMPARE(m.segments().first().speaker.size(), 200);
+    QCOMPARE(m.segments().first().displayName.size(), 200);
+    // The final text is kept whole, in segments of the speaker.
+    const QString final = QStringLiteral("x").repeated(20000);
+    m.handle(Segment{label, final, 0, 0, true});
+    QStringList texts;
+    for (const TranscriptSegment& s : m.segments())
+        texts << s.text;
+    QCOMPARE(texts.size(), 3);
+    QCOMPARE(texts.join(QString()), final);
+    QCOMPARE(texts.first().size(), 8192);
+    QVERIFY(!m.currentPartialSpeaker());
+
+    // Thousands of turns: the oldest go in batches.
+    QSignalSpy trimmed(&m, &ServerTranscriptManager::segmentsTrimmed);
+    for (int i = 0; i < 2500; ++i)
+        m.handle(Segment{QString::number(i % 2), "Yes.", 0, 0, true});
+    QVERIFY(m.segments().size() <= 2000);
+    QCOMPARE(m.segments().last().id, 2502);
+    QCOMPARE(trimmed.count(), 3);
+    QCOMPARE(trimmed.first().first().toInt(), 200);
+}
+
 void TestServerTranscriptManager::notLoggedInConnectsNothing()
 {
     test::IsolatedEnvironment env;
@@ -244,7 +279,7 @@ void TestServerTranscriptManager::conversationFromTheService()
     TRY_COMPARE(m.status(), TranscriptStatus::active());
     QCOMPARE(w.service->liveSessions().value(0).languageHints, (QStringList{"de", "en"}));
     for (int i = 0; i < 45; ++i)
-        m.streamer().sendAudio(std::vector<float>(3 * 1920, 0.0f));
+        m.streamer().sendAudio(std::vector<float>(std::size_t{3} * 1920, 0.0f));
     TRY_COMPARE(m.speakerNames().value("1"), QStringLiteral("Sam"));
     TRY_VERIFY(m.segments().size() >= 2);
     QCOMPARE(rows(m).mid(0, 2), (QStringList{"0 0 Alex: Good morning, thanks for joining.",

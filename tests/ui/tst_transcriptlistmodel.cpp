@@ -1,6 +1,7 @@
 // The transcript bubbles' model: it follows a transcript manager row by row
-// (a view keeps its place while text grows), colours rows by who spoke
-// first, and starts over when the manager clears or another one is followed.
+// (a view keeps its place while text grows, and while the oldest rows go),
+// colours rows by who spoke first, and starts over when the manager clears
+// or another one is followed.
 
 #include "core/secretstore.h"
 #include "service/authmanager.h"
@@ -53,6 +54,15 @@ void TestTranscriptListModel::followsRowByRow()
     manager.handle(SpeakerNames{{{QStringLiteral("1"), QStringLiteral("Sam")}}});
     QCOMPARE(model.data(model.index(1), TranscriptListModel::AccessibleNameRole).toString(),
              QStringLiteral("Sam said: Hi."));
+
+    // A very long transcript lets its oldest rows go: the list follows
+    // without starting over.
+    QSignalSpy removed(&model, &QAbstractItemModel::rowsRemoved);
+    for (int i = 0; i < 2000; ++i)
+        manager.handle(Segment{QString::number(i % 2), QStringLiteral("Yes."), 0, 0, true});
+    QCOMPARE(removed.count(), 1);
+    QCOMPARE(reset.count(), 0);
+    QCOMPARE(model.count(), manager.segments().size());
 
     // A new start clears the transcript: the list starts over, colours too.
     test::IsolatedEnvironment env;

@@ -6,6 +6,7 @@
 
 #include "core/log.h"
 #include "transcript/livemessagehandler.h"
+#include "transcript/transcriptlimits.h"
 
 #include <QByteArray>
 #include <QList>
@@ -57,10 +58,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
         for (const LiveTranscriptEvent& e : events)
             (void)describe(e);
-        // Interim text, once accumulated, is never empty.
+        // Interim text, once accumulated, is never empty, and what is kept
+        // stays bounded whatever comes.
+        check(handler.partialAccBySpeaker().size() <= TranscriptLimits::kMaxSpeakers);
         for (auto it = handler.partialAccBySpeaker().cbegin();
-             it != handler.partialAccBySpeaker().cend(); ++it)
+             it != handler.partialAccBySpeaker().cend(); ++it) {
             check(!it.value().isEmpty());
+            check(it.value().size() <= TranscriptLimits::kMaxSegmentChars);
+            check(it.key().size() <= TranscriptLimits::kMaxLabelChars);
+        }
     }
     return 0;
 }

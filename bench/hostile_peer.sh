@@ -1,0 +1,76 @@
+#!/usr/bin/env bash
+# What a broken or hostile service costs the command line: peak RSS, bytes
+# written to standard output, and the time from SIGTERM to exit.
+#
+#   bench/hostile_peer.sh interim BYTES [SECONDS]   record --live server --json
+#                                                    against interim pieces that
+#                                                    never extend the text
+#   bench/hostile_peer.sh message BYTES [SECONDS]   the same against one message
+#                                                    of BYTES
+#   bench/hostile_peer.sh finals BYTES [SECONDS]    the same against final
+#                                                    segments, BYTES in all
+#   bench/hostile_peer.sh line BYTES [SECONDS]      follow --json against a data
+#                                                    line of BYTES without an end
+#
+# SIGTERM goes out SECONDS (default 10) after the command started; a command
+# still running 30 s later is killed and reported as deaf. SORV_CLI names
+# another build of the command line to measure (an older one, to compare).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. bench/common.sh
+mode="${1:?usage: bench/hostile_peer.sh interim|message|finals|line BYTES [SECONDS]}"
+bytes="${2:?usage: bench/hostile_peer.sh interim|message|finals|line BYTES [SECONDS]}"
+seconds="${3:-10}"
+cli="${SORV_CLI:-$(find_built hostile_peer src/cli/sorvelandrix)}"
+peer=$(find_built hostile_peer bench/hostile_peer)
+
+make_work_dir
+export XDG_CACHE_HOME="$work/cache" XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data"
+export SORVELANDRIX_SECRETS=file
+port=$((20000 + RANDOM % 20000))
+"$peer" "$port" "$work/service" "$mode" "$bytes" >"$work/peer.out" &
+pids+=($!)
+for _ in $(seq 100); do
+  grep -q '^meeting ' "$work/peer.out" 2>/dev/null && break
+  sleep 0.1
+done
+meeting=$(sed -n 's/^meeting //p' "$work/peer.out")
+export SORVELANDRIX_SERVER="http://127.0.0.1:$port"
+echo demo | "$cli" login --email demo@sorvelandrix.local --password-stdin >/dev/null
+
+if [ "$mode" = line ]; then
+  command=(follow "$meeting")
+else
+  . dev/pulsesandbox.sh
+  start_pulse_sandbox "$work"
+  command=(record --live server --language de-DE --discard)
+fi
+
+/usr/bin/time -v -o "$work/time" "$cli" --json "${command[@]}" >"$work/out" 2>"$work/err" &
+timer=$!
+sleep 0.5
+child=$(pgrep -P "$timer")
+sleep "$seconds"
+start=$(date +%s.%N)
+kill -TERM "$child" 2>/dev/null || true
+deaf=""
+for _ in $(seq 300); do
+  kill -0 "$child" 2>/dev/null || break
+  sleep 0.1
+done
+if kill -0 "$child" 2>/dev/null; then
+  deaf=" (deaf: killed 30 s after SIGTERM)"
+  kill -KILL "$child"
+fi
+end=$(date +%s.%N)
+wait "$timer" || true
+
+rss=$(sed -n 's/.*Maximum resident set size (kbytes): //p' "$work/time")
+echo "sorvelandrix --json ${command[*]} against $mode of $bytes bytes, SIGTERM after $seconds s:"
+awk -v kb="$rss" 'BEGIN { printf "  peak RSS %.1f MiB\n", kb / 1024 }'
+echo "  standard output $(wc -c <"$work/out") bytes, $(wc -l <"$work/out") lines"
+if [ "$mode" = line ]; then
+  grep -q 'after the line' "$work/out" && echo "  the words after the line arrived" ||
+    echo "  the words after the line did not arrive"
+fi
+awk -v a="$start" -v b="$end" -v d="$deaf" 'BEGIN { printf "  exit %.2f s after SIGTERM%s\n", b - a, d }'
