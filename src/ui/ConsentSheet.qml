@@ -58,18 +58,26 @@ Popup {
                 text: root.consent ? root.consent.introduction : ""
             }
 
-            Repeater {
-                model: root.consent ? root.consent.obligations : []
-                delegate: RowLayout {
-                    required property string modelData
-                    Layout.fillWidth: true
-                    spacing: 8
-                    Label { text: "•"; color: Theme.text; Layout.alignment: Qt.AlignTop }
-                    Label {
-                        Layout.fillWidth: true
-                        wrapMode: Text.Wrap
-                        color: Theme.text
-                        text: modelData
+            // A positioner, not the layout: the list changes with the mode
+            // while the sheet is closed, and a layout that loses children
+            // then is arranged over the deleted ones on the next resize.
+            Column {
+                id: obligations
+                Layout.fillWidth: true
+                spacing: Theme.spacing
+                Repeater {
+                    model: root.consent ? root.consent.obligations : []
+                    delegate: Row {
+                        required property string modelData
+                        width: obligations.width
+                        spacing: 8
+                        Label { id: bullet; text: "•"; color: Theme.text }
+                        Label {
+                            width: parent.width - bullet.width - parent.spacing
+                            wrapMode: Text.Wrap
+                            color: Theme.text
+                            text: modelData
+                        }
                     }
                 }
             }

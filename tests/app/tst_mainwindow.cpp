@@ -7,11 +7,14 @@
 #include "core/settings.h"
 #include "localservicefixture.h"
 #include "qmlfinder.h"
+#include "recording/audiorecorder.h"
 #include "service/authmanager.h"
 #include "service/joinmeetingcontroller.h"
 #include "service/recordingslistcontroller.h"
 #include "support/isolatedenvironment.h"
 #include "transcript/livetranscriptmanager.h"
+#include "ui/recorderscreen.h"
+#include "ui/recordingconsent.h"
 #include "ui/viewhelpers.h"
 
 #include <QApplication>
@@ -53,6 +56,25 @@ class TestMainWindow : public QObject {
     {
         for (const QChar c : text)
             QTest::keyClick(m_app->mainWindow(), c.toLatin1());
+    }
+    // A real click in the middle of the item, as a user makes it.
+    void press(const char* name)
+    {
+        auto* target = qobject_cast<QQuickItem*>(item(name));
+        QVERIFY(target);
+        const QPointF centre =
+            target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
+        QTest::mouseClick(m_app->mainWindow(), Qt::LeftButton, {}, centre.toPoint());
+    }
+    // Signed in as the demo account, with the consent already given.
+    void signIn(const QString& email = LocalService::kDemoEmail,
+                const QString& password = LocalService::kDemoPassword)
+    {
+        Settings::setValue(RecordingConsent::kAcknowledgedKey, true);
+        type("emailField", email);
+        type("passwordField", password);
+        click("signInButton");
+        QTRY_VERIFY(showsTabs());
     }
     bool showsTabs() { return test::findNamed(m_app->mainWindow(), "tabBar") != nullptr; }
 
@@ -246,6 +268,23 @@ private Q_SLOTS:
                  QPoint(2840, 584));
         QCOMPARE(FloatingPanelController::initialGeometry(QRect(0, 0, 300, 300)).topLeft(),
                  QPoint(0, 0));
+    }
+
+    // The consent sheet's obligations change with the mode while it is
+    // closed; the next resize used to arrange the deleted ones.
+    void videoModeSurvivesResizing()
+    {
+        signIn();
+        press("videoCallButton");
+        QVERIFY(m_app->recorderScreen().recordVideo());
+        QQuickWindow* w = m_app->mainWindow();
+        for (const QSize size : {w->minimumSize(), QSize(1600, 1200), w->minimumSize()}) {
+            w->resize(size);
+            QTRY_COMPARE(w->contentItem()->size(), QSizeF(size));
+        }
+        press("tab1");
+        press("tab0");
+        QCOMPARE(item("tabContent")->property("currentIndex").toInt(), 0);
     }
 
     void windowSizeIsRemembered()
