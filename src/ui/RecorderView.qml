@@ -1,6 +1,7 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
+import Sorvelandrix.Ui
 
 // The recording screen. Everything it shows comes from `screen` (the
 // RecorderScreen view-model) and the recorder's own meters; every button is
@@ -130,6 +131,7 @@ Item {
                         ComboBox {
                             objectName: "microphonePicker"
                             Layout.fillWidth: true
+                            enabled: root.screen.soundServer !== RecorderScreen.Waiting
                             model: root.screen.microphones
                             textRole: "label"
                             currentIndex: root.screen.selectedMicrophoneIndex
@@ -197,6 +199,15 @@ Item {
                         horizontalAlignment: Text.AlignHCenter
                         text: root.screen.recordingSourceLine
                         visible: text !== ""
+                    }
+                    Warning {
+                        objectName: "soundServerNotice"
+                        visible: root.screen.soundServer !== RecorderScreen.Answers
+                        good: root.screen.soundServer === RecorderScreen.Resumed
+                        title: !good ? qsTr("Waiting for the sound server")
+                                       : qsTr("The sound server is back — recording resumed")
+                        message: !good ? qsTr("Nothing is recorded until it answers again; the recording goes on by itself then.")
+                                         : ""
                     }
                 }
 
@@ -428,6 +439,8 @@ Item {
     }
     component Warning: Rectangle {
         id: warning
+        // A good turn (something came back) rather than a problem.
+        property bool good: false
         property string title
         property string message
         default property alias actions: actionRow.data
@@ -444,7 +457,7 @@ Item {
             RowLayout {
                 Layout.fillWidth: true
                 spacing: 8
-                Symbol { name: "warning"; tint: Theme.orange; size: 16; Layout.alignment: Qt.AlignTop }
+                Symbol { name: warning.good ? "checkmark-circle" : "warning"; tint: warning.good ? Theme.green : Theme.orange; size: 16; Layout.alignment: Qt.AlignTop }
                 ColumnLayout {
                     Layout.fillWidth: true
                     spacing: 2

@@ -47,6 +47,7 @@ class FakeEngine : public RecordingEngine {
 public:
     QList<InputDevice> devices;
     std::optional<RecorderError> startError;
+    double fileSeconds = 0.1; // what each recording's WAV holds
     int systemAudioRetries = 0;
 
     ~FakeEngine() override { queue.shutdown(); }
@@ -63,7 +64,7 @@ public:
             if (!startError) {
                 WavWriter wav;
                 wav.open(path);
-                wav.write(std::vector<float>(4800, 0.0f));
+                wav.write(std::vector<float>(std::size_t(fileSeconds * 48000), 0.0f));
             }
             done(startError);
         });
@@ -246,6 +247,7 @@ private Q_SLOTS:
     void retryUploadOnlyWhileTheFileExists();
     void uploadedRecordingOpensOnTheWeb();
     void pickersAndWarnings();
+    void soundServerGoesAway();
     void privacySettingsProgram_data();
     void privacySettingsProgram();
 };
@@ -605,6 +607,33 @@ void TestRecorderScreen::pickersAndWarnings()
     QCOMPARE(w.engine->systemAudioRetries, 1);
     w.engine->send(AudioEngineUpdate::systemAudioActive(true));
     TRY_VERIFY(!w.screen->systemAudioWarningVisible());
+}
+
+void TestRecorderScreen::soundServerGoesAway()
+{
+    World w;
+    w.engine->fileSeconds = 2.5;
+    QVERIFY(w.record());
+    w.engine->send(AudioEngineUpdate::makeMeters({.mic = 0.5f, .system = 0.4f}));
+    TRY_COMPARE(w.recorder->micLevel(), 0.5f);
+
+    // The server's devices vanish with it: the picker keeps what it showed.
+    w.engine->devices.clear();
+    w.engine->send(AudioEngineUpdate::soundServer(false));
+    TRY_COMPARE(w.screen->soundServer(), RecorderScreen::SoundServer::Waiting);
+    w.recorder->refreshInputDevices();
+    QCOMPARE(w.screen->microphones().size(), 2);
+    QCOMPARE(w.recorder->micLevel(), 0.0f);
+    QCOMPARE(w.recorder->systemLevel(), 0.0f);
+
+    w.engine->send(AudioEngineUpdate::soundServer(true));
+    TRY_COMPARE(w.screen->soundServer(), RecorderScreen::SoundServer::Resumed);
+
+    // The save card shows what the file holds, not the time that passed.
+    QVERIFY(w.stopToPendingSave());
+    QCOMPARE(w.recorder->elapsed(), 2.5);
+    QCOMPARE(w.screen->durationText(), QStringLiteral("00:02"));
+    QCOMPARE(w.screen->soundServer(), RecorderScreen::SoundServer::Answers);
 }
 
 void TestRecorderScreen::privacySettingsProgram_data()

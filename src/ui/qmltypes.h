@@ -1,0 +1,24 @@
+#pragma once
+
+#include "recording/audiorecorder.h"
+#include "transcript/localtranscriptmanager.h"
+#include "transcript/servertranscriptmanager.h"
+#include "ui/recorderscreen.h"
+#include "ui/recordingconsent.h"
+#include "ui/transcriptlistmodel.h"
+#include "video/screencapturetargetstore.h"
+
+#include <QtQml/qqml.h>
+
+// The view-models the application builds, known to QML by type (for typed
+// properties and their enumerations); QML never creates them.
+namespace sorv::qml {
+
+struct RecorderScreenType {
+    Q_GADGET
+    QML_FOREIGN(sorv::RecorderScreen)
+    QML_NAMED_ELEMENT(RecorderScreen)
+    QML_UNCREATABLE("built by the application")
+};
+
+} // namespace sorv::qml
