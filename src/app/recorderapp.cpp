@@ -59,10 +59,9 @@ SorvelandrixRecorderApp::SorvelandrixRecorderApp(std::unique_ptr<RecordingEngine
     connect(m_recordingsList.get(), &RecordingsListController::liveTranscriptRequested,
             m_floatingPanel.get(), &FloatingPanelController::show);
     // The panel follows the signed-in account's meeting with its token.
-    connect(m_auth.get(), &AuthManager::isLoggedInChanged, m_floatingPanel.get(), [this] {
-        if (!m_auth->isLoggedIn())
-            m_floatingPanel->close();
-    });
+    connect(m_auth.get(), &AuthManager::sessionEnded, m_floatingPanel.get(),
+            &FloatingPanelController::close);
+    connect(m_auth.get(), &AuthManager::sessionEnded, m_passkeys.get(), &PasskeysModel::clear);
     AppDelegate::Hooks hooks;
     hooks.showMainWindow = [this] { showMainWindow(); };
     hooks.openUrl = [](const QUrl& url) { QDesktopServices::openUrl(url); };

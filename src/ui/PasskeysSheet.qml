@@ -15,6 +15,8 @@ Popup {
     padding: 0
     closePolicy: Popup.CloseOnEscape
     onOpened: if (passkeys) passkeys.reload()
+    // Closing discards what it showed: the next opening loads afresh.
+    onClosed: if (passkeys) passkeys.clear()
     background: Rectangle { radius: 12; color: Theme.background; border.color: Theme.separator }
 
     ColumnLayout {

@@ -83,6 +83,9 @@ RecorderScreen::RecorderScreen(AudioRecorder& recorder, AuthManager& auth, Parts
     // The two transcripts never run together, however the preview is started.
     m_local->setStopServerTranscript([this] { m_server->stop(); });
 
+    // The live transcript speaks with the account's token: it ends with
+    // the session (and its lines go with its next start).
+    connect(&auth, &AuthManager::sessionEnded, this, &RecorderScreen::stopLiveTranscript);
     connect(m_consent, &RecordingConsent::agreed, this, &RecorderScreen::consentAgreed);
     connect(m_consent, &RecordingConsent::cancelled, this,
             [this] { setShowingConsentSheet(false); });

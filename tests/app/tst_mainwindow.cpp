@@ -11,6 +11,7 @@
 #include "service/authmanager.h"
 #include "service/joinmeetingcontroller.h"
 #include "service/recordingslistcontroller.h"
+#include "service/recordingsmodel.h"
 #include "support/isolatedenvironment.h"
 #include "transcript/livetranscriptmanager.h"
 #include "ui/recorderscreen.h"
@@ -257,6 +258,48 @@ private Q_SLOTS:
         m_app->auth().logout();
         QVERIFY(!panel.isOpen());
         QCOMPARE(closed.count(), 3);
+    }
+
+    // Sign out, sign in as someone else: nothing of the first account is
+    // shown, and none of its ids goes out with the second account's token.
+    void theNextAccountSeesNothingOfThePrevious()
+    {
+        LocalService& service = m_service->service();
+        const QString other = QStringLiteral("other@sorvelandrix.local");
+        service.addAccount(other, QStringLiteral("Other User"), QStringLiteral("other"));
+        const QString bot = service.addMeeting(
+            LocalService::kDemoEmail, QStringLiteral("https://meet.google.com/abc-defg-hij"));
+        signIn();
+        RecordingsListController& list = m_app->recordingsList();
+        press("tab1");
+        QTRY_VERIFY(list.hasActiveBots());
+        QTRY_VERIFY(list.recordings()->count() > 0);
+        press("tab2");
+        type("meetingUrlField", QStringLiteral("https://zoom.us/j/1"));
+        press("tab1");
+        // A load whose answer comes after the switch.
+        service.script("GET", QStringLiteral("/api/transcriptions"),
+                       local::ScriptedAnswer::delayed(std::chrono::milliseconds(1500)));
+        press("refreshButton");
+
+        press("userMenuButton");
+        QTRY_VERIFY(item("userMenu")->property("visible").toBool());
+        press("signOutButton");
+        QTRY_VERIFY(!showsTabs());
+        QCOMPARE(list.recordings()->count(), 0);
+        QVERIFY(!list.hasActiveBots());
+        QCOMPARE(m_app->joinMeeting().meetingUrl(), QString());
+
+        signIn(other, QStringLiteral("other"));
+        press("tab1");
+        QTRY_COMPARE(list.state(), RecordingsListController::State::Empty);
+        QTest::qWait(2000); // the first account's late answer arrives meanwhile
+        QCOMPARE(list.recordings()->count(), 0);
+        QCOMPARE(list.state(), RecordingsListController::State::Empty);
+        list.stopMeeting(bot);
+        list.showLiveTranscript(bot);
+        QVERIFY(!m_app->floatingPanel().isOpen());
+        QCOMPARE(service.requestCount("POST", QStringLiteral("/api/meetings/%1/stop").arg(bot)), 0);
     }
 
     void thePanelStandsInTheBottomRightCorner()

@@ -301,6 +301,12 @@ void TestRecordingsViews::tabStatesThroughFailureAndRetry()
     const QString id = tab.activeMeetings()
                            ->data(tab.activeMeetings()->index(0), MeetingsModel::IdRole)
                            .toString();
+    // "Live" on a listed bot; nothing for an id the list does not show.
+    QSignalSpy live(&tab, &RecordingsListController::liveTranscriptRequested);
+    tab.showLiveTranscript(id);
+    tab.showLiveTranscript(QStringLiteral("not-listed"));
+    QCOMPARE(live.count(), 1);
+    QCOMPARE(live.at(0), (QVariantList{id, w.service.origin(), w.auth.accessToken()}));
     w.service->clearRequestLog();
     tab.stopMeeting(id);
     TRY_COMPARE(w.service->requestCount("GET", "/api/meetings"), 1);
@@ -324,11 +330,6 @@ void TestRecordingsViews::tabStatesThroughFailureAndRetry()
     TRY_COMPARE(w.service->requestCount("GET", "/api/meetings"), 2);
     TRY_VERIFY(!tab.refreshing());
     QVERIFY(!tab.hasActiveBots());
-
-    QSignalSpy live(&tab, &RecordingsListController::liveTranscriptRequested);
-    tab.showLiveTranscript(id);
-    QCOMPARE(live.count(), 1);
-    QCOMPARE(live.at(0), (QVariantList{id, w.service.origin(), w.auth.accessToken()}));
 }
 
 void TestRecordingsViews::joinSwitchesTabsOneAndAHalfSecondsLater()
