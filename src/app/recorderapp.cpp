@@ -44,6 +44,12 @@ SorvelandrixRecorderApp::SorvelandrixRecorderApp(std::unique_ptr<RecordingEngine
       m_helpers(std::make_unique<ViewHelpers>()), m_updater(std::make_unique<SparkleUpdater>())
 {
     m_updater->setUrlOpener([](const QUrl& url) { return QDesktopServices::openUrl(url); });
+    // The answer to a check is shown where the user looks: the window comes
+    // forward with it, even when the check came from the tray or the panel.
+    connect(m_updater.get(), &SparkleUpdater::alertChanged, this, [this] {
+        if (m_updater->alert().kind() != UpdateAlert::Kind::None)
+            showMainWindow();
+    });
     m_recorderScreen = std::make_unique<RecorderScreen>(*m_recorder, *m_auth);
     m_recorderScreen->setDesktopHooks({[this](const QUrl& url) {
                                            m_helpers->openUrl(url.toString());

@@ -330,6 +330,17 @@ private Q_SLOTS:
         QCOMPARE(item("tabContent")->property("currentIndex").toInt(), 0);
     }
 
+    // From the tray with the window closed: the window comes back with the
+    // answer, instead of keeping it for the next time it is opened.
+    void anUpdateCheckShowsItsAnswer()
+    {
+        m_app->mainWindow()->close();
+        QTRY_VERIFY(!m_app->mainWindow()->isVisible());
+        m_app->appDelegate().checkForUpdates();
+        QTRY_VERIFY(m_app->mainWindow()->isVisible());
+        QTRY_VERIFY(item("updateAlert")->property("visible").toBool());
+    }
+
     void windowSizeIsRemembered()
     {
         m_app->mainWindow()->resize(610, 700);
