@@ -13,7 +13,10 @@ Item {
     property var helpers: null
     readonly property string page: screen ? screen.page : "idle"
 
-    Component.onCompleted: if (screen) screen.appear()
+    // Each time the screen is shown (the tabs keep it alive when hidden):
+    // the consent sheet comes back until it is acknowledged.
+    Component.onCompleted: if (screen && visible) screen.appear()
+    onVisibleChanged: if (screen && visible) screen.appear()
 
     Flickable {
         anchors.fill: parent
@@ -62,7 +65,7 @@ Item {
                             }
                         }
                         Note { text: root.screen.modeDescription }
-                        Note { text: root.screen.headphonesHint; visible: !root.screen.recordVideo }
+                        Note { objectName: "headphonesHint"; text: root.screen.headphonesHint }
                         Note { text: root.screen.videoModeNote; visible: root.screen.recordVideo }
 
                         ColumnLayout {
@@ -265,6 +268,7 @@ Item {
 
                 TranscriptSection {
                     Layout.fillWidth: true
+                    visible: root.screen.isRecording
                     screen: root.screen
                 }
             }

@@ -78,6 +78,16 @@ ColumnLayout {
                 Button { text: root.screen.useOnDevicePreviewLabel; onClicked: root.screen.useOnDevicePreview() }
             }
 
+            Label {
+                objectName: "transcriptPlaceholder"
+                visible: lines.count === 0
+                Layout.fillWidth: true
+                horizontalAlignment: Text.AlignHCenter
+                topPadding: 8
+                bottomPadding: 8
+                text: qsTr("Waiting for speech...")
+                color: Theme.secondaryText
+            }
             ListView {
                 id: lines
                 objectName: "transcriptList"

@@ -8,6 +8,7 @@
 #include "localservicefixture.h"
 #include "qmlfinder.h"
 #include "recording/audiorecorder.h"
+#include "scriptedengine.h"
 #include "service/authmanager.h"
 #include "service/joinmeetingcontroller.h"
 #include "service/recordingslistcontroller.h"
@@ -37,6 +38,7 @@ class TestMainWindow : public QObject {
     std::unique_ptr<test::IsolatedEnvironment> m_env;
     std::unique_ptr<test::LocalServiceFixture> m_service;
     std::unique_ptr<SorvelandrixRecorderApp> m_app;
+    test::ScriptedEngine* m_engine = nullptr; // the app's
 
     QObject* item(const char* name)
     {
@@ -77,6 +79,11 @@ class TestMainWindow : public QObject {
         click("signInButton");
         QTRY_VERIFY(showsTabs());
     }
+    bool shown(const char* name)
+    {
+        QObject* found = test::findNamed(m_app->mainWindow(), QString::fromLatin1(name));
+        return found && found->property("visible").toBool();
+    }
     bool showsTabs() { return test::findNamed(m_app->mainWindow(), "tabBar") != nullptr; }
 
 private Q_SLOTS:
@@ -89,7 +96,9 @@ private Q_SLOTS:
         options.meetingPhase = std::chrono::milliseconds(40);
         options.meetingStreamPace = std::chrono::milliseconds(5);
         m_service = std::make_unique<test::LocalServiceFixture>(options);
-        m_app = std::make_unique<SorvelandrixRecorderApp>();
+        m_engine = new test::ScriptedEngine;
+        m_app =
+            std::make_unique<SorvelandrixRecorderApp>(std::unique_ptr<RecordingEngine>(m_engine));
         m_app->helpers().setUrlOpener([](const QUrl&) {});
         QVERIFY(m_app->launch());
         QVERIFY(QTest::qWaitForWindowExposed(m_app->mainWindow()));
@@ -328,6 +337,41 @@ private Q_SLOTS:
         press("tab1");
         press("tab0");
         QCOMPARE(item("tabContent")->property("currentIndex").toInt(), 0);
+    }
+
+    // What the recorder screen shows before and while recording.
+    void theRecorderScreenAsShown()
+    {
+        type("emailField", LocalService::kDemoEmail);
+        type("passwordField", LocalService::kDemoPassword);
+        click("signInButton");
+        QTRY_VERIFY(showsTabs());
+        // A first-time user who cancels the consent sheet gets it again
+        // each time the screen comes back.
+        QTRY_VERIFY(shown("consentSheet"));
+        press("consentCancelButton");
+        QTRY_VERIFY(!shown("consentSheet"));
+        press("tab1");
+        press("tab0");
+        QTRY_VERIFY(shown("consentSheet"));
+        Settings::setValue(RecordingConsent::kAcknowledgedKey, true);
+        press("consentCancelButton");
+        QTRY_VERIFY(!shown("consentSheet"));
+
+        // Transcript controls only while recording; the headphones hint in
+        // both modes.
+        QVERIFY(!shown("transcriptToggle"));
+        QVERIFY(shown("headphonesHint"));
+        press("videoCallButton");
+        QVERIFY(shown("headphonesHint"));
+        press("audioOnlyButton");
+        press("mainButton");
+        QTRY_VERIFY(m_app->recorder().isRecording());
+        QTRY_VERIFY(shown("transcriptToggle"));
+        press("transcriptToggle");
+        QTRY_VERIFY(shown("transcriptPlaceholder"));
+        QCOMPARE(item("transcriptPlaceholder")->property("text").toString(),
+                 QStringLiteral("Waiting for speech..."));
     }
 
     // From the tray with the window closed: the window comes back with the
