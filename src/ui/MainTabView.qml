@@ -160,13 +160,17 @@ Item {
     }
 
     // The user menu.
+    // Hangs from its button, so that a press on the button is not "outside"
+    // and the button's click closes it instead of opening it again.
     Popup {
         id: userMenu
         objectName: "userMenu"
+        parent: userButton
+        closePolicy: Popup.CloseOnEscape | Popup.CloseOnPressOutsideParent
         visible: root.showLogout
         onClosed: root.showLogout = false
-        x: root.width - width - 10
-        y: 48
+        x: userButton.width - width
+        y: userButton.height + 4
         width: 240
         padding: 6
         background: Rectangle { radius: 10; color: Theme.card; border.color: Theme.separator }
