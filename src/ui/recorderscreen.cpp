@@ -238,8 +238,14 @@ void RecorderScreen::setSpeechLocale(const QString& locale)
     setSpeechLocaleField(locale);
     Settings::setValue(Settings::kSpeechLocaleKey, locale);
     m_local->overrideLocale(locale);
-    if (m_transcriptVisible && m_transcriptMode == TranscriptMode::server())
+    if (!m_transcriptVisible || !m_recorder)
+        return;
+    // The running transcript starts again in the new language (a preview
+    // that had no model for the old one included).
+    if (m_transcriptMode == TranscriptMode::server())
         restartServerTranscript();
+    else if (m_transcriptMode == TranscriptMode::onDevice())
+        m_local->start(*m_recorder);
 }
 
 void RecorderScreen::selectLanguage(int index)

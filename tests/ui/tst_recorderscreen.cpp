@@ -482,6 +482,14 @@ void TestRecorderScreen::stoppingEndsTheOnDevicePreview()
         QVERIFY(w.engine->hasConsumer());
         QVERIFY(w.screen->listening());
 
+        // A language without a model, then one with: the preview follows.
+        w.screen->setSpeechLocale(QStringLiteral("af-ZA"));
+        TRY_VERIFY(local.status().isError());
+        QVERIFY(local.status().message().contains(QStringLiteral("Afrikaans")));
+        w.screen->setSpeechLocale(QStringLiteral("en-US"));
+        TRY_COMPARE(local.status(), TranscriptStatus::active());
+        QVERIFY(w.engine->hasConsumer());
+
         if (byMainButton) {
             w.screen->pressMainButton();
         } else {
