@@ -264,6 +264,8 @@ void AudioRecorder::requestStartRecording(bool recordVideo,
             // Only a recording that shows the screen needs screen capture;
             // system audio needs no such permission on Linux.
             if (!recordVideo) {
+                // An earlier video recording's advice is not about this one.
+                setScreenAccessWarning(QString());
                 startEngine(session);
                 return;
             }

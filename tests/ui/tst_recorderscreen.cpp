@@ -615,6 +615,23 @@ void TestRecorderScreen::pickersAndWarnings()
     QCOMPARE(w.engine->systemAudioRetries, 1);
     w.engine->send(AudioEngineUpdate::systemAudioActive(true));
     TRY_VERIFY(!w.screen->systemAudioWarningVisible());
+    QVERIFY(w.stopToPendingSave());
+    w.screen->discard();
+
+    // A video recording's screen-access advice, then an audio-only one
+    // straight from where the first ended: the advice is not shown.
+    w.recorder->setScreenCaptureProbe(
+        [](const std::function<void(AudioRecorder::ProbeResult)>& done) {
+            done(AudioRecorder::ProbeResult::Failed);
+        });
+    w.screen->setRecordVideo(true);
+    w.screen->pressMainButton();
+    TRY_VERIFY(!w.recorder->screenAccessWarning().isEmpty());
+    // The made-up display cannot be captured: the video part fails.
+    TRY_COMPARE(w.recorder->state().kind(), Kind::Error);
+    w.screen->setRecordVideo(false);
+    QVERIFY(w.record());
+    QVERIFY(!w.screen->screenAccessWarningVisible());
 }
 
 void TestRecorderScreen::soundServerGoesAway()
