@@ -15,6 +15,7 @@
 #include "ui/recorderscreen.h"
 #include "ui/symbolimageprovider.h"
 #include "ui/viewhelpers.h"
+#include "ui/windowplacement.h"
 #include "update/sparkleupdater.h"
 #include <QSystemTrayIcon>
 
@@ -171,14 +172,9 @@ void SorvelandrixRecorderApp::restoreGeometry()
     const QRect saved = Settings::value(kGeometryKey).toRect();
     if (!saved.isValid())
         return;
-    // Only where a screen still shows it (a monitor may have gone).
-    for (const QScreen* screen : QGuiApplication::screens()) {
-        if (screen->availableGeometry().intersects(saved)) {
-            m_window->setGeometry(saved);
-            return;
-        }
-    }
-    m_window->resize(saved.size());
+    // Whole on a screen that is there now: a monitor may have gone, or the
+    // scale changed since it was saved.
+    m_window->setGeometry(keptOnScreen(saved, availableScreenAreas(), m_window->minimumSize()));
 }
 
 void SorvelandrixRecorderApp::saveGeometry()

@@ -391,13 +391,65 @@ private Q_SLOTS:
         QTRY_VERIFY(item("updateAlert")->property("visible").toBool());
     }
 
+    // The pointer as it moves over the screen: each event's place in the
+    // window is where the pointer is now, wherever the window went.
+    static void drag(QWindow* window, QPoint from, QPoint by)
+    {
+        const QPoint start = window->mapToGlobal(from);
+        QTest::mousePress(window, Qt::LeftButton, {}, from);
+        for (int step = 1; step <= 4; ++step)
+            QTest::mouseMove(window, window->mapFromGlobal(start + by * step / 4));
+        QTest::mouseRelease(window, Qt::LeftButton, {}, window->mapFromGlobal(start + by));
+    }
+
+    void thePanelFollowsThePointerAndStaysOnScreen()
+    {
+        FloatingPanelController& panel = m_app->floatingPanel();
+        QVERIFY(panel.show(QStringLiteral("m1"), m_service->origin(), QString()));
+        QQuickWindow* w = panel.window();
+        QVERIFY(QTest::qWaitForWindowExposed(w));
+        const QRect screen = w->screen()->availableGeometry();
+        w->setPosition(screen.topLeft() + QPoint(50, 50));
+        QTRY_COMPARE(w->position(), screen.topLeft() + QPoint(50, 50));
+
+        drag(w, QPoint(60, 20), QPoint(30, 40));
+        QTRY_COMPARE(w->position(), screen.topLeft() + QPoint(80, 90));
+        QCOMPARE(w->size(), FloatingPanelController::kSize);
+
+        // The corner grip resizes; the panel stays where it is.
+        drag(w, QPoint(w->width() - 6, w->height() - 6), QPoint(-40, -30));
+        QTRY_COMPARE(w->size(), FloatingPanelController::kSize - QSize(40, 30));
+        QCOMPARE(w->position(), screen.topLeft() + QPoint(80, 90));
+
+        // Dragged past the top edge, it stays whole on the screen.
+        drag(w, QPoint(60, 20), QPoint(0, -500));
+        QTRY_COMPARE(w->y(), screen.top());
+
+        // Lost off the screens (a monitor went): "Live" brings it back.
+        w->setPosition(screen.right() + 2000, screen.bottom() + 2000);
+        QTRY_VERIFY(!screen.contains(w->geometry()));
+        QVERIFY(panel.show(QStringLiteral("m1"), m_service->origin(), QString()));
+        QTRY_VERIFY(screen.contains(w->geometry()));
+    }
+
     void windowSizeIsRemembered()
     {
-        m_app->mainWindow()->resize(610, 700);
+        m_app->mainWindow()->resize(610, 560);
         m_app.reset(); // saves on the way out
         m_app = std::make_unique<SorvelandrixRecorderApp>();
         QVERIFY(m_app->launch());
-        QCOMPARE(m_app->mainWindow()->size(), QSize(610, 700));
+        QCOMPARE(m_app->mainWindow()->size(), QSize(610, 560));
+
+        // Saved where no screen is now, or larger than the screen (another
+        // scale): whole on a screen again.
+        const QRect screen = m_app->mainWindow()->screen()->availableGeometry();
+        Settings::setValue(
+            SorvelandrixRecorderApp::kGeometryKey,
+            QRect(screen.right() - 100, screen.top() + 300, 1120, screen.height() + 400));
+        m_app.reset();
+        m_app = std::make_unique<SorvelandrixRecorderApp>();
+        QVERIFY(m_app->launch());
+        QVERIFY(screen.contains(m_app->mainWindow()->geometry()));
     }
 };
 
