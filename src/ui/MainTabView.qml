@@ -1,6 +1,7 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
+import Sorvelandrix.Ui
 
 // Signed in: the header with the recording badges and the user menu, the
 // tab bar, and the screen of the chosen tab.
@@ -202,10 +203,23 @@ Item {
                 tint: Theme.red
                 onClicked: {
                     root.showLogout = false
-                    root.auth.logout()
+                    // An upload under way would be cut off: ask first.
+                    if (root.recorder.state.kind === RecordingState.Uploading)
+                        signOutConfirmation.open()
+                    else
+                        root.auth.logout()
                 }
             }
         }
+    }
+
+    ConfirmSheet {
+        id: signOutConfirmation
+        objectName: "signOutConfirmation"
+        title: qsTr("Sign out during the upload?")
+        message: qsTr("The recording is still being uploaded. Signing out stops the upload; the recording stays on this computer so you can retry it after signing in again.")
+        confirmText: qsTr("Sign Out")
+        onConfirmed: root.auth.logout()
     }
 
     PasskeysSheet {

@@ -290,12 +290,13 @@ Item {
                         onClicked: root.screen.saveAndUpload()
                     }
                     Note { text: root.screen.saveHelp }
-                    Button {
+                    SecondaryButton {
                         objectName: "discardButton"
                         Layout.fillWidth: true
                         text: root.screen.discardLabel
-                        palette.buttonText: Theme.red
-                        onClicked: root.screen.discard()
+                        symbol: "trash"
+                        tint: Theme.red
+                        onClicked: discardConfirmation.open()
                     }
                     Note { text: root.screen.discardHelp }
                 }
@@ -357,6 +358,15 @@ Item {
                 }
             }
         }
+    }
+
+    ConfirmSheet {
+        id: discardConfirmation
+        objectName: "discardConfirmation"
+        title: qsTr("Discard this recording?")
+        message: qsTr("The recording is deleted from this computer and cannot be recovered.")
+        confirmText: qsTr("Discard")
+        onConfirmed: root.screen.discard()
     }
 
     ConsentSheet {

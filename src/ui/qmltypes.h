@@ -21,4 +21,11 @@ struct RecorderScreenType {
     QML_UNCREATABLE("built by the application")
 };
 
+// The recorder's states, for comparisons in the views.
+namespace RecordingStateType {
+Q_NAMESPACE
+QML_FOREIGN_NAMESPACE(sorv::RecordingState)
+QML_NAMED_ELEMENT(RecordingState)
+} // namespace RecordingStateType
+
 } // namespace sorv::qml

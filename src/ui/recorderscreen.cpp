@@ -85,7 +85,13 @@ RecorderScreen::RecorderScreen(AudioRecorder& recorder, AuthManager& auth, Parts
 
     // The live transcript speaks with the account's token: it ends with
     // the session (and its lines go with its next start).
-    connect(&auth, &AuthManager::sessionEnded, this, &RecorderScreen::stopLiveTranscript);
+    // An upload is the account's too: it stops, and the file is kept for a
+    // retry after the next sign-in.
+    connect(&auth, &AuthManager::sessionEnded, this, [this] {
+        stopLiveTranscript();
+        if (m_recorder && m_recorder->state().kind() == Kind::Uploading)
+            m_recorder->cancelUpload();
+    });
     connect(m_consent, &RecordingConsent::agreed, this, &RecorderScreen::consentAgreed);
     connect(m_consent, &RecordingConsent::cancelled, this,
             [this] { setShowingConsentSheet(false); });

@@ -378,6 +378,39 @@ private Q_SLOTS:
         QTRY_VERIFY(shown("transcriptPlaceholder"));
         QCOMPARE(item("transcriptPlaceholder")->property("text").toString(),
                  QStringLiteral("Waiting for speech..."));
+
+        // Discard asks first; Cancel keeps the file.
+        press("mainButton");
+        QTRY_VERIFY(shown("pendingSavePage"));
+        const QString wav = m_app->recorder().lastWavPath();
+        press("discardButton");
+        QTRY_VERIFY(shown("discardConfirmation"));
+        press("confirmCancelButton");
+        QTRY_VERIFY(!shown("discardConfirmation"));
+        QVERIFY(QFile::exists(wav));
+        press("discardButton");
+        QTRY_VERIFY(shown("discardConfirmation"));
+        press("confirmButton");
+        QTRY_VERIFY(!QFile::exists(wav));
+        QTRY_VERIFY(shown("mainButton"));
+
+        // Sign Out while an upload runs asks too; agreeing stops the upload.
+        m_service->service().script("POST", QStringLiteral("/api/upload"),
+                                    local::ScriptedAnswer::delayed(std::chrono::seconds(20)));
+        press("mainButton");
+        QTRY_VERIFY(m_app->recorder().isRecording());
+        press("mainButton");
+        QTRY_VERIFY(shown("saveButton"));
+        press("saveButton");
+        QTRY_COMPARE(m_app->recorder().state().kind(), RecordingState::Kind::Uploading);
+        press("userMenuButton");
+        QTRY_VERIFY(shown("signOutButton"));
+        press("signOutButton");
+        QTRY_VERIFY(shown("signOutConfirmation"));
+        QVERIFY(m_app->auth().isLoggedIn());
+        press("confirmButton");
+        QTRY_VERIFY(!m_app->auth().isLoggedIn());
+        QTRY_VERIFY(m_app->recorder().state().kind() != RecordingState::Kind::Uploading);
     }
 
     // From the tray with the window closed: the window comes back with the
