@@ -16,11 +16,20 @@ Popup {
     closePolicy: Popup.CloseOnEscape
     background: Rectangle { radius: 14; color: Theme.card; border.color: Theme.separator }
 
-    contentItem: Flickable {
+    // The text scrolls when the window is short; the buttons stay in view.
+    contentItem: ColumnLayout {
+        spacing: 0
+    Flickable {
+        id: scroller
+        Layout.fillWidth: true
+        Layout.fillHeight: true
         implicitHeight: body.implicitHeight + 40
         contentHeight: body.implicitHeight + 40
         clip: true
         boundsBehavior: Flickable.StopAtBounds
+        ScrollBar.vertical: ScrollBar {
+            policy: scroller.contentHeight > scroller.height ? ScrollBar.AlwaysOn : ScrollBar.AsNeeded
+        }
 
         ColumnLayout {
             id: body
@@ -132,10 +141,14 @@ Popup {
                 onClicked: root.consent.openTerms()
             }
 
+        }
+    }
             RowLayout {
                 Layout.fillWidth: true
+                Layout.margins: 20
+                Layout.topMargin: 12
                 spacing: 10
-                Button {
+                SecondaryButton {
                     objectName: "consentCancelButton"
                     Layout.fillWidth: true
                     implicitHeight: 38
@@ -151,7 +164,6 @@ Popup {
                     onClicked: root.consent.agree()
                 }
             }
-        }
     }
 
     // Return agrees only once the first box is ticked; Escape cancels.

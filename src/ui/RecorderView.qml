@@ -18,12 +18,23 @@ Item {
     Component.onCompleted: if (screen && visible) screen.appear()
     onVisibleChanged: if (screen && visible) screen.appear()
 
+    // What may grow (warnings, the transcript) scrolls; the main button,
+    // the timer and the status stay pinned below it, in the same place
+    // whatever appears above.
     Flickable {
-        anchors.fill: parent
+        id: scroller
+        objectName: "recorderScroller"
+        anchors.left: parent.left
+        anchors.right: parent.right
+        anchors.top: parent.top
+        anchors.bottom: footer.visible ? footer.top : parent.bottom
         contentHeight: column.implicitHeight + 32
         clip: true
         boundsBehavior: Flickable.StopAtBounds
         visible: root.screen !== null
+        ScrollBar.vertical: ScrollBar {
+            policy: scroller.contentHeight > scroller.height ? ScrollBar.AlwaysOn : ScrollBar.AsNeeded
+        }
 
         ColumnLayout {
             id: column
@@ -146,71 +157,6 @@ Item {
                             text: root.screen.refreshDeviceListLabel
                             onClicked: root.screen.refreshMicrophones()
                         }
-                    }
-                }
-
-                // The main button, the time and the status line.
-                ColumnLayout {
-                    Layout.fillWidth: true
-                    Layout.topMargin: 6
-                    spacing: 6
-                    RoundButton {
-                        id: mainButton
-                        objectName: "mainButton"
-                        Layout.alignment: Qt.AlignHCenter
-                        implicitWidth: 84
-                        implicitHeight: 84
-                        enabled: root.screen.mainButtonEnabled
-                        Accessible.name: root.screen.mainButtonAccessibleName
-                        onClicked: root.screen.pressMainButton()
-                        background: Rectangle {
-                            radius: width / 2
-                            color: mainButton.enabled ? (mainButton.down ? "#c92a20" : Theme.red) : "#f0a8a3"
-                            border.color: "#ffffff"
-                            border.width: 4
-                        }
-                        contentItem: Item {
-                            Rectangle {
-                                anchors.centerIn: parent
-                                width: root.screen.mainButtonShowsStop ? 28 : 34
-                                height: width
-                                radius: root.screen.mainButtonShowsStop ? 5 : width / 2
-                                color: "#ffffff"
-                            }
-                        }
-                    }
-                    Label {
-                        objectName: "elapsedText"
-                        Layout.alignment: Qt.AlignHCenter
-                        visible: root.screen.isRecording
-                        text: root.recorder.elapsedText
-                        font.pixelSize: 28
-                        font.family: "monospace"
-                        color: Theme.text
-                    }
-                    Label {
-                        objectName: "statusLine"
-                        Layout.alignment: Qt.AlignHCenter
-                        Layout.fillWidth: true
-                        horizontalAlignment: Text.AlignHCenter
-                        wrapMode: Text.Wrap
-                        text: root.screen.statusText
-                        color: Theme.secondaryText
-                    }
-                    Note {
-                        Layout.alignment: Qt.AlignHCenter
-                        horizontalAlignment: Text.AlignHCenter
-                        text: root.screen.recordingSourceLine
-                        visible: text !== ""
-                    }
-                    Warning {
-                        objectName: "soundServerNotice"
-                        visible: root.screen.soundServer !== RecorderScreen.Answers
-                        good: root.screen.soundServer === RecorderScreen.Resumed
-                        title: !good ? qsTr("Waiting for the sound server")
-                                       : qsTr("The sound server is back — recording resumed")
-                        message: !good ? qsTr("Nothing is recorded until it answers again; the recording goes on by itself then.")
-                                         : ""
                     }
                 }
 
@@ -356,6 +302,87 @@ Item {
                         onClicked: root.screen.startOver()
                     }
                 }
+            }
+        }
+    }
+
+    Rectangle {
+        id: footer
+        objectName: "recorderFooter"
+        visible: root.screen !== null && (root.page === "idle" || root.page === "capturing")
+        anchors.left: parent.left
+        anchors.right: parent.right
+        anchors.bottom: parent.bottom
+        implicitHeight: controls.implicitHeight + 20
+        height: implicitHeight
+        color: Theme.background
+        Rectangle { width: parent.width; height: 1; color: Theme.separator }
+
+        ColumnLayout {
+            id: controls
+            x: 20
+            y: 10
+            width: parent.width - 40
+            spacing: 6
+            Warning {
+                objectName: "soundServerNotice"
+                visible: root.screen.soundServer !== RecorderScreen.Answers
+                good: root.screen.soundServer === RecorderScreen.Resumed
+                title: !good ? qsTr("Waiting for the sound server")
+                               : qsTr("The sound server is back — recording resumed")
+                message: !good ? qsTr("Nothing is recorded until it answers again; the recording goes on by itself then.")
+                                 : ""
+            }
+            Note {
+                Layout.alignment: Qt.AlignHCenter
+                horizontalAlignment: Text.AlignHCenter
+                text: root.screen.recordingSourceLine
+                visible: text !== ""
+            }
+            Label {
+                objectName: "statusLine"
+                Layout.alignment: Qt.AlignHCenter
+                Layout.fillWidth: true
+                horizontalAlignment: Text.AlignHCenter
+                wrapMode: Text.Wrap
+                // One line kept even when empty, for the same reason.
+                text: root.screen.statusText !== "" ? root.screen.statusText : " "
+                color: Theme.secondaryText
+            }
+            RoundButton {
+                id: mainButton
+                objectName: "mainButton"
+                Layout.alignment: Qt.AlignHCenter
+                implicitWidth: 84
+                implicitHeight: 84
+                enabled: root.screen.mainButtonEnabled
+                Accessible.name: root.screen.mainButtonAccessibleName
+                onClicked: root.screen.pressMainButton()
+                background: Rectangle {
+                    radius: width / 2
+                    color: mainButton.enabled ? (mainButton.down ? "#c92a20" : Theme.red) : "#f0a8a3"
+                    border.color: "#ffffff"
+                    border.width: 4
+                }
+                contentItem: Item {
+                    Rectangle {
+                        anchors.centerIn: parent
+                        width: root.screen.mainButtonShowsStop ? 28 : 34
+                        height: width
+                        radius: root.screen.mainButtonShowsStop ? 5 : width / 2
+                        color: "#ffffff"
+                    }
+                }
+            }
+            Label {
+                objectName: "elapsedText"
+                Layout.alignment: Qt.AlignHCenter
+                // Its place is kept while hidden: nothing below the button moves.
+                opacity: root.screen.isRecording ? 1 : 0
+                text: root.recorder.elapsedText
+                font.pixelSize: 28
+                font.family: "monospace"
+                color: Theme.text
             }
         }
     }

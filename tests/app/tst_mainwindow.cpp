@@ -65,6 +65,18 @@ class TestMainWindow : public QObject {
     {
         auto* target = qobject_cast<QQuickItem*>(item(name));
         QVERIFY(target);
+        // Scrolled into view first, as the user would.
+        for (QQuickItem* up = target->parentItem(); up; up = up->parentItem()) {
+            if (!up->inherits("QQuickFlickable"))
+                continue;
+            const QRectF inside = target->mapRectToItem(up, target->boundingRect());
+            const qreal y = up->property("contentY").toReal();
+            if (inside.bottom() > up->height())
+                up->setProperty("contentY", y + inside.bottom() - up->height());
+            else if (inside.top() < 0)
+                up->setProperty("contentY", y + inside.top());
+            break;
+        }
         const QPointF centre =
             target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
         QTest::mouseClick(m_app->mainWindow(), Qt::LeftButton, {}, centre.toPoint());
@@ -83,6 +95,16 @@ class TestMainWindow : public QObject {
     {
         QObject* found = test::findNamed(m_app->mainWindow(), QString::fromLatin1(name));
         return found && found->property("visible").toBool();
+    }
+    // Where the item is in the window, and whether all of it is in view.
+    QRectF sceneRect(const char* name)
+    {
+        auto* target = qobject_cast<QQuickItem*>(item(name));
+        return target ? target->mapRectToScene(target->boundingRect()) : QRectF();
+    }
+    bool inView(const char* name)
+    {
+        return QRectF(QPointF(), m_app->mainWindow()->size()).contains(sceneRect(name));
     }
     bool showsTabs() { return test::findNamed(m_app->mainWindow(), "tabBar") != nullptr; }
 
@@ -360,6 +382,11 @@ private Q_SLOTS:
         press("tab1");
         press("tab0");
         QTRY_VERIFY(shown("consentSheet"));
+        // At the smallest size its buttons are still there to press.
+        QQuickWindow* w = m_app->mainWindow();
+        const QSize size = w->size();
+        w->resize(w->minimumSize());
+        QTRY_VERIFY(inView("agreeButton") && inView("consentCancelButton"));
         Settings::setValue(RecordingConsent::kAcknowledgedKey, true);
         press("consentCancelButton");
         QTRY_VERIFY(!shown("consentSheet"));
@@ -370,10 +397,21 @@ private Q_SLOTS:
         QVERIFY(shown("headphonesHint"));
         press("videoCallButton");
         QVERIFY(shown("headphonesHint"));
+        QTRY_VERIFY(inView("mainButton")); // the smallest window, the longest form
+        w->resize(size);
         press("audioOnlyButton");
         press("mainButton");
         QTRY_VERIFY(m_app->recorder().isRecording());
         QTRY_VERIFY(shown("transcriptToggle"));
+        // Warnings come in above: the button and the timer stay put.
+        const QRectF button = sceneRect("mainButton");
+        m_engine->send(AudioEngineUpdate::systemAudioActive(false));
+        m_engine->send(AudioEngineUpdate::micSilent(true, QStringLiteral("Nothing heard")));
+        m_engine->send(AudioEngineUpdate::soundServer(false));
+        QTRY_VERIFY(shown("micSilentWarning") && shown("soundServerNotice"));
+        QCOMPARE(sceneRect("mainButton"), button);
+        QVERIFY(inView("elapsedText"));
+        m_engine->send(AudioEngineUpdate::soundServer(true));
         press("transcriptToggle");
         QTRY_VERIFY(shown("transcriptPlaceholder"));
         QCOMPARE(item("transcriptPlaceholder")->property("text").toString(),
