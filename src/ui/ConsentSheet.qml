@@ -128,16 +128,14 @@ Popup {
                 onToggled: root.consent.remindEachRecording = checked
             }
 
-            Button {
+            SecondaryButton {
                 objectName: "termsLink"
-                flat: true
+                plain: true
                 leftPadding: 0
                 text: "Read our Recording Consent terms"
                 Accessible.name: text
-                icon.source: "image://symbol/external-link/0a64d8"
-                icon.width: 14
-                icon.height: 14
-                palette.buttonText: Theme.accent
+                symbol: "external-link"
+                tint: Theme.accent
                 onClicked: root.consent.openTerms()
             }
 

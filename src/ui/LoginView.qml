@@ -145,17 +145,14 @@ Item {
                     text: root.auth.loginError
                 }
 
-                Button {
+                SecondaryButton {
                     objectName: "passkeyButton"
                     Layout.fillWidth: true
                     implicitHeight: 36
-                    flat: false
                     enabled: !root.auth.isLoggingIn && root.passkeyOps !== null
                     text: "Sign in with Passkey"
                     Accessible.name: text
-                    icon.source: "image://symbol/person-key/1d1d1f"
-                    icon.width: 16
-                    icon.height: 16
+                    symbol: "person-key"
                     onClicked: root.passkeyOps.loginWithPasskey(root.trimmedEmail)
                 }
             }
@@ -214,10 +211,10 @@ Item {
                     Layout.fillWidth: true
                     text: root.auth.loginError
                 }
-                Button {
+                SecondaryButton {
                     objectName: "differentAccountButton"
                     Layout.alignment: Qt.AlignHCenter
-                    flat: true
+                    plain: true
                     text: "Use a different account"
                     Accessible.name: text
                     onClicked: {

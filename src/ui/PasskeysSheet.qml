@@ -85,7 +85,7 @@ Popup {
                     text: root.passkeys ? root.passkeys.error : ""
                     color: Theme.secondaryText
                 }
-                Button {
+                SecondaryButton {
                     Layout.alignment: Qt.AlignHCenter
                     text: "Retry"
                     onClicked: root.passkeys.reload()
@@ -198,10 +198,10 @@ Popup {
             }
             RowLayout {
                 Layout.alignment: Qt.AlignRight
-                Button { text: "Cancel"; onClicked: root.passkeys.cancelRemove() }
-                Button {
+                SecondaryButton { text: "Cancel"; onClicked: root.passkeys.cancelRemove() }
+                SecondaryButton {
                     text: "Remove"
-                    palette.buttonText: Theme.red
+                    tint: Theme.red
                     onClicked: root.passkeys.confirmRemove()
                 }
             }

@@ -86,7 +86,7 @@ Item {
                             Caption { text: root.screen.captureSourceLabel }
                             RowLayout {
                                 Layout.fillWidth: true
-                                ComboBox {
+                                Picker {
                                     id: sources
                                     objectName: "captureSourcePicker"
                                     Layout.fillWidth: true
@@ -122,8 +122,9 @@ Item {
                                         }
                                     }
                                 }
-                                Button {
+                                SecondaryButton {
                                     objectName: "refreshSourcesButton"
+                                    symbol: "arrow-clockwise"
                                     text: root.screen.refreshLabel
                                     enabled: !root.screen.captureSourcesLoading
                                     onClicked: root.screen.refreshCaptureSources()
@@ -142,7 +143,7 @@ Item {
                         width: parent.width
                         spacing: 8
                         Symbol { name: "mic"; tint: Theme.secondaryText; size: 16 }
-                        ComboBox {
+                        Picker {
                             objectName: "microphonePicker"
                             Layout.fillWidth: true
                             enabled: root.screen.soundServer !== RecorderScreen.Waiting
@@ -152,8 +153,9 @@ Item {
                             onActivated: index => root.screen.selectMicrophone(index)
                             Accessible.name: "Microphone"
                         }
-                        Button {
+                        SecondaryButton {
                             objectName: "refreshMicrophonesButton"
+                            symbol: "arrow-clockwise"
                             text: root.screen.refreshDeviceListLabel
                             onClicked: root.screen.refreshMicrophones()
                         }
@@ -185,13 +187,14 @@ Item {
                     visible: root.screen.systemAudioWarningVisible
                     title: root.screen.systemAudioWarningTitle
                     message: root.screen.systemAudioError
-                    Button {
+                    SecondaryButton {
                         text: root.screen.systemAudioSettingsLabel
                         visible: root.screen.canOpenPrivacySettings
                         onClicked: root.screen.openPrivacySettings()
                     }
-                    Button {
+                    SecondaryButton {
                         objectName: "retrySystemAudioButton"
+                        symbol: "arrow-clockwise"
                         text: root.screen.systemAudioRetryLabel
                         onClicked: root.screen.retrySystemAudio()
                     }
@@ -201,12 +204,12 @@ Item {
                     visible: root.screen.screenAccessWarningVisible
                     title: ""
                     message: root.screen.screenAccessWarning
-                    Button {
+                    SecondaryButton {
                         text: root.screen.openSettingsLabel
                         visible: root.screen.canOpenPrivacySettings
                         onClicked: root.screen.openPrivacySettings()
                     }
-                    Button {
+                    SecondaryButton {
                         text: root.screen.checkAgainLabel
                         onClicked: root.screen.checkScreenAccessAgain()
                     }
@@ -274,7 +277,7 @@ Item {
                         text: root.screen.viewRecordingLabel
                         onClicked: root.screen.viewRecording()
                     }
-                    Button {
+                    SecondaryButton {
                         Layout.fillWidth: true
                         text: root.screen.recordAnotherLabel
                         onClicked: root.screen.recordAnother()
@@ -295,7 +298,7 @@ Item {
                         text: root.screen.retryUploadLabel
                         onClicked: root.screen.retryUpload()
                     }
-                    Button {
+                    SecondaryButton {
                         objectName: "startOverButton"
                         Layout.fillWidth: true
                         text: root.screen.startOverLabel
@@ -313,7 +316,7 @@ Item {
         anchors.left: parent.left
         anchors.right: parent.right
         anchors.bottom: parent.bottom
-        implicitHeight: controls.implicitHeight + 20
+        implicitHeight: controls.implicitHeight + 12 + 18
         height: implicitHeight
         color: Theme.background
         Rectangle { width: parent.width; height: 1; color: Theme.separator }
@@ -321,7 +324,7 @@ Item {
         ColumnLayout {
             id: controls
             x: 20
-            y: 10
+            y: 12
             width: parent.width - 40
             spacing: 6
             Warning {

@@ -8,6 +8,8 @@ Button {
     id: control
     property color tint: Theme.text
     property string symbol: ""
+    // A link-like button: no outline until it has the focus.
+    property bool plain: false
     implicitHeight: 34
     leftPadding: 12
     rightPadding: 12
@@ -38,8 +40,9 @@ Button {
     }
     background: Rectangle {
         radius: 8
-        color: control.down ? Theme.selectedTab : (control.hovered ? Theme.hover : Theme.card)
-        border.color: control.visualFocus ? Theme.focus : Theme.separator
+        color: control.down ? Theme.selectedTab
+                            : (control.hovered ? Theme.hover : (control.plain ? "transparent" : Theme.card))
+        border.color: control.visualFocus ? Theme.focus : (control.plain ? "transparent" : Theme.separator)
         border.width: control.visualFocus ? 2 : 1
     }
 }
