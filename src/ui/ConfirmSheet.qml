@@ -1,6 +1,8 @@
 import QtQuick
 import QtQuick.Controls
+import QtQuick.Window
 import QtQuick.Layouts
+import "FocusCycle.js" as FocusCycle
 
 // Asks before something that cannot be undone. Escape or Cancel keep
 // things as they are; the confirming button says what will happen.
@@ -22,6 +24,9 @@ Popup {
 
     ColumnLayout {
         anchors.fill: parent
+        // Keyboard focus goes round the sheet while it is open.
+        Keys.onTabPressed: event => FocusCycle.move(this, Window.activeFocusItem, true, event)
+        Keys.onBacktabPressed: event => FocusCycle.move(this, Window.activeFocusItem, false, event)
         spacing: Theme.spacing
         Label {
             Layout.fillWidth: true

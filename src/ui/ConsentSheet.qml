@@ -1,6 +1,8 @@
 import QtQuick
 import QtQuick.Controls
+import QtQuick.Window
 import QtQuick.Layouts
+import "FocusCycle.js" as FocusCycle
 
 // The recording-consent check before the first recording (and before every
 // one when the user asks for it). `consent` holds its state and stores the
@@ -9,6 +11,7 @@ Popup {
     id: root
     property var consent: null
     modal: true
+    focus: true
     anchors.centerIn: Overlay.overlay
     width: Math.min(460, parent ? parent.width - 24 : 460)
     height: Math.min(implicitHeight, parent ? parent.height - 24 : implicitHeight)
@@ -19,6 +22,9 @@ Popup {
     // The text scrolls when the window is short; the buttons stay in view.
     contentItem: ColumnLayout {
         spacing: 0
+        // Keyboard focus goes round the sheet while it is open.
+        Keys.onTabPressed: event => FocusCycle.move(this, Window.activeFocusItem, true, event)
+        Keys.onBacktabPressed: event => FocusCycle.move(this, Window.activeFocusItem, false, event)
     Flickable {
         id: scroller
         Layout.fillWidth: true

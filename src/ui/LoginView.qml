@@ -118,15 +118,21 @@ Item {
                         objectName: "showPasswordButton"
                         width: 28
                         height: 28
-                        focusPolicy: Qt.NoFocus
-                        Accessible.name: root.showPassword ? "Hide password" : "Show password"
+                        id: eyeButton
+                        focusPolicy: Qt.StrongFocus
+                        Accessible.name: root.showPassword ? qsTr("Hide password") : qsTr("Show password")
                         onClicked: root.showPassword = !root.showPassword
                         contentItem: Symbol {
                             name: root.showPassword ? "eye-slash" : "eye"
                             tint: Theme.secondaryText
                             size: 16
                         }
-                        background: null
+                        background: Rectangle {
+                            radius: 6
+                            color: "transparent"
+                            border.color: eyeButton.visualFocus ? Theme.focus : "transparent"
+                            border.width: 2
+                        }
                     }
                 }
 

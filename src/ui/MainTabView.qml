@@ -72,6 +72,8 @@ Item {
                     background: Rectangle {
                         radius: 16
                         color: userButton.hovered || root.showLogout ? Theme.selectedTab : "transparent"
+                        border.color: userButton.visualFocus ? Theme.focus : "transparent"
+                        border.width: 2
                     }
                 }
             }
@@ -125,7 +127,9 @@ Item {
                     background: Rectangle {
                         radius: 8
                         color: tabButton.selected ? Theme.selectedTab
-                                                  : (tabButton.hovered ? "#efeff3" : "transparent")
+                                                  : (tabButton.hovered ? Theme.hover : "transparent")
+                        border.color: tabButton.visualFocus ? Theme.focus : "transparent"
+                        border.width: 2
                     }
                 }
             }

@@ -1,6 +1,8 @@
 import QtQuick
 import QtQuick.Controls
+import QtQuick.Window
 import QtQuick.Layouts
+import "FocusCycle.js" as FocusCycle
 
 // The account's passkeys: list, add one for this computer's security key,
 // remove one after confirming.
@@ -9,6 +11,7 @@ Popup {
     property var passkeys: null
     property var passkeyManager: null
     modal: true
+    focus: true
     anchors.centerIn: Overlay.overlay
     width: Math.min(440, parent ? parent.width - 32 : 440)
     height: Math.min(520, parent ? parent.height - 48 : 520)
@@ -21,6 +24,9 @@ Popup {
 
     ColumnLayout {
         anchors.fill: parent
+        // Keyboard focus goes round the sheet while it is open.
+        Keys.onTabPressed: event => FocusCycle.move(this, Window.activeFocusItem, true, event)
+        Keys.onBacktabPressed: event => FocusCycle.move(this, Window.activeFocusItem, false, event)
         anchors.margins: 18
         spacing: Theme.spacing
 
@@ -49,7 +55,7 @@ Popup {
                 Layout.alignment: Qt.AlignTop
                 onClicked: root.close()
                 contentItem: Symbol { name: "xmark-circle"; tint: Theme.tertiaryText; size: 20 }
-                background: null
+                background: Rectangle { radius: 6; color: "transparent"; border.color: parent.visualFocus ? Theme.focus : "transparent"; border.width: 2 }
             }
         }
 
@@ -152,7 +158,7 @@ Popup {
                             Accessible.name: row.removeLabel
                             onClicked: root.passkeys.requestRemove(row.passkeyId)
                             contentItem: Symbol { name: "trash"; tint: Theme.red; size: 16 }
-                            background: null
+                            background: Rectangle { radius: 6; color: "transparent"; border.color: parent.visualFocus ? Theme.focus : "transparent"; border.width: 2 }
                         }
                     }
                 }

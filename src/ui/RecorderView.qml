@@ -364,7 +364,7 @@ Item {
                 background: Rectangle {
                     radius: width / 2
                     color: mainButton.enabled ? (mainButton.down ? "#c92a20" : Theme.red) : "#f0a8a3"
-                    border.color: "#ffffff"
+                    border.color: mainButton.visualFocus ? Theme.focus : "#ffffff"
                     border.width: 4
                 }
                 contentItem: Item {
@@ -458,7 +458,12 @@ Item {
                 Text { text: segment.text; color: segment.selected ? "#ffffff" : Theme.text; font.pixelSize: Theme.bodySize + 1; anchors.verticalCenter: parent.verticalCenter }
             }
         }
-        background: Rectangle { radius: 8; color: segment.selected ? Theme.accent : Theme.selectedTab }
+        background: Rectangle {
+            radius: 8
+            color: segment.selected ? Theme.accent : Theme.selectedTab
+            border.color: segment.visualFocus ? (segment.selected ? "#ffffff" : Theme.focus) : "transparent"
+            border.width: 2
+        }
     }
     component Meter: RowLayout {
         property string label

@@ -1,6 +1,8 @@
 import QtQuick
 import QtQuick.Controls
+import QtQuick.Window
 import QtQuick.Layouts
+import "FocusCycle.js" as FocusCycle
 
 // What an update check found: not available in this build, up to date, a
 // newer version to download, or why the check failed. The updater says
@@ -11,6 +13,7 @@ Popup {
     readonly property var alert: updater ? updater.alert : null
     readonly property var buttons: alert ? alert.buttons : []
     modal: true
+    focus: true
     anchors.centerIn: Overlay.overlay
     width: Math.min(400, parent ? parent.width - 32 : 400)
     padding: 20
@@ -21,6 +24,9 @@ Popup {
 
     ColumnLayout {
         anchors.fill: parent
+        // Keyboard focus goes round the sheet while it is open.
+        Keys.onTabPressed: event => FocusCycle.move(this, Window.activeFocusItem, true, event)
+        Keys.onBacktabPressed: event => FocusCycle.move(this, Window.activeFocusItem, false, event)
         spacing: Theme.spacing
         RowLayout {
             spacing: 10

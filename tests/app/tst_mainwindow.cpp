@@ -106,6 +106,20 @@ class TestMainWindow : public QObject {
     {
         return QRectF(QPointF(), m_app->mainWindow()->size()).contains(sceneRect(name));
     }
+    bool isInside(QQuickItem* focused, const char* name)
+    {
+        QObject* scope = item(name);
+        // A popup's items hang from its own item, a child of the popup.
+        for (QObject* up = focused; up; up = up->parent()) {
+            if (up == scope)
+                return true;
+        }
+        for (QQuickItem* up = focused; up; up = up->parentItem()) {
+            if (up->parent() == scope)
+                return true;
+        }
+        return false;
+    }
     bool showsTabs() { return test::findNamed(m_app->mainWindow(), "tabBar") != nullptr; }
 
 private Q_SLOTS:
@@ -136,6 +150,15 @@ private Q_SLOTS:
 
     void signInButtonNeedsAnAddressAndAPassword()
     {
+        // The show-password eye is reached from the keyboard too.
+        type("passwordField", QStringLiteral("secret"));
+        QTest::keyClick(m_app->mainWindow(), Qt::Key_Tab);
+        QCOMPARE(m_app->mainWindow()->activeFocusItem()->objectName(),
+                 QStringLiteral("showPasswordButton"));
+        QTest::keyClick(m_app->mainWindow(), Qt::Key_Space);
+        QCOMPARE(item("passwordField")->property("echoMode").toInt(), 0); // TextInput.Normal
+        item("passwordField")->setProperty("text", QString());
+
         QVERIFY(!enabled("signInButton"));
         type("emailField", QStringLiteral("   "));
         type("passwordField", QStringLiteral("secret"));
@@ -382,6 +405,14 @@ private Q_SLOTS:
         press("tab1");
         press("tab0");
         QTRY_VERIFY(shown("consentSheet"));
+        // The keyboard stays in the sheet: Tab goes round it, and Space
+        // acts there, never on the tabs behind it.
+        for (int i = 0; i < 12; ++i) {
+            QTest::keyClick(m_app->mainWindow(), Qt::Key_Tab);
+            QVERIFY(isInside(m_app->mainWindow()->activeFocusItem(), "consentSheet"));
+        }
+        QTest::keyClick(m_app->mainWindow(), Qt::Key_Space);
+        QCOMPARE(item("tabContent")->property("currentIndex").toInt(), 0);
         // At the smallest size its buttons are still there to press.
         QQuickWindow* w = m_app->mainWindow();
         const QSize size = w->size();
