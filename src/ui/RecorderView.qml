@@ -479,7 +479,8 @@ Item {
             radius: 4
             color: Theme.selectedTab
             Rectangle {
-                width: parent.width * Math.min(1, Math.max(0, parent.parent.level))
+                // Whole pixels: a change too small to see repaints nothing.
+                width: Math.round(parent.width * Math.min(1, Math.max(0, parent.parent.level)))
                 height: parent.height
                 radius: 4
                 color: parent.parent.level > 0.9 ? Theme.red : Theme.green
