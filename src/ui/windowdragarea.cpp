@@ -3,6 +3,7 @@
 #include "ui/windowplacement.h"
 
 #include <QCursor>
+#include <QGuiApplication>
 #include <QMouseEvent>
 #include <QQuickWindow>
 
@@ -31,10 +32,19 @@ void WindowDragArea::mousePressEvent(QMouseEvent* event)
         event->ignore();
         return;
     }
+    event->accept();
+    // Wayland lets no client place its own windows: the compositor moves
+    // and resizes them, following the pointer itself.
+    if (QGuiApplication::platformName().startsWith(QLatin1String("wayland"))) {
+        if (m_resizes)
+            window()->startSystemResize(Qt::RightEdge | Qt::BottomEdge);
+        else
+            window()->startSystemMove();
+        return;
+    }
     m_dragging = true;
     m_pressGlobal = event->globalPosition();
     m_startGeometry = window()->geometry();
-    event->accept();
 }
 
 void WindowDragArea::mouseMoveEvent(QMouseEvent* event)
