@@ -3,6 +3,7 @@
 #include "core/log.h"
 #include "transcript/livetranscriptmanager.h"
 #include "ui/transcriptlistmodel.h"
+#include "ui/windowplacement.h"
 
 #include <QGuiApplication>
 #include <QQmlComponent>
@@ -10,6 +11,7 @@
 #include <QQuickWindow>
 #include <QScreen>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace sorv {
@@ -43,6 +45,16 @@ bool FloatingPanelController::show(const QString& meetingId, const QString& serv
                                    const QString& token)
 {
     if (m_window) {
+        // A panel lost off the screens comes back to the middle of one.
+        const QList<QRect> screens = availableScreenAreas();
+        const QRect now = m_window->geometry();
+        const bool whole = std::any_of(screens.cbegin(), screens.cend(),
+                                       [&](const QRect& s) { return s.contains(now); });
+        if (!whole && !screens.isEmpty()) {
+            QRect centred(QPoint(), keptOnScreen(now, screens, kMinimumSize).size());
+            centred.moveCenter(screens.first().center());
+            m_window->setGeometry(centred);
+        }
         m_window->show();
         m_window->raise();
         m_window->requestActivate();

@@ -15,6 +15,7 @@
 #include "ui/recorderscreen.h"
 #include "ui/symbolimageprovider.h"
 #include "ui/viewhelpers.h"
+#include "ui/windowplacement.h"
 #include "update/sparkleupdater.h"
 #include <QSystemTrayIcon>
 
@@ -54,6 +55,12 @@ SorvelandrixRecorderApp::SorvelandrixRecorderApp(std::unique_ptr<RecordingEngine
       m_helpers(std::make_unique<ViewHelpers>()), m_updater(std::make_unique<SparkleUpdater>())
 {
     m_updater->setUrlOpener([](const QUrl& url) { return QDesktopServices::openUrl(url); });
+    // The answer to a check is shown where the user looks: the window comes
+    // forward with it, even when the check came from the tray or the panel.
+    connect(m_updater.get(), &SparkleUpdater::alertChanged, this, [this] {
+        if (m_updater->alert().kind() != UpdateAlert::Kind::None)
+            showMainWindow();
+    });
     m_recorderScreen = std::make_unique<RecorderScreen>(*m_recorder, *m_auth);
     m_recorderScreen->setDesktopHooks({[this](const QUrl& url) {
                                            m_helpers->openUrl(url.toString());
@@ -69,10 +76,9 @@ SorvelandrixRecorderApp::SorvelandrixRecorderApp(std::unique_ptr<RecordingEngine
     connect(m_recordingsList.get(), &RecordingsListController::liveTranscriptRequested,
             m_floatingPanel.get(), &FloatingPanelController::show);
     // The panel follows the signed-in account's meeting with its token.
-    connect(m_auth.get(), &AuthManager::isLoggedInChanged, m_floatingPanel.get(), [this] {
-        if (!m_auth->isLoggedIn())
-            m_floatingPanel->close();
-    });
+    connect(m_auth.get(), &AuthManager::sessionEnded, m_floatingPanel.get(),
+            &FloatingPanelController::close);
+    connect(m_auth.get(), &AuthManager::sessionEnded, m_passkeys.get(), &PasskeysModel::clear);
     AppDelegate::Hooks hooks;
     hooks.showMainWindow = [this] { showMainWindow(); };
     hooks.openUrl = [](const QUrl& url) { QDesktopServices::openUrl(url); };
@@ -176,14 +182,9 @@ void SorvelandrixRecorderApp::restoreGeometry()
     const QRect saved = Settings::value(kGeometryKey).toRect();
     if (!saved.isValid())
         return;
-    // Only where a screen still shows it (a monitor may have gone).
-    for (const QScreen* screen : QGuiApplication::screens()) {
-        if (screen->availableGeometry().intersects(saved)) {
-            m_window->setGeometry(saved);
-            return;
-        }
-    }
-    m_window->resize(saved.size());
+    // Whole on a screen that is there now: a monitor may have gone, or the
+    // scale changed since it was saved.
+    m_window->setGeometry(keptOnScreen(saved, availableScreenAreas(), m_window->minimumSize()));
 }
 
 void SorvelandrixRecorderApp::saveGeometry()

@@ -1,6 +1,7 @@
 #include "audiorecorder.h"
 
 #include "audio/audioengine.h"
+#include "audio/audiofilereader.h"
 #include "core/format.h"
 #include "core/log.h"
 #include "core/mainthread.h"
@@ -43,10 +44,7 @@ AudioRecorder::AudioRecorder(std::unique_ptr<RecordingEngine> engine, QObject* p
     qRegisterMetaType<RecordingState>();
     qRegisterMetaType<InputDevice>();
     m_clock.setInterval(kClockIntervalMs);
-    connect(&m_clock, &QTimer::timeout, this, [this] {
-        if (m_startTime.isValid())
-            setElapsed(static_cast<double>(m_startTime.nsecsElapsed()) / 1e9);
-    });
+    connect(&m_clock, &QTimer::timeout, this, [this] { setElapsed(recordedSeconds()); });
     // X11 lets every client capture: the probe answers at once.
     m_screenProbe = [](const std::function<void(ProbeResult)>& done) {
         done(screenCapturePreflight() ? ProbeResult::Allowed : ProbeResult::Failed);
@@ -125,7 +123,46 @@ void AudioRecorder::setMicSilent(bool v)
 
 void AudioRecorder::setSoundServerLost(bool v)
 {
-    setAndNotify(this, m_soundServerLost, v, &AudioRecorder::soundServerLostChanged);
+    if (v == m_soundServerLost)
+        return;
+    // The file takes nothing while the sound server is away: neither does
+    // the clock, and the meters show the silence.
+    if (v) {
+        m_waitStart.start();
+        setMicLevel(0.0f);
+        setSystemLevel(0.0f);
+    } else if (m_waitStart.isValid()) {
+        m_waitedNs += m_waitStart.nsecsElapsed();
+        m_waitStart.invalidate();
+    }
+    m_soundServerLost = v;
+    Q_EMIT soundServerLostChanged();
+}
+
+void AudioRecorder::startClock()
+{
+    m_waitedNs = 0;
+    m_waitStart.invalidate();
+    m_startTime.start();
+    m_clock.start();
+}
+
+double AudioRecorder::recordedSeconds() const
+{
+    if (!m_startTime.isValid())
+        return m_elapsed;
+    qint64 ns = m_startTime.nsecsElapsed() - m_waitedNs;
+    if (m_waitStart.isValid())
+        ns -= m_waitStart.nsecsElapsed();
+    return static_cast<double>(std::max<qint64>(ns, 0)) / 1e9;
+}
+
+void AudioRecorder::showFileDuration()
+{
+    // The file is the truth: the clock cannot see a capture that stalled.
+    AudioFileReader file;
+    if (!m_lastWavPath.isEmpty() && file.open(m_lastWavPath) && file.sampleRate() > 0)
+        setElapsed(static_cast<double>(file.frames()) / file.sampleRate());
 }
 
 void AudioRecorder::setSignInRequired(bool v)
@@ -227,6 +264,8 @@ void AudioRecorder::requestStartRecording(bool recordVideo,
             // Only a recording that shows the screen needs screen capture;
             // system audio needs no such permission on Linux.
             if (!recordVideo) {
+                // An earlier video recording's advice is not about this one.
+                setScreenAccessWarning(QString());
                 startEngine(session);
                 return;
             }
@@ -377,9 +416,8 @@ void AudioRecorder::startEngine(std::uint64_t session)
                     startVideo(session, wav, mp4, mp4Lock);
                     return;
                 }
-                m_startTime.start();
+                startClock();
                 setState(RecordingState::recording());
-                m_clock.start();
                 refreshInputDevices();
             });
         });
@@ -410,9 +448,8 @@ void AudioRecorder::startVideo(std::uint64_t session, const QString& wav, const 
             setIsVideoMode(true);
             m_videoAudioSink = video->audioSink();
             rewireMixedBuffers();
-            m_startTime.start();
+            startClock();
             setState(RecordingState::recording());
-            m_clock.start();
             refreshInputDevices();
         },
         mp4Lock);
@@ -529,6 +566,7 @@ void AudioRecorder::stopRecording()
     stopCapture([this, session](const QString& videoError) {
         if (session != m_session || m_state.kind() != RecordingState::Kind::Stopping)
             return;
+        showFileDuration();
         setState(videoError.isNull() ? RecordingState::pendingSave()
                                      : RecordingState::error(kVideoStopFailed + videoError));
     });

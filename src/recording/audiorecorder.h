@@ -190,6 +190,11 @@ private:
     void setMicSilent(bool v);
     void setMicSilentMessage(const QString& v);
     void setSoundServerLost(bool v);
+    void startClock();
+    // Wall time since the start, less the time spent waiting for the sound
+    // server.
+    double recordedSeconds() const;
+    void showFileDuration();
     void setSignInRequired(bool v);
     void setPaths(const QString& output, const QString& wav, const QString& video);
     void setFailedUploadPath(const QString& path);
@@ -273,6 +278,8 @@ private:
 
     QTimer m_clock;
     QElapsedTimer m_startTime;
+    QElapsedTimer m_waitStart; // valid while the sound server is away
+    qint64 m_waitedNs = 0;
     // Bumped whenever a session starts or is abandoned, so that answers for
     // an earlier session are recognised and ignored.
     std::uint64_t m_session = 0;

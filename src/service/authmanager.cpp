@@ -158,7 +158,13 @@ void AuthManager::later(const QObject* context, std::function<void()> fn) const
 
 void AuthManager::setIsLoggedIn(bool value)
 {
-    setAndNotify(this, m_isLoggedIn, value, &AuthManager::isLoggedInChanged);
+    if (value == m_isLoggedIn)
+        return;
+    ++m_sessionGeneration;
+    m_isLoggedIn = value;
+    Q_EMIT isLoggedInChanged();
+    if (!value)
+        Q_EMIT sessionEnded();
 }
 
 void AuthManager::setUserName(const QString& value)
@@ -634,7 +640,13 @@ void AuthManager::sendRecordingsRequest(const QUrl& url, bool isRetry, const QOb
                 return;
             }
             if (answer.isHttp && answer.status == 401 && !isRetry) {
-                refreshAccessToken(guard, [this, url, guard, done](bool refreshed) {
+                const quint64 session = m_sessionGeneration;
+                refreshAccessToken(guard, [this, url, guard, done, session](bool refreshed) {
+                    // Another account's token must not fetch for this one.
+                    if (session != m_sessionGeneration) {
+                        done({{}, QStringLiteral("Signed out")});
+                        return;
+                    }
                     if (refreshed) {
                         sendRecordingsRequest(url, true, guard, done);
                         return;

@@ -100,6 +100,10 @@ public:
     QString sessionOriginElsewhere() const;
     // "Not signed in to ORIGIN (…)" for that case.
     QString notSignedInHereMessage() const;
+    // Changes whenever a session begins or ends. Work started under one
+    // session compares it before using an answer, so that one account's
+    // results never reach the next account's screens or requests.
+    quint64 sessionGeneration() const { return m_sessionGeneration; }
     // Created (upper-case UUID) and stored on first use.
     QString deviceId();
 
@@ -159,6 +163,8 @@ Q_SIGNALS:
     void pendingMfaChallengeIdChanged();
     void pendingMfaMaskedEmailChanged();
     void sessionValidated();
+    // Signed out, expired or refused: everything of the account goes.
+    void sessionEnded();
     // `message` says why when not confirmed.
     void sessionConfirmed(bool confirmed, const QString& message);
     void detachedRequestsFinished();
@@ -197,6 +203,7 @@ private:
     std::unique_ptr<RecordingsModel> m_recordings;
 
     bool m_isLoggedIn = false;
+    quint64 m_sessionGeneration = 0;
     QString m_userName;
     QString m_userEmail;
     bool m_isLoggingIn = false;

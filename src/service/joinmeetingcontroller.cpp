@@ -2,6 +2,7 @@
 
 #include "core/notify.h"
 #include "service/apiclient.h"
+#include "service/authmanager.h"
 
 #include <QPointer>
 #include <QVariantMap>
@@ -14,7 +15,15 @@ JoinMeetingController::JoinMeetingController(AuthManager& auth, QObject* parent)
 
 JoinMeetingController::JoinMeetingController(AuthManager& auth, DelayedCall after, QObject* parent)
     : QObject(parent), m_auth(auth), m_after(std::move(after))
-{}
+{
+    // The next account starts with an empty form.
+    connect(&auth, &AuthManager::sessionEnded, this, [this] {
+        setMeetingUrl(QString());
+        setErrorMessage(QString());
+        setSucceeded(false);
+        setJoining(false);
+    });
+}
 
 JoinMeetingController::~JoinMeetingController() = default;
 
@@ -52,24 +61,28 @@ void JoinMeetingController::join()
     setErrorMessage(QString());
     setSucceeded(false);
     setJoining(true);
-    APIClient(m_auth).joinMeeting(link, kBotName, this, [this](const ApiResult<Meeting>& result) {
-        if (!result.ok()) {
-            setErrorMessage(result.error().description());
-            setJoining(false);
-            return;
-        }
-        setSucceeded(true);
-        setMeetingUrl(QString());
-        Q_EMIT joined(result.value().id);
-        m_after(kSwitchDelay, [self = QPointer<JoinMeetingController>(this)] {
-            if (!self)
+    const quint64 session = m_auth.sessionGeneration();
+    APIClient(m_auth).joinMeeting(
+        link, kBotName, this, [this, session](const ApiResult<Meeting>& result) {
+            if (session != m_auth.sessionGeneration())
                 return;
-            Q_EMIT self->switchToRecordings();
-            // Back on this tab later, the form is ready for the next link.
-            self->setSucceeded(false);
-            self->setJoining(false);
+            if (!result.ok()) {
+                setErrorMessage(result.error().description());
+                setJoining(false);
+                return;
+            }
+            setSucceeded(true);
+            setMeetingUrl(QString());
+            Q_EMIT joined(result.value().id);
+            m_after(kSwitchDelay, [self = QPointer<JoinMeetingController>(this), session] {
+                if (!self || session != self->m_auth.sessionGeneration())
+                    return;
+                Q_EMIT self->switchToRecordings();
+                // Back on this tab later, the form is ready for the next link.
+                self->setSucceeded(false);
+                self->setJoining(false);
+            });
         });
-    });
 }
 
 void JoinMeetingController::setJoining(bool joining)

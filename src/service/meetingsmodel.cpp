@@ -119,13 +119,18 @@ void MeetingsModel::showRows()
 void MeetingsModel::refresh()
 {
     setLoading(true);
-    APIClient(m_auth).fetchMeetingsResult(this, [this](const ApiResult<QList<Meeting>>& result) {
-        m_all = result.ok() ? result.value() : QList<Meeting>();
-        showRows();
-        setError(result.ok() ? QString() : result.error().description());
-        setLoading(false);
-        Q_EMIT refreshed();
-    });
+    const quint64 load = ++m_load;
+    const quint64 session = m_auth.sessionGeneration();
+    APIClient(m_auth).fetchMeetingsResult(
+        this, [this, load, session](const ApiResult<QList<Meeting>>& result) {
+            if (load != m_load || session != m_auth.sessionGeneration())
+                return;
+            m_all = result.ok() ? result.value() : QList<Meeting>();
+            showRows();
+            setError(result.ok() ? QString() : result.error().description());
+            setLoading(false);
+            Q_EMIT refreshed();
+        });
 }
 
 void MeetingsModel::stop(const QString& id)
@@ -134,12 +139,27 @@ void MeetingsModel::stop(const QString& id)
         return;
     setStoppingId(id);
     setAndNotify(this, m_stopError, QString(), &MeetingsModel::stopErrorChanged);
-    APIClient(m_auth).stopMeeting(id, this, [this, id](const std::optional<APIError>& error) {
-        setStoppingId(QString());
-        const QString text = error ? error->description() : QString();
-        setAndNotify(this, m_stopError, text, &MeetingsModel::stopErrorChanged);
-        Q_EMIT stopFinished(id, text);
-    });
+    const quint64 session = m_auth.sessionGeneration();
+    APIClient(m_auth).stopMeeting(
+        id, this, [this, id, session](const std::optional<APIError>& error) {
+            if (session != m_auth.sessionGeneration())
+                return;
+            setStoppingId(QString());
+            const QString text = error ? error->description() : QString();
+            setAndNotify(this, m_stopError, text, &MeetingsModel::stopErrorChanged);
+            Q_EMIT stopFinished(id, text);
+        });
+}
+
+void MeetingsModel::clear()
+{
+    ++m_load;
+    m_all.clear();
+    showRows();
+    setStoppingId(QString());
+    setAndNotify(this, m_stopError, QString(), &MeetingsModel::stopErrorChanged);
+    setError({});
+    setLoading(false);
 }
 
 void MeetingsModel::updateAges()

@@ -71,6 +71,9 @@ public Q_SLOTS:
     void stop(const QString& id);
     // The ages again, as time has passed.
     void updateAges();
+    // No rows, no error, no stop under way (the session ended); answers
+    // to requests sent before are dropped.
+    void clear();
 
 Q_SIGNALS:
     void refreshed();
@@ -93,6 +96,7 @@ private:
     QString m_stopError;
     std::function<QDateTime()> m_now;
     QTimer m_ageTimer;
+    quint64 m_load = 0; // the list request whose answer is awaited
 };
 
 } // namespace sorv

@@ -2,6 +2,7 @@
 
 #include <QHash>
 #include <QLocale>
+#include <QRegularExpression>
 #include <QTimeZone>
 
 #include <algorithm>
@@ -24,16 +25,25 @@ QString formatRecordingDate(const std::optional<QString>& createdAt)
     if (!createdAt)
         return QStringLiteral("--");
     const QString& text = *createdAt;
-    // Without a zone first (the service's usual form), then with one.
-    QDateTime when = QDateTime::fromString(text, QStringLiteral("yyyy-MM-dd'T'HH:mm:ss.zzz"));
-    if (!when.isValid())
-        when = QDateTime::fromString(text, QStringLiteral("yyyy-MM-dd'T'HH:mm:ss"));
-    if (!when.isValid() && text.contains(QLatin1Char('T')))
-        when = QDateTime::fromString(text, Qt::ISODateWithMs);
+    // Whole seconds only: without a zone (the service's usual form, in UTC)
+    // or with one. Anything else (fractions of a second, other forms) is
+    // shown as its first 10 characters.
+    static const QRegularExpression form(
+        QStringLiteral("^\\d{4}-\\d{2}-\\d{2}T\\d{2}:\\d{2}:\\d{2}(Z|[+-]\\d{2}:\\d{2})?$"));
+    QDateTime when;
+    if (const QRegularExpressionMatch match = form.match(text); match.hasMatch()) {
+        when = QDateTime::fromString(text, Qt::ISODate);
+        if (match.capturedLength(1) == 0) {
+            when = QDateTime(QDate::fromString(text.left(10), QStringLiteral("yyyy-MM-dd")),
+                             QTime::fromString(text.mid(11), QStringLiteral("HH:mm:ss")),
+                             QTimeZone::utc());
+        }
+    }
     if (!when.isValid())
         return text.left(10);
-    // Month names in English, as the rest of the interface.
-    return QLocale::c().toString(when.date(), QStringLiteral("d MMM"));
+    // The day it was where the user is; month names in English, as the
+    // rest of the interface.
+    return QLocale::c().toString(when.toLocalTime().date(), QStringLiteral("d MMM"));
 }
 
 QString formatRelativeAge(const std::optional<QString>& createdAt, const QDateTime& now)

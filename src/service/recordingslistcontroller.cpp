@@ -4,6 +4,7 @@
 #include "core/settings.h"
 #include "service/authmanager.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace sorv {
@@ -19,6 +20,25 @@ RecordingsListController::RecordingsListController(AuthManager& auth, QObject* p
             &RecordingsListController::hasActiveBotsChanged);
     connect(m_meetings.get(), &MeetingsModel::stopFinished, this,
             &RecordingsListController::refresh);
+    connect(&auth, &AuthManager::sessionEnded, this, &RecordingsListController::forgetAccount);
+}
+
+void RecordingsListController::forgetAccount()
+{
+    m_recordings.clear();
+    m_meetings->clear();
+    m_refreshAgain = false;
+    if (std::exchange(m_loading, false))
+        Q_EMIT refreshingChanged();
+    setAndNotify(this, m_loadError, QString(), &RecordingsListController::loadErrorChanged);
+    setState(State::Loading);
+}
+
+bool RecordingsListController::isListed(const QString& meetingId) const
+{
+    const QList<Meeting>& listed = m_meetings->items();
+    return std::any_of(listed.cbegin(), listed.cend(),
+                       [&](const Meeting& m) { return m.id == meetingId; });
 }
 
 void RecordingsListController::refresh()
@@ -37,13 +57,18 @@ void RecordingsListController::refresh()
     m_meetings->refresh();
 }
 
+// Only bots of the list on screen: a row left over from another account
+// must not send its id with this account's token.
 void RecordingsListController::stopMeeting(const QString& meetingId)
 {
-    m_meetings->stop(meetingId);
+    if (isListed(meetingId))
+        m_meetings->stop(meetingId);
 }
 
 void RecordingsListController::showLiveTranscript(const QString& meetingId)
 {
+    if (!isListed(meetingId))
+        return;
     Q_EMIT liveTranscriptRequested(meetingId, Settings::serverOrigin(), m_auth.accessToken());
 }
 

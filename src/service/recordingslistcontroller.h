@@ -65,6 +65,10 @@ private:
     void listIn(bool recordings);
     void settle();
     void setState(State state);
+    // Signed out: nothing of the account stays, and nothing sent for it
+    // comes back.
+    void forgetAccount();
+    bool isListed(const QString& meetingId) const;
 
     AuthManager& m_auth;
     RecordingsModel& m_recordings;

@@ -98,12 +98,24 @@ void RecordingsModel::setRecordings(const QList<Recording>& recordings)
 void RecordingsModel::refresh()
 {
     setLoading(true);
-    m_auth.fetchRecordings(this, [this](const RecordingsFetchResult& result) {
+    const quint64 load = ++m_load;
+    const quint64 session = m_auth.sessionGeneration();
+    m_auth.fetchRecordings(this, [this, load, session](const RecordingsFetchResult& result) {
+        if (load != m_load || session != m_auth.sessionGeneration())
+            return;
         setRecordings(result.recordings);
         setError(result.error.value_or(QString()));
         setLoading(false);
         Q_EMIT refreshed();
     });
+}
+
+void RecordingsModel::clear()
+{
+    ++m_load;
+    setRecordings({});
+    setError({});
+    setLoading(false);
 }
 
 } // namespace sorv

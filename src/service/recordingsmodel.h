@@ -48,8 +48,11 @@ public:
     const QList<Recording>& items() const { return m_items; }
 
 public Q_SLOTS:
-    // Fetches the list again; `loading` is true until it is in.
+    // Fetches the list again; `loading` is true until it is in. An answer
+    // that comes back after the session changed is dropped.
     void refresh();
+    // No rows, no error, nothing loading (the session ended).
+    void clear();
 
 Q_SIGNALS:
     void refreshed();
@@ -60,6 +63,7 @@ private:
     AuthManager& m_auth;
     QList<Recording> m_items;
     QList<RecordingPlace> m_places; // beside m_items, row for row
+    quint64 m_load = 0;             // the load whose answer is awaited
 };
 
 } // namespace sorv

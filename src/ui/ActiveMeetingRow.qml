@@ -67,13 +67,11 @@ Rectangle {
                 font.pixelSize: Theme.captionSize + 1
             }
         }
-        Button {
+        SecondaryButton {
             objectName: "liveButton"
             text: "Live"
-            highlighted: root.following
-            icon.source: "image://symbol/text-bubble/" + Theme.orange.toString().substring(1)
-            icon.color: Theme.orange
-            palette.buttonText: Theme.orange
+            symbol: "text-bubble"
+            tint: Theme.orange
             ToolTip.text: "View live transcript"
             ToolTip.visible: hovered
             ToolTip.delay: 500
@@ -87,14 +85,13 @@ Rectangle {
             implicitWidth: 24
             implicitHeight: 24
         }
-        Button {
+        SecondaryButton {
             objectName: "stopButton"
             visible: !root.isStopping
             enabled: root.stopEnabled
             text: "Stop"
-            icon.source: "image://symbol/stop-fill/" + Theme.red.toString().substring(1)
-            icon.color: Theme.red
-            palette.buttonText: Theme.red
+            symbol: "stop-fill"
+            tint: Theme.red
             ToolTip.text: "Stop meeting bot"
             ToolTip.visible: hovered
             ToolTip.delay: 500

@@ -1,6 +1,8 @@
 import QtQuick
 import QtQuick.Controls
+import QtQuick.Window
 import QtQuick.Layouts
+import "FocusCycle.js" as FocusCycle
 
 // The recording-consent check before the first recording (and before every
 // one when the user asks for it). `consent` holds its state and stores the
@@ -9,6 +11,7 @@ Popup {
     id: root
     property var consent: null
     modal: true
+    focus: true
     anchors.centerIn: Overlay.overlay
     width: Math.min(460, parent ? parent.width - 24 : 460)
     height: Math.min(implicitHeight, parent ? parent.height - 24 : implicitHeight)
@@ -16,11 +19,23 @@ Popup {
     closePolicy: Popup.CloseOnEscape
     background: Rectangle { radius: 14; color: Theme.card; border.color: Theme.separator }
 
-    contentItem: Flickable {
+    // The text scrolls when the window is short; the buttons stay in view.
+    contentItem: ColumnLayout {
+        spacing: 0
+        // Keyboard focus goes round the sheet while it is open.
+        Keys.onTabPressed: event => FocusCycle.move(this, Window.activeFocusItem, true, event)
+        Keys.onBacktabPressed: event => FocusCycle.move(this, Window.activeFocusItem, false, event)
+    Flickable {
+        id: scroller
+        Layout.fillWidth: true
+        Layout.fillHeight: true
         implicitHeight: body.implicitHeight + 40
         contentHeight: body.implicitHeight + 40
         clip: true
         boundsBehavior: Flickable.StopAtBounds
+        ScrollBar.vertical: ScrollBar {
+            policy: scroller.contentHeight > scroller.height ? ScrollBar.AlwaysOn : ScrollBar.AsNeeded
+        }
 
         ColumnLayout {
             id: body
@@ -58,18 +73,26 @@ Popup {
                 text: root.consent ? root.consent.introduction : ""
             }
 
-            Repeater {
-                model: root.consent ? root.consent.obligations : []
-                delegate: RowLayout {
-                    required property string modelData
-                    Layout.fillWidth: true
-                    spacing: 8
-                    Label { text: "•"; color: Theme.text; Layout.alignment: Qt.AlignTop }
-                    Label {
-                        Layout.fillWidth: true
-                        wrapMode: Text.Wrap
-                        color: Theme.text
-                        text: modelData
+            // A positioner, not the layout: the list changes with the mode
+            // while the sheet is closed, and a layout that loses children
+            // then is arranged over the deleted ones on the next resize.
+            Column {
+                id: obligations
+                Layout.fillWidth: true
+                spacing: Theme.spacing
+                Repeater {
+                    model: root.consent ? root.consent.obligations : []
+                    delegate: Row {
+                        required property string modelData
+                        width: obligations.width
+                        spacing: 8
+                        Label { id: bullet; text: "•"; color: Theme.text }
+                        Label {
+                            width: parent.width - bullet.width - parent.spacing
+                            wrapMode: Text.Wrap
+                            color: Theme.text
+                            text: modelData
+                        }
                     }
                 }
             }
@@ -111,23 +134,25 @@ Popup {
                 onToggled: root.consent.remindEachRecording = checked
             }
 
-            Button {
+            SecondaryButton {
                 objectName: "termsLink"
-                flat: true
+                plain: true
                 leftPadding: 0
                 text: "Read our Recording Consent terms"
                 Accessible.name: text
-                icon.source: "image://symbol/external-link/0a64d8"
-                icon.width: 14
-                icon.height: 14
-                palette.buttonText: Theme.accent
+                symbol: "external-link"
+                tint: Theme.accent
                 onClicked: root.consent.openTerms()
             }
 
+        }
+    }
             RowLayout {
                 Layout.fillWidth: true
+                Layout.margins: 20
+                Layout.topMargin: 12
                 spacing: 10
-                Button {
+                SecondaryButton {
                     objectName: "consentCancelButton"
                     Layout.fillWidth: true
                     implicitHeight: 38
@@ -143,7 +168,6 @@ Popup {
                     onClicked: root.consent.agree()
                 }
             }
-        }
     }
 
     // Return agrees only once the first box is ticked; Escape cancels.

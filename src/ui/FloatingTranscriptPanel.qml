@@ -1,6 +1,7 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Window
+import Sorvelandrix.Ui
 
 // The floating live-transcript panel: a frameless window above the others
 // that the user moves by its background and resizes from its corner. Its
@@ -17,6 +18,13 @@ Window {
     width: 340
     height: 420
 
+    // Moved by its background: the area lies under the view, so the
+    // buttons and the list keep their own presses.
+    WindowDragArea {
+        objectName: "moveArea"
+        anchors.fill: parent
+    }
+
     FloatingTranscriptView {
         anchors.fill: parent
         manager: window.manager
@@ -24,16 +32,10 @@ Window {
         onCloseRequested: window.closeRequested()
     }
 
-    // Moved by its background.
-    DragHandler {
-        target: null
-        grabPermissions: PointerHandler.TakeOverForbidden
-        onActiveChanged: if (active) window.startSystemMove()
-    }
-
     // Resized from the bottom-right corner.
-    Item {
+    WindowDragArea {
         objectName: "resizeGrip"
+        resizes: true
         width: 16
         height: 16
         anchors.right: parent.right
@@ -51,11 +53,6 @@ Window {
                     ctx.stroke()
                 }
             }
-        }
-        HoverHandler { cursorShape: Qt.SizeFDiagCursor }
-        DragHandler {
-            target: null
-            onActiveChanged: if (active) window.startSystemResize(Qt.RightEdge | Qt.BottomEdge)
         }
     }
 }

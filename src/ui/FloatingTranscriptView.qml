@@ -65,7 +65,7 @@ Rectangle {
                 ToolTip.delay: 500
                 onClicked: root.closeRequested()
                 contentItem: Symbol { name: "xmark-circle"; tint: Theme.tertiaryText; size: 18 }
-                background: Item {}
+                background: Rectangle { radius: 6; color: "transparent"; border.color: parent.visualFocus ? Theme.focus : "transparent"; border.width: 2 }
             }
         }
         Rectangle { Layout.fillWidth: true; implicitHeight: 1; color: Theme.separator }

@@ -118,15 +118,21 @@ Item {
                         objectName: "showPasswordButton"
                         width: 28
                         height: 28
-                        focusPolicy: Qt.NoFocus
-                        Accessible.name: root.showPassword ? "Hide password" : "Show password"
+                        id: eyeButton
+                        focusPolicy: Qt.StrongFocus
+                        Accessible.name: root.showPassword ? qsTr("Hide password") : qsTr("Show password")
                         onClicked: root.showPassword = !root.showPassword
                         contentItem: Symbol {
                             name: root.showPassword ? "eye-slash" : "eye"
                             tint: Theme.secondaryText
                             size: 16
                         }
-                        background: null
+                        background: Rectangle {
+                            radius: 6
+                            color: "transparent"
+                            border.color: eyeButton.visualFocus ? Theme.focus : "transparent"
+                            border.width: 2
+                        }
                     }
                 }
 
@@ -145,17 +151,14 @@ Item {
                     text: root.auth.loginError
                 }
 
-                Button {
+                SecondaryButton {
                     objectName: "passkeyButton"
                     Layout.fillWidth: true
                     implicitHeight: 36
-                    flat: false
                     enabled: !root.auth.isLoggingIn && root.passkeyOps !== null
                     text: "Sign in with Passkey"
                     Accessible.name: text
-                    icon.source: "image://symbol/person-key/1d1d1f"
-                    icon.width: 16
-                    icon.height: 16
+                    symbol: "person-key"
                     onClicked: root.passkeyOps.loginWithPasskey(root.trimmedEmail)
                 }
             }
@@ -214,10 +217,10 @@ Item {
                     Layout.fillWidth: true
                     text: root.auth.loginError
                 }
-                Button {
+                SecondaryButton {
                     objectName: "differentAccountButton"
                     Layout.alignment: Qt.AlignHCenter
-                    flat: true
+                    plain: true
                     text: "Use a different account"
                     Accessible.name: text
                     onClicked: {

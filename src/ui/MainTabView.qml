@@ -1,6 +1,7 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
+import Sorvelandrix.Ui
 
 // Signed in: the header with the recording badges and the user menu, the
 // tab bar, and the screen of the chosen tab.
@@ -71,6 +72,8 @@ Item {
                     background: Rectangle {
                         radius: 16
                         color: userButton.hovered || root.showLogout ? Theme.selectedTab : "transparent"
+                        border.color: userButton.visualFocus ? Theme.focus : "transparent"
+                        border.width: 2
                     }
                 }
             }
@@ -124,7 +127,9 @@ Item {
                     background: Rectangle {
                         radius: 8
                         color: tabButton.selected ? Theme.selectedTab
-                                                  : (tabButton.hovered ? "#efeff3" : "transparent")
+                                                  : (tabButton.hovered ? Theme.hover : "transparent")
+                        border.color: tabButton.visualFocus ? Theme.focus : "transparent"
+                        border.width: 2
                     }
                 }
             }
@@ -160,13 +165,17 @@ Item {
     }
 
     // The user menu.
+    // Hangs from its button, so that a press on the button is not "outside"
+    // and the button's click closes it instead of opening it again.
     Popup {
         id: userMenu
         objectName: "userMenu"
+        parent: userButton
+        closePolicy: Popup.CloseOnEscape | Popup.CloseOnPressOutsideParent
         visible: root.showLogout
         onClosed: root.showLogout = false
-        x: root.width - width - 10
-        y: 48
+        x: userButton.width - width
+        y: userButton.height + 4
         width: 240
         padding: 6
         background: Rectangle { radius: 10; color: Theme.card; border.color: Theme.separator }
@@ -198,10 +207,23 @@ Item {
                 tint: Theme.red
                 onClicked: {
                     root.showLogout = false
-                    root.auth.logout()
+                    // An upload under way would be cut off: ask first.
+                    if (root.recorder.state.kind === RecordingState.Uploading)
+                        signOutConfirmation.open()
+                    else
+                        root.auth.logout()
                 }
             }
         }
+    }
+
+    ConfirmSheet {
+        id: signOutConfirmation
+        objectName: "signOutConfirmation"
+        title: qsTr("Sign out during the upload?")
+        message: qsTr("The recording is still being uploaded. Signing out stops the upload; the recording stays on this computer so you can retry it after signing in again.")
+        confirmText: qsTr("Sign Out")
+        onConfirmed: root.auth.logout()
     }
 
     PasskeysSheet {

@@ -66,14 +66,13 @@ Item {
             RowLayout {
                 Layout.alignment: Qt.AlignRight
                 spacing: 8
-                Button {
+                SecondaryButton {
                     text: "Cancel"
                     onClicked: pinDialog.close()
                 }
-                Button {
+                SecondaryButton {
                     id: ok
                     text: "Continue"
-                    highlighted: true
                     enabled: pin.text !== ""
                     onClicked: {
                         const value = pin.text
@@ -114,7 +113,7 @@ Item {
                 color: Theme.text
             }
             BusyIndicator { Layout.alignment: Qt.AlignHCenter; running: touchPrompt.visible }
-            Button {
+            SecondaryButton {
                 Layout.alignment: Qt.AlignHCenter
                 text: "Cancel"
                 onClicked: root.passkeyManager.cancel()

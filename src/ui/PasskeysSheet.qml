@@ -1,6 +1,8 @@
 import QtQuick
 import QtQuick.Controls
+import QtQuick.Window
 import QtQuick.Layouts
+import "FocusCycle.js" as FocusCycle
 
 // The account's passkeys: list, add one for this computer's security key,
 // remove one after confirming.
@@ -9,16 +11,22 @@ Popup {
     property var passkeys: null
     property var passkeyManager: null
     modal: true
+    focus: true
     anchors.centerIn: Overlay.overlay
     width: Math.min(440, parent ? parent.width - 32 : 440)
     height: Math.min(520, parent ? parent.height - 48 : 520)
     padding: 0
     closePolicy: Popup.CloseOnEscape
     onOpened: if (passkeys) passkeys.reload()
+    // Closing discards what it showed: the next opening loads afresh.
+    onClosed: if (passkeys) passkeys.clear()
     background: Rectangle { radius: 12; color: Theme.background; border.color: Theme.separator }
 
     ColumnLayout {
         anchors.fill: parent
+        // Keyboard focus goes round the sheet while it is open.
+        Keys.onTabPressed: event => FocusCycle.move(this, Window.activeFocusItem, true, event)
+        Keys.onBacktabPressed: event => FocusCycle.move(this, Window.activeFocusItem, false, event)
         anchors.margins: 18
         spacing: Theme.spacing
 
@@ -47,7 +55,7 @@ Popup {
                 Layout.alignment: Qt.AlignTop
                 onClicked: root.close()
                 contentItem: Symbol { name: "xmark-circle"; tint: Theme.tertiaryText; size: 20 }
-                background: null
+                background: Rectangle { radius: 6; color: "transparent"; border.color: parent.visualFocus ? Theme.focus : "transparent"; border.width: 2 }
             }
         }
 
@@ -83,7 +91,7 @@ Popup {
                     text: root.passkeys ? root.passkeys.error : ""
                     color: Theme.secondaryText
                 }
-                Button {
+                SecondaryButton {
                     Layout.alignment: Qt.AlignHCenter
                     text: "Retry"
                     onClicked: root.passkeys.reload()
@@ -150,7 +158,7 @@ Popup {
                             Accessible.name: row.removeLabel
                             onClicked: root.passkeys.requestRemove(row.passkeyId)
                             contentItem: Symbol { name: "trash"; tint: Theme.red; size: 16 }
-                            background: null
+                            background: Rectangle { radius: 6; color: "transparent"; border.color: parent.visualFocus ? Theme.focus : "transparent"; border.width: 2 }
                         }
                     }
                 }
@@ -196,10 +204,10 @@ Popup {
             }
             RowLayout {
                 Layout.alignment: Qt.AlignRight
-                Button { text: "Cancel"; onClicked: root.passkeys.cancelRemove() }
-                Button {
+                SecondaryButton { text: "Cancel"; onClicked: root.passkeys.cancelRemove() }
+                SecondaryButton {
                     text: "Remove"
-                    palette.buttonText: Theme.red
+                    tint: Theme.red
                     onClicked: root.passkeys.confirmRemove()
                 }
             }

@@ -38,5 +38,18 @@ Button {
         radius: 8
         color: control.enabled ? (control.down ? Qt.darker(control.tint, 1.15) : control.tint)
                                : Qt.lighter(control.tint, 1.6)
+        // The focus ring: a light inner line on the filled button, the
+        // focus colour around it.
+        border.color: control.visualFocus ? "#ffffff" : "transparent"
+        border.width: 2
+        Rectangle {
+            visible: control.visualFocus
+            anchors.fill: parent
+            anchors.margins: -3
+            radius: parent.radius + 3
+            color: "transparent"
+            border.color: Theme.focus
+            border.width: 2
+        }
     }
 }

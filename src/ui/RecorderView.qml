@@ -1,6 +1,7 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
+import Sorvelandrix.Ui
 
 // The recording screen. Everything it shows comes from `screen` (the
 // RecorderScreen view-model) and the recorder's own meters; every button is
@@ -12,14 +13,28 @@ Item {
     property var helpers: null
     readonly property string page: screen ? screen.page : "idle"
 
-    Component.onCompleted: if (screen) screen.appear()
+    // Each time the screen is shown (the tabs keep it alive when hidden):
+    // the consent sheet comes back until it is acknowledged.
+    Component.onCompleted: if (screen && visible) screen.appear()
+    onVisibleChanged: if (screen && visible) screen.appear()
 
+    // What may grow (warnings, the transcript) scrolls; the main button,
+    // the timer and the status stay pinned below it, in the same place
+    // whatever appears above.
     Flickable {
-        anchors.fill: parent
+        id: scroller
+        objectName: "recorderScroller"
+        anchors.left: parent.left
+        anchors.right: parent.right
+        anchors.top: parent.top
+        anchors.bottom: footer.visible ? footer.top : parent.bottom
         contentHeight: column.implicitHeight + 32
         clip: true
         boundsBehavior: Flickable.StopAtBounds
         visible: root.screen !== null
+        ScrollBar.vertical: ScrollBar {
+            policy: scroller.contentHeight > scroller.height ? ScrollBar.AlwaysOn : ScrollBar.AsNeeded
+        }
 
         ColumnLayout {
             id: column
@@ -61,7 +76,7 @@ Item {
                             }
                         }
                         Note { text: root.screen.modeDescription }
-                        Note { text: root.screen.headphonesHint; visible: !root.screen.recordVideo }
+                        Note { objectName: "headphonesHint"; text: root.screen.headphonesHint }
                         Note { text: root.screen.videoModeNote; visible: root.screen.recordVideo }
 
                         ColumnLayout {
@@ -71,7 +86,7 @@ Item {
                             Caption { text: root.screen.captureSourceLabel }
                             RowLayout {
                                 Layout.fillWidth: true
-                                ComboBox {
+                                Picker {
                                     id: sources
                                     objectName: "captureSourcePicker"
                                     Layout.fillWidth: true
@@ -107,8 +122,9 @@ Item {
                                         }
                                     }
                                 }
-                                Button {
+                                SecondaryButton {
                                     objectName: "refreshSourcesButton"
+                                    symbol: "arrow-clockwise"
                                     text: root.screen.refreshLabel
                                     enabled: !root.screen.captureSourcesLoading
                                     onClicked: root.screen.refreshCaptureSources()
@@ -127,76 +143,22 @@ Item {
                         width: parent.width
                         spacing: 8
                         Symbol { name: "mic"; tint: Theme.secondaryText; size: 16 }
-                        ComboBox {
+                        Picker {
                             objectName: "microphonePicker"
                             Layout.fillWidth: true
+                            enabled: root.screen.soundServer !== RecorderScreen.Waiting
                             model: root.screen.microphones
                             textRole: "label"
                             currentIndex: root.screen.selectedMicrophoneIndex
                             onActivated: index => root.screen.selectMicrophone(index)
                             Accessible.name: "Microphone"
                         }
-                        Button {
+                        SecondaryButton {
                             objectName: "refreshMicrophonesButton"
+                            symbol: "arrow-clockwise"
                             text: root.screen.refreshDeviceListLabel
                             onClicked: root.screen.refreshMicrophones()
                         }
-                    }
-                }
-
-                // The main button, the time and the status line.
-                ColumnLayout {
-                    Layout.fillWidth: true
-                    Layout.topMargin: 6
-                    spacing: 6
-                    RoundButton {
-                        id: mainButton
-                        objectName: "mainButton"
-                        Layout.alignment: Qt.AlignHCenter
-                        implicitWidth: 84
-                        implicitHeight: 84
-                        enabled: root.screen.mainButtonEnabled
-                        Accessible.name: root.screen.mainButtonAccessibleName
-                        onClicked: root.screen.pressMainButton()
-                        background: Rectangle {
-                            radius: width / 2
-                            color: mainButton.enabled ? (mainButton.down ? "#c92a20" : Theme.red) : "#f0a8a3"
-                            border.color: "#ffffff"
-                            border.width: 4
-                        }
-                        contentItem: Item {
-                            Rectangle {
-                                anchors.centerIn: parent
-                                width: root.screen.mainButtonShowsStop ? 28 : 34
-                                height: width
-                                radius: root.screen.mainButtonShowsStop ? 5 : width / 2
-                                color: "#ffffff"
-                            }
-                        }
-                    }
-                    Label {
-                        objectName: "elapsedText"
-                        Layout.alignment: Qt.AlignHCenter
-                        visible: root.screen.isRecording
-                        text: root.recorder.elapsedText
-                        font.pixelSize: 28
-                        font.family: "monospace"
-                        color: Theme.text
-                    }
-                    Label {
-                        objectName: "statusLine"
-                        Layout.alignment: Qt.AlignHCenter
-                        Layout.fillWidth: true
-                        horizontalAlignment: Text.AlignHCenter
-                        wrapMode: Text.Wrap
-                        text: root.screen.statusText
-                        color: Theme.secondaryText
-                    }
-                    Note {
-                        Layout.alignment: Qt.AlignHCenter
-                        horizontalAlignment: Text.AlignHCenter
-                        text: root.screen.recordingSourceLine
-                        visible: text !== ""
                     }
                 }
 
@@ -225,13 +187,14 @@ Item {
                     visible: root.screen.systemAudioWarningVisible
                     title: root.screen.systemAudioWarningTitle
                     message: root.screen.systemAudioError
-                    Button {
+                    SecondaryButton {
                         text: root.screen.systemAudioSettingsLabel
                         visible: root.screen.canOpenPrivacySettings
                         onClicked: root.screen.openPrivacySettings()
                     }
-                    Button {
+                    SecondaryButton {
                         objectName: "retrySystemAudioButton"
+                        symbol: "arrow-clockwise"
                         text: root.screen.systemAudioRetryLabel
                         onClicked: root.screen.retrySystemAudio()
                     }
@@ -241,12 +204,12 @@ Item {
                     visible: root.screen.screenAccessWarningVisible
                     title: ""
                     message: root.screen.screenAccessWarning
-                    Button {
+                    SecondaryButton {
                         text: root.screen.openSettingsLabel
                         visible: root.screen.canOpenPrivacySettings
                         onClicked: root.screen.openPrivacySettings()
                     }
-                    Button {
+                    SecondaryButton {
                         text: root.screen.checkAgainLabel
                         onClicked: root.screen.checkScreenAccessAgain()
                     }
@@ -254,6 +217,7 @@ Item {
 
                 TranscriptSection {
                     Layout.fillWidth: true
+                    visible: root.screen.isRecording
                     screen: root.screen
                 }
             }
@@ -275,12 +239,13 @@ Item {
                         onClicked: root.screen.saveAndUpload()
                     }
                     Note { text: root.screen.saveHelp }
-                    Button {
+                    SecondaryButton {
                         objectName: "discardButton"
                         Layout.fillWidth: true
                         text: root.screen.discardLabel
-                        palette.buttonText: Theme.red
-                        onClicked: root.screen.discard()
+                        symbol: "trash"
+                        tint: Theme.red
+                        onClicked: discardConfirmation.open()
                     }
                     Note { text: root.screen.discardHelp }
                 }
@@ -312,7 +277,7 @@ Item {
                         text: root.screen.viewRecordingLabel
                         onClicked: root.screen.viewRecording()
                     }
-                    Button {
+                    SecondaryButton {
                         Layout.fillWidth: true
                         text: root.screen.recordAnotherLabel
                         onClicked: root.screen.recordAnother()
@@ -333,7 +298,7 @@ Item {
                         text: root.screen.retryUploadLabel
                         onClicked: root.screen.retryUpload()
                     }
-                    Button {
+                    SecondaryButton {
                         objectName: "startOverButton"
                         Layout.fillWidth: true
                         text: root.screen.startOverLabel
@@ -342,6 +307,96 @@ Item {
                 }
             }
         }
+    }
+
+    Rectangle {
+        id: footer
+        objectName: "recorderFooter"
+        visible: root.screen !== null && (root.page === "idle" || root.page === "capturing")
+        anchors.left: parent.left
+        anchors.right: parent.right
+        anchors.bottom: parent.bottom
+        implicitHeight: controls.implicitHeight + 12 + 18
+        height: implicitHeight
+        color: Theme.background
+        Rectangle { width: parent.width; height: 1; color: Theme.separator }
+
+        ColumnLayout {
+            id: controls
+            x: 20
+            y: 12
+            width: parent.width - 40
+            spacing: 6
+            Warning {
+                objectName: "soundServerNotice"
+                visible: root.screen.soundServer !== RecorderScreen.Answers
+                good: root.screen.soundServer === RecorderScreen.Resumed
+                title: !good ? qsTr("Waiting for the sound server")
+                               : qsTr("The sound server is back — recording resumed")
+                message: !good ? qsTr("Nothing is recorded until it answers again; the recording goes on by itself then.")
+                                 : ""
+            }
+            Note {
+                Layout.alignment: Qt.AlignHCenter
+                horizontalAlignment: Text.AlignHCenter
+                text: root.screen.recordingSourceLine
+                visible: text !== ""
+            }
+            Label {
+                objectName: "statusLine"
+                Layout.alignment: Qt.AlignHCenter
+                Layout.fillWidth: true
+                horizontalAlignment: Text.AlignHCenter
+                wrapMode: Text.Wrap
+                // One line kept even when empty, for the same reason.
+                text: root.screen.statusText !== "" ? root.screen.statusText : " "
+                color: Theme.secondaryText
+            }
+            RoundButton {
+                id: mainButton
+                objectName: "mainButton"
+                Layout.alignment: Qt.AlignHCenter
+                implicitWidth: 84
+                implicitHeight: 84
+                enabled: root.screen.mainButtonEnabled
+                Accessible.name: root.screen.mainButtonAccessibleName
+                onClicked: root.screen.pressMainButton()
+                background: Rectangle {
+                    radius: width / 2
+                    color: mainButton.enabled ? (mainButton.down ? "#c92a20" : Theme.red) : "#f0a8a3"
+                    border.color: mainButton.visualFocus ? Theme.focus : "#ffffff"
+                    border.width: 4
+                }
+                contentItem: Item {
+                    Rectangle {
+                        anchors.centerIn: parent
+                        width: root.screen.mainButtonShowsStop ? 28 : 34
+                        height: width
+                        radius: root.screen.mainButtonShowsStop ? 5 : width / 2
+                        color: "#ffffff"
+                    }
+                }
+            }
+            Label {
+                objectName: "elapsedText"
+                Layout.alignment: Qt.AlignHCenter
+                // Its place is kept while hidden: nothing below the button moves.
+                opacity: root.screen.isRecording ? 1 : 0
+                text: root.recorder.elapsedText
+                font.pixelSize: 28
+                font.family: "monospace"
+                color: Theme.text
+            }
+        }
+    }
+
+    ConfirmSheet {
+        id: discardConfirmation
+        objectName: "discardConfirmation"
+        title: qsTr("Discard this recording?")
+        message: qsTr("The recording is deleted from this computer and cannot be recovered.")
+        confirmText: qsTr("Discard")
+        onConfirmed: root.screen.discard()
     }
 
     ConsentSheet {
@@ -403,7 +458,12 @@ Item {
                 Text { text: segment.text; color: segment.selected ? "#ffffff" : Theme.text; font.pixelSize: Theme.bodySize + 1; anchors.verticalCenter: parent.verticalCenter }
             }
         }
-        background: Rectangle { radius: 8; color: segment.selected ? Theme.accent : Theme.selectedTab }
+        background: Rectangle {
+            radius: 8
+            color: segment.selected ? Theme.accent : Theme.selectedTab
+            border.color: segment.visualFocus ? (segment.selected ? "#ffffff" : Theme.focus) : "transparent"
+            border.width: 2
+        }
     }
     component Meter: RowLayout {
         property string label
@@ -419,7 +479,8 @@ Item {
             radius: 4
             color: Theme.selectedTab
             Rectangle {
-                width: parent.width * Math.min(1, Math.max(0, parent.parent.level))
+                // Whole pixels: a change too small to see repaints nothing.
+                width: Math.round(parent.width * Math.min(1, Math.max(0, parent.parent.level)))
                 height: parent.height
                 radius: 4
                 color: parent.parent.level > 0.9 ? Theme.red : Theme.green
@@ -428,6 +489,8 @@ Item {
     }
     component Warning: Rectangle {
         id: warning
+        // A good turn (something came back) rather than a problem.
+        property bool good: false
         property string title
         property string message
         default property alias actions: actionRow.data
@@ -444,7 +507,7 @@ Item {
             RowLayout {
                 Layout.fillWidth: true
                 spacing: 8
-                Symbol { name: "warning"; tint: Theme.orange; size: 16; Layout.alignment: Qt.AlignTop }
+                Symbol { name: warning.good ? "checkmark-circle" : "warning"; tint: warning.good ? Theme.green : Theme.orange; size: 16; Layout.alignment: Qt.AlignTop }
                 ColumnLayout {
                     Layout.fillWidth: true
                     spacing: 2

@@ -93,7 +93,7 @@ Item {
                 text: root.controller ? root.controller.loadError : ""
                 color: Theme.secondaryText
             }
-            Button {
+            SecondaryButton {
                 objectName: "retryButton"
                 Layout.alignment: Qt.AlignHCenter
                 text: "Retry"

@@ -18,6 +18,8 @@ QtObject {
     readonly property color selectedTab: "#e8e8ed"
     readonly property color warningBackground: "#fff4e0"
     readonly property color errorBackground: "#fdecea"
+    readonly property color hover: "#f0f0f4"
+    readonly property color focus: "#0a64d8"
 
     readonly property int spacing: 12
     readonly property int smallSpacing: 6

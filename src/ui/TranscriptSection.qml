@@ -9,11 +9,11 @@ ColumnLayout {
     property var screen: null
     spacing: 8
 
-    Button {
+    SecondaryButton {
         objectName: "transcriptToggle"
         Layout.fillWidth: true
         text: root.screen.transcriptToggleLabel
-        icon.source: "image://symbol/captions/1d1d1f"
+        symbol: "captions"
         onClicked: root.screen.toggleTranscript()
     }
 
@@ -42,7 +42,7 @@ ColumnLayout {
                 }
                 Item { Layout.fillWidth: true }
                 Label { text: root.screen.languagePickerLabel; color: Theme.secondaryText }
-                ComboBox {
+                Picker {
                     objectName: "languagePicker"
                     model: root.screen.languages
                     textRole: "label"
@@ -74,10 +74,20 @@ ColumnLayout {
                 objectName: "serverFallback"
                 visible: root.screen.serverFallbackOffered
                 spacing: 8
-                Button { text: root.screen.retryServerLabel; onClicked: root.screen.retryServer() }
-                Button { text: root.screen.useOnDevicePreviewLabel; onClicked: root.screen.useOnDevicePreview() }
+                SecondaryButton { text: root.screen.retryServerLabel; onClicked: root.screen.retryServer() }
+                SecondaryButton { text: root.screen.useOnDevicePreviewLabel; onClicked: root.screen.useOnDevicePreview() }
             }
 
+            Label {
+                objectName: "transcriptPlaceholder"
+                visible: lines.count === 0
+                Layout.fillWidth: true
+                horizontalAlignment: Text.AlignHCenter
+                topPadding: 8
+                bottomPadding: 8
+                text: qsTr("Waiting for speech...")
+                color: Theme.secondaryText
+            }
             ListView {
                 id: lines
                 objectName: "transcriptList"
@@ -93,9 +103,9 @@ ColumnLayout {
                     width: lines.width
                 }
             }
-            Button {
+            SecondaryButton {
                 visible: lines.count > 0
-                flat: true
+                plain: true
                 text: root.screen.expandLabel
                 ToolTip.text: root.screen.expandHelp
                 ToolTip.visible: hovered

@@ -1,6 +1,8 @@
 import QtQuick
 import QtQuick.Controls
+import QtQuick.Window
 import QtQuick.Layouts
+import "FocusCycle.js" as FocusCycle
 
 // What an update check found: not available in this build, up to date, a
 // newer version downloaded and checked, or why the check failed; while the
@@ -14,6 +16,7 @@ Popup {
     readonly property bool alerting: alert !== null && alert.title !== ""
     readonly property string activity: updater ? updater.activity : ""
     modal: alerting
+    focus: true
     anchors.centerIn: Overlay.overlay
     width: Math.min(400, parent ? parent.width - 32 : 400)
     padding: 20
@@ -24,6 +27,9 @@ Popup {
 
     ColumnLayout {
         anchors.fill: parent
+        // Keyboard focus goes round the sheet while it is open.
+        Keys.onTabPressed: event => FocusCycle.move(this, Window.activeFocusItem, true, event)
+        Keys.onBacktabPressed: event => FocusCycle.move(this, Window.activeFocusItem, false, event)
         spacing: Theme.spacing
         RowLayout {
             spacing: 10

@@ -83,6 +83,15 @@ RecorderScreen::RecorderScreen(AudioRecorder& recorder, AuthManager& auth, Parts
     // The two transcripts never run together, however the preview is started.
     m_local->setStopServerTranscript([this] { m_server->stop(); });
 
+    // The live transcript speaks with the account's token: it ends with
+    // the session (and its lines go with its next start).
+    // An upload is the account's too: it stops, and the file is kept for a
+    // retry after the next sign-in.
+    connect(&auth, &AuthManager::sessionEnded, this, [this] {
+        stopLiveTranscript();
+        if (m_recorder && m_recorder->state().kind() == Kind::Uploading)
+            m_recorder->cancelUpload();
+    });
     connect(m_consent, &RecordingConsent::agreed, this, &RecorderScreen::consentAgreed);
     connect(m_consent, &RecordingConsent::cancelled, this,
             [this] { setShowingConsentSheet(false); });
@@ -99,8 +108,18 @@ RecorderScreen::RecorderScreen(AudioRecorder& recorder, AuthManager& auth, Parts
         });
     }
     connect(&recorder, &AudioRecorder::elapsedChanged, this, &RecorderScreen::durationTextChanged);
-    connect(&recorder, &AudioRecorder::availableInputDevicesChanged, this,
-            &RecorderScreen::microphonesChanged);
+    m_microphones = recorder.availableInputDevices();
+    connect(&recorder, &AudioRecorder::availableInputDevicesChanged, this, [this] {
+        if (m_recorder->soundServerLost() && m_recorder->availableInputDevices().isEmpty())
+            return;
+        m_microphones = m_recorder->availableInputDevices();
+        Q_EMIT microphonesChanged();
+    });
+    connect(&recorder, &AudioRecorder::soundServerLostChanged, this, [this] {
+        if (!m_recorder->soundServerLost() && isRecording())
+            m_soundServerResumed = true;
+        Q_EMIT displayChanged();
+    });
     connect(&recorder, &AudioRecorder::selectedInputDeviceIDChanged, this,
             &RecorderScreen::microphonesChanged);
     // A kept recording that vanishes from disk can no longer be retried.
@@ -225,8 +244,14 @@ void RecorderScreen::setSpeechLocale(const QString& locale)
     setSpeechLocaleField(locale);
     Settings::setValue(Settings::kSpeechLocaleKey, locale);
     m_local->overrideLocale(locale);
-    if (m_transcriptVisible && m_transcriptMode == TranscriptMode::server())
+    if (!m_transcriptVisible || !m_recorder)
+        return;
+    // The running transcript starts again in the new language (a preview
+    // that had no model for the old one included).
+    if (m_transcriptMode == TranscriptMode::server())
         restartServerTranscript();
+    else if (m_transcriptMode == TranscriptMode::onDevice())
+        m_local->start(*m_recorder);
 }
 
 void RecorderScreen::selectLanguage(int index)
@@ -282,6 +307,7 @@ void RecorderScreen::onRecorderStateChanged()
     // A new upload progress is the same state for what follows.
     if (kind != m_lastStateKind) {
         m_lastStateKind = kind;
+        m_soundServerResumed = false;
         if (kind != Kind::Recording) {
             setTranscriptExpanded(false);
             // The whole transcript stops, the toggle included: the next
@@ -412,9 +438,8 @@ void RecorderScreen::selectMicrophone(int index)
 {
     if (!m_recorder)
         return;
-    const QList<InputDevice> devices = m_recorder->availableInputDevices();
-    if (index >= 0 && index < devices.size())
-        m_recorder->selectInputDevice(devices.at(index).id);
+    if (index >= 0 && index < m_microphones.size())
+        m_recorder->selectInputDevice(m_microphones.at(index).id);
 }
 
 void RecorderScreen::refreshMicrophones()
@@ -635,6 +660,15 @@ QString RecorderScreen::recordingSourceLine() const
     return QStringLiteral("Recording: %1").arg(m_captureTargets->selectedOption().title);
 }
 
+RecorderScreen::SoundServer RecorderScreen::soundServer() const
+{
+    if (!isRecording())
+        return SoundServer::Answers;
+    if (m_recorder->soundServerLost())
+        return SoundServer::Waiting;
+    return m_soundServerResumed ? SoundServer::Resumed : SoundServer::Answers;
+}
+
 QString RecorderScreen::recordingModeLabel() const
 {
     return QStringLiteral("Recording mode");
@@ -805,7 +839,7 @@ QVariantList RecorderScreen::microphones() const
     QVariantList out;
     if (!m_recorder)
         return out;
-    for (const InputDevice& device : m_recorder->availableInputDevices()) {
+    for (const InputDevice& device : m_microphones) {
         out << QVariantMap{
             {QStringLiteral("id"), device.id},
             {QStringLiteral("label"),
@@ -819,7 +853,7 @@ int RecorderScreen::selectedMicrophoneIndex() const
 {
     if (!m_recorder)
         return -1;
-    const QList<InputDevice> devices = m_recorder->availableInputDevices();
+    const QList<InputDevice>& devices = m_microphones;
     const quint32 selected = m_recorder->selectedInputDeviceID();
     // 0 is "the system default": the default device's entry stands for it.
     for (qsizetype i = 0; i < devices.size(); ++i) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/inputdevice.h"
 #include "recording/recordingstate.h"
 #include "transcript/transcriptmode.h"
 #include "transcript/transcriptstatus.h"
@@ -75,6 +76,7 @@ class RecorderScreen : public QObject {
     Q_PROPERTY(QString mainButtonAccessibleName READ mainButtonAccessibleName NOTIFY displayChanged)
     Q_PROPERTY(QString statusText READ statusText NOTIFY displayChanged)
     Q_PROPERTY(QString recordingSourceLine READ recordingSourceLine NOTIFY displayChanged)
+    Q_PROPERTY(SoundServer soundServer READ soundServer NOTIFY displayChanged)
 
     // --- Mode section (idle)
     Q_PROPERTY(QString recordingModeLabel READ recordingModeLabel CONSTANT)
@@ -155,6 +157,11 @@ class RecorderScreen : public QObject {
     Q_PROPERTY(QString startOverLabel READ startOverLabel NOTIFY displayChanged)
 
 public:
+    // The sound server during this recording: it answers, it went away (the
+    // recording waits, writing nothing), or it came back.
+    enum class SoundServer { Answers, Waiting, Resumed };
+    Q_ENUM(SoundServer)
+
     // Runs fn once `delay` has passed, on this thread (the fallback watch's
     // clock; tests move it by hand).
     using Schedule = std::function<void(std::chrono::milliseconds delay, std::function<void()> fn)>;
@@ -227,6 +234,7 @@ public:
     QString mainButtonAccessibleName() const;
     QString statusText() const;
     QString recordingSourceLine() const;
+    SoundServer soundServer() const;
 
     QString recordingModeLabel() const;
     QString audioOnlyLabel() const;
@@ -386,6 +394,9 @@ private:
     bool m_transcriptExpanded = false;
 
     RecordingState::Kind m_lastStateKind = RecordingState::Kind::Idle;
+    bool m_soundServerResumed = false;
+    // The picker keeps the last list while the sound server is away.
+    QList<InputDevice> m_microphones;
     // Bumped by every start and stop of the transcript: a watch that is no
     // longer the current one ends at its next check.
     std::uint64_t m_watch = 0;

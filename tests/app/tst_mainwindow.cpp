@@ -7,11 +7,16 @@
 #include "core/settings.h"
 #include "localservicefixture.h"
 #include "qmlfinder.h"
+#include "recording/audiorecorder.h"
+#include "scriptedengine.h"
 #include "service/authmanager.h"
 #include "service/joinmeetingcontroller.h"
 #include "service/recordingslistcontroller.h"
+#include "service/recordingsmodel.h"
 #include "support/isolatedenvironment.h"
 #include "transcript/livetranscriptmanager.h"
+#include "ui/recorderscreen.h"
+#include "ui/recordingconsent.h"
 #include "ui/viewhelpers.h"
 
 #include <QApplication>
@@ -33,6 +38,7 @@ class TestMainWindow : public QObject {
     std::unique_ptr<test::IsolatedEnvironment> m_env;
     std::unique_ptr<test::LocalServiceFixture> m_service;
     std::unique_ptr<SorvelandrixRecorderApp> m_app;
+    test::ScriptedEngine* m_engine = nullptr; // the app's
 
     QObject* item(const char* name)
     {
@@ -54,6 +60,66 @@ class TestMainWindow : public QObject {
         for (const QChar c : text)
             QTest::keyClick(m_app->mainWindow(), c.toLatin1());
     }
+    // A real click in the middle of the item, as a user makes it.
+    void press(const char* name)
+    {
+        auto* target = qobject_cast<QQuickItem*>(item(name));
+        QVERIFY(target);
+        // Scrolled into view first, as the user would.
+        for (QQuickItem* up = target->parentItem(); up; up = up->parentItem()) {
+            if (!up->inherits("QQuickFlickable"))
+                continue;
+            const QRectF inside = target->mapRectToItem(up, target->boundingRect());
+            const qreal y = up->property("contentY").toReal();
+            if (inside.bottom() > up->height())
+                up->setProperty("contentY", y + inside.bottom() - up->height());
+            else if (inside.top() < 0)
+                up->setProperty("contentY", y + inside.top());
+            break;
+        }
+        const QPointF centre =
+            target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
+        QTest::mouseClick(m_app->mainWindow(), Qt::LeftButton, {}, centre.toPoint());
+    }
+    // Signed in as the demo account, with the consent already given.
+    void signIn(const QString& email = LocalService::kDemoEmail,
+                const QString& password = LocalService::kDemoPassword)
+    {
+        Settings::setValue(RecordingConsent::kAcknowledgedKey, true);
+        type("emailField", email);
+        type("passwordField", password);
+        click("signInButton");
+        QTRY_VERIFY(showsTabs());
+    }
+    bool shown(const char* name)
+    {
+        QObject* found = test::findNamed(m_app->mainWindow(), QString::fromLatin1(name));
+        return found && found->property("visible").toBool();
+    }
+    // Where the item is in the window, and whether all of it is in view.
+    QRectF sceneRect(const char* name)
+    {
+        auto* target = qobject_cast<QQuickItem*>(item(name));
+        return target ? target->mapRectToScene(target->boundingRect()) : QRectF();
+    }
+    bool inView(const char* name)
+    {
+        return QRectF(QPointF(), m_app->mainWindow()->size()).contains(sceneRect(name));
+    }
+    bool isInside(QQuickItem* focused, const char* name)
+    {
+        QObject* scope = item(name);
+        // A popup's items hang from its own item, a child of the popup.
+        for (QObject* up = focused; up; up = up->parent()) {
+            if (up == scope)
+                return true;
+        }
+        for (QQuickItem* up = focused; up; up = up->parentItem()) {
+            if (up->parent() == scope)
+                return true;
+        }
+        return false;
+    }
     bool showsTabs() { return test::findNamed(m_app->mainWindow(), "tabBar") != nullptr; }
 
 private Q_SLOTS:
@@ -66,7 +132,9 @@ private Q_SLOTS:
         options.meetingPhase = std::chrono::milliseconds(40);
         options.meetingStreamPace = std::chrono::milliseconds(5);
         m_service = std::make_unique<test::LocalServiceFixture>(options);
-        m_app = std::make_unique<SorvelandrixRecorderApp>();
+        m_engine = new test::ScriptedEngine;
+        m_app =
+            std::make_unique<SorvelandrixRecorderApp>(std::unique_ptr<RecordingEngine>(m_engine));
         m_app->helpers().setUrlOpener([](const QUrl&) {});
         QVERIFY(m_app->launch());
         QVERIFY(QTest::qWaitForWindowExposed(m_app->mainWindow()));
@@ -82,6 +150,15 @@ private Q_SLOTS:
 
     void signInButtonNeedsAnAddressAndAPassword()
     {
+        // The show-password eye is reached from the keyboard too.
+        type("passwordField", QStringLiteral("secret"));
+        QTest::keyClick(m_app->mainWindow(), Qt::Key_Tab);
+        QCOMPARE(m_app->mainWindow()->activeFocusItem()->objectName(),
+                 QStringLiteral("showPasswordButton"));
+        QTest::keyClick(m_app->mainWindow(), Qt::Key_Space);
+        QCOMPARE(item("passwordField")->property("echoMode").toInt(), 0); // TextInput.Normal
+        item("passwordField")->setProperty("text", QString());
+
         QVERIFY(!enabled("signInButton"));
         type("emailField", QStringLiteral("   "));
         type("passwordField", QStringLiteral("secret"));
@@ -135,15 +212,21 @@ private Q_SLOTS:
 
     void signOutIsImmediateEvenWithoutTheService()
     {
-        type("emailField", LocalService::kDemoEmail);
-        type("passwordField", LocalService::kDemoPassword);
-        click("signInButton");
-        QTRY_VERIFY(showsTabs());
+        signIn();
         m_service->stop();
 
-        click("userMenuButton");
-        QTRY_VERIFY(item("userMenu")->property("visible").toBool());
-        click("signOutButton");
+        // The menu's own button closes it, as does a press elsewhere.
+        press("userMenuButton");
+        QTRY_VERIFY(shown("userMenu"));
+        press("userMenuButton");
+        QTRY_VERIFY(!shown("userMenu"));
+        press("userMenuButton");
+        QTRY_VERIFY(shown("userMenu"));
+        press("tab0");
+        QTRY_VERIFY(!shown("userMenu"));
+        press("userMenuButton");
+        QTRY_VERIFY(shown("userMenu"));
+        press("signOutButton");
         // No waiting on the service: the form is back at once.
         QVERIFY(!m_app->auth().isLoggedIn());
         QTRY_VERIFY(!showsTabs());
@@ -237,6 +320,48 @@ private Q_SLOTS:
         QCOMPARE(closed.count(), 3);
     }
 
+    // Sign out, sign in as someone else: nothing of the first account is
+    // shown, and none of its ids goes out with the second account's token.
+    void theNextAccountSeesNothingOfThePrevious()
+    {
+        LocalService& service = m_service->service();
+        const QString other = QStringLiteral("other@sorvelandrix.local");
+        service.addAccount(other, QStringLiteral("Other User"), QStringLiteral("other"));
+        const QString bot = service.addMeeting(
+            LocalService::kDemoEmail, QStringLiteral("https://meet.google.com/abc-defg-hij"));
+        signIn();
+        RecordingsListController& list = m_app->recordingsList();
+        press("tab1");
+        QTRY_VERIFY(list.hasActiveBots());
+        QTRY_VERIFY(list.recordings()->count() > 0);
+        press("tab2");
+        type("meetingUrlField", QStringLiteral("https://zoom.us/j/1"));
+        press("tab1");
+        // A load whose answer comes after the switch.
+        service.script("GET", QStringLiteral("/api/transcriptions"),
+                       local::ScriptedAnswer::delayed(std::chrono::milliseconds(1500)));
+        press("refreshButton");
+
+        press("userMenuButton");
+        QTRY_VERIFY(item("userMenu")->property("visible").toBool());
+        press("signOutButton");
+        QTRY_VERIFY(!showsTabs());
+        QCOMPARE(list.recordings()->count(), 0);
+        QVERIFY(!list.hasActiveBots());
+        QCOMPARE(m_app->joinMeeting().meetingUrl(), QString());
+
+        signIn(other, QStringLiteral("other"));
+        press("tab1");
+        QTRY_COMPARE(list.state(), RecordingsListController::State::Empty);
+        QTest::qWait(2000); // the first account's late answer arrives meanwhile
+        QCOMPARE(list.recordings()->count(), 0);
+        QCOMPARE(list.state(), RecordingsListController::State::Empty);
+        list.stopMeeting(bot);
+        list.showLiveTranscript(bot);
+        QVERIFY(!m_app->floatingPanel().isOpen());
+        QCOMPARE(service.requestCount("POST", QStringLiteral("/api/meetings/%1/stop").arg(bot)), 0);
+    }
+
     void thePanelStandsInTheBottomRightCorner()
     {
         QCOMPARE(FloatingPanelController::initialGeometry(QRect(0, 0, 1920, 1050)),
@@ -248,13 +373,185 @@ private Q_SLOTS:
                  QPoint(0, 0));
     }
 
+    // The consent sheet's obligations change with the mode while it is
+    // closed; the next resize used to arrange the deleted ones.
+    void videoModeSurvivesResizing()
+    {
+        signIn();
+        press("videoCallButton");
+        QVERIFY(m_app->recorderScreen().recordVideo());
+        QQuickWindow* w = m_app->mainWindow();
+        for (const QSize size : {w->minimumSize(), QSize(1600, 1200), w->minimumSize()}) {
+            w->resize(size);
+            QTRY_COMPARE(w->contentItem()->size(), QSizeF(size));
+        }
+        press("tab1");
+        press("tab0");
+        QCOMPARE(item("tabContent")->property("currentIndex").toInt(), 0);
+    }
+
+    // What the recorder screen shows before and while recording.
+    void theRecorderScreenAsShown()
+    {
+        type("emailField", LocalService::kDemoEmail);
+        type("passwordField", LocalService::kDemoPassword);
+        click("signInButton");
+        QTRY_VERIFY(showsTabs());
+        // A first-time user who cancels the consent sheet gets it again
+        // each time the screen comes back.
+        QTRY_VERIFY(shown("consentSheet"));
+        press("consentCancelButton");
+        QTRY_VERIFY(!shown("consentSheet"));
+        press("tab1");
+        press("tab0");
+        QTRY_VERIFY(shown("consentSheet"));
+        // The keyboard stays in the sheet: Tab goes round it, and Space
+        // acts there, never on the tabs behind it.
+        for (int i = 0; i < 12; ++i) {
+            QTest::keyClick(m_app->mainWindow(), Qt::Key_Tab);
+            QVERIFY(isInside(m_app->mainWindow()->activeFocusItem(), "consentSheet"));
+        }
+        QTest::keyClick(m_app->mainWindow(), Qt::Key_Space);
+        QCOMPARE(item("tabContent")->property("currentIndex").toInt(), 0);
+        // At the smallest size its buttons are still there to press.
+        QQuickWindow* w = m_app->mainWindow();
+        const QSize size = w->size();
+        w->resize(w->minimumSize());
+        QTRY_VERIFY(inView("agreeButton") && inView("consentCancelButton"));
+        Settings::setValue(RecordingConsent::kAcknowledgedKey, true);
+        press("consentCancelButton");
+        QTRY_VERIFY(!shown("consentSheet"));
+
+        // Transcript controls only while recording; the headphones hint in
+        // both modes.
+        QVERIFY(!shown("transcriptToggle"));
+        QVERIFY(shown("headphonesHint"));
+        press("videoCallButton");
+        QVERIFY(shown("headphonesHint"));
+        QTRY_VERIFY(inView("mainButton")); // the smallest window, the longest form
+        w->resize(size);
+        press("audioOnlyButton");
+        press("mainButton");
+        QTRY_VERIFY(m_app->recorder().isRecording());
+        QTRY_VERIFY(shown("transcriptToggle"));
+        // Warnings come in above: the button and the timer stay put.
+        const QRectF button = sceneRect("mainButton");
+        m_engine->send(AudioEngineUpdate::systemAudioActive(false));
+        m_engine->send(AudioEngineUpdate::micSilent(true, QStringLiteral("Nothing heard")));
+        m_engine->send(AudioEngineUpdate::soundServer(false));
+        QTRY_VERIFY(shown("micSilentWarning") && shown("soundServerNotice"));
+        QCOMPARE(sceneRect("mainButton"), button);
+        QVERIFY(inView("elapsedText"));
+        m_engine->send(AudioEngineUpdate::soundServer(true));
+        press("transcriptToggle");
+        QTRY_VERIFY(shown("transcriptPlaceholder"));
+        QCOMPARE(item("transcriptPlaceholder")->property("text").toString(),
+                 QStringLiteral("Waiting for speech..."));
+
+        // Discard asks first; Cancel keeps the file.
+        press("mainButton");
+        QTRY_VERIFY(shown("pendingSavePage"));
+        const QString wav = m_app->recorder().lastWavPath();
+        press("discardButton");
+        QTRY_VERIFY(shown("discardConfirmation"));
+        press("confirmCancelButton");
+        QTRY_VERIFY(!shown("discardConfirmation"));
+        QVERIFY(QFile::exists(wav));
+        press("discardButton");
+        QTRY_VERIFY(shown("discardConfirmation"));
+        press("confirmButton");
+        QTRY_VERIFY(!QFile::exists(wav));
+        QTRY_VERIFY(shown("mainButton"));
+
+        // Sign Out while an upload runs asks too; agreeing stops the upload.
+        m_service->service().script("POST", QStringLiteral("/api/upload"),
+                                    local::ScriptedAnswer::delayed(std::chrono::seconds(20)));
+        press("mainButton");
+        QTRY_VERIFY(m_app->recorder().isRecording());
+        press("mainButton");
+        QTRY_VERIFY(shown("saveButton"));
+        press("saveButton");
+        QTRY_COMPARE(m_app->recorder().state().kind(), RecordingState::Kind::Uploading);
+        press("userMenuButton");
+        QTRY_VERIFY(shown("signOutButton"));
+        press("signOutButton");
+        QTRY_VERIFY(shown("signOutConfirmation"));
+        QVERIFY(m_app->auth().isLoggedIn());
+        press("confirmButton");
+        QTRY_VERIFY(!m_app->auth().isLoggedIn());
+        QTRY_VERIFY(m_app->recorder().state().kind() != RecordingState::Kind::Uploading);
+    }
+
+    // From the tray with the window closed: the window comes back with the
+    // answer, instead of keeping it for the next time it is opened.
+    void anUpdateCheckShowsItsAnswer()
+    {
+        m_app->mainWindow()->close();
+        QTRY_VERIFY(!m_app->mainWindow()->isVisible());
+        m_app->appDelegate().checkForUpdates();
+        QTRY_VERIFY(m_app->mainWindow()->isVisible());
+        QTRY_VERIFY(item("updateAlert")->property("visible").toBool());
+    }
+
+    // The pointer as it moves over the screen: each event's place in the
+    // window is where the pointer is now, wherever the window went.
+    static void drag(QWindow* window, QPoint from, QPoint by)
+    {
+        const QPoint start = window->mapToGlobal(from);
+        QTest::mousePress(window, Qt::LeftButton, {}, from);
+        for (int step = 1; step <= 4; ++step)
+            QTest::mouseMove(window, window->mapFromGlobal(start + by * step / 4));
+        QTest::mouseRelease(window, Qt::LeftButton, {}, window->mapFromGlobal(start + by));
+    }
+
+    void thePanelFollowsThePointerAndStaysOnScreen()
+    {
+        FloatingPanelController& panel = m_app->floatingPanel();
+        QVERIFY(panel.show(QStringLiteral("m1"), m_service->origin(), QString()));
+        QQuickWindow* w = panel.window();
+        QVERIFY(QTest::qWaitForWindowExposed(w));
+        const QRect screen = w->screen()->availableGeometry();
+        w->setPosition(screen.topLeft() + QPoint(50, 50));
+        QTRY_COMPARE(w->position(), screen.topLeft() + QPoint(50, 50));
+
+        drag(w, QPoint(60, 20), QPoint(30, 40));
+        QTRY_COMPARE(w->position(), screen.topLeft() + QPoint(80, 90));
+        QCOMPARE(w->size(), FloatingPanelController::kSize);
+
+        // The corner grip resizes; the panel stays where it is.
+        drag(w, QPoint(w->width() - 6, w->height() - 6), QPoint(-40, -30));
+        QTRY_COMPARE(w->size(), FloatingPanelController::kSize - QSize(40, 30));
+        QCOMPARE(w->position(), screen.topLeft() + QPoint(80, 90));
+
+        // Dragged past the top edge, it stays whole on the screen.
+        drag(w, QPoint(60, 20), QPoint(0, -500));
+        QTRY_COMPARE(w->y(), screen.top());
+
+        // Lost off the screens (a monitor went): "Live" brings it back.
+        w->setPosition(screen.right() + 2000, screen.bottom() + 2000);
+        QTRY_VERIFY(!screen.contains(w->geometry()));
+        QVERIFY(panel.show(QStringLiteral("m1"), m_service->origin(), QString()));
+        QTRY_VERIFY(screen.contains(w->geometry()));
+    }
+
     void windowSizeIsRemembered()
     {
-        m_app->mainWindow()->resize(610, 700);
+        m_app->mainWindow()->resize(610, 560);
         m_app.reset(); // saves on the way out
         m_app = std::make_unique<SorvelandrixRecorderApp>();
         QVERIFY(m_app->launch());
-        QCOMPARE(m_app->mainWindow()->size(), QSize(610, 700));
+        QCOMPARE(m_app->mainWindow()->size(), QSize(610, 560));
+
+        // Saved where no screen is now, or larger than the screen (another
+        // scale): whole on a screen again.
+        const QRect screen = m_app->mainWindow()->screen()->availableGeometry();
+        Settings::setValue(
+            SorvelandrixRecorderApp::kGeometryKey,
+            QRect(screen.right() - 100, screen.top() + 300, 1120, screen.height() + 400));
+        m_app.reset();
+        m_app = std::make_unique<SorvelandrixRecorderApp>();
+        QVERIFY(m_app->launch());
+        QVERIFY(screen.contains(m_app->mainWindow()->geometry()));
     }
 };
 

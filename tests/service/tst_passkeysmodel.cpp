@@ -157,6 +157,18 @@ void TestPasskeysModel::failedRemoveKeepsTheRow()
     w.add();
     QVERIFY(w.model.actionError().isEmpty());
     QCOMPARE(w.model.count(), 2);
+
+    // Closing the sheet forgets it all; a load still on its way is dropped.
+    w.model.requestRemove(id);
+    w.model.confirmRemove();
+    QTRY_VERIFY(!w.model.actionError().isEmpty());
+    w.model.reload();
+    w.model.clear();
+    QVERIFY(w.model.actionError().isEmpty());
+    QCOMPARE(w.model.count(), 0);
+    QVERIFY(!w.model.loading());
+    QTest::qWait(500);
+    QCOMPARE(w.model.count(), 0);
 }
 
 void TestPasskeysModel::loadFailuresAreTheLoadError()

@@ -20,10 +20,12 @@
 #include "support/manualdelays.h"
 
 #include <QAbstractItemModelTester>
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QSignalSpy>
 #include <QtTest>
+#include <ctime>
 
 #define TRY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 30000)
 #define TRY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, 30000)
@@ -72,6 +74,7 @@ class TestRecordingsViews : public QObject {
 private Q_SLOTS:
     void durations_data();
     void durations();
+    void dates_data();
     void dates();
     void ages_data();
     void ages();
@@ -108,11 +111,41 @@ void TestRecordingsViews::durations()
     QCOMPARE(formatElapsed(double(ms / 1000)), fromSeconds);
 }
 
+void TestRecordingsViews::dates_data()
+{
+    QTest::addColumn<QByteArray>("zone");
+    QTest::addColumn<QString>("createdAt");
+    QTest::addColumn<QString>("shown");
+    QTest::newRow("UTC") << QByteArray("UTC") << "2024-03-05T14:07:00"
+                         << "5 Mar";
+    QTest::newRow("with a zone") << QByteArray("UTC") << "2024-03-05T14:07:00Z"
+                                 << "5 Mar";
+    // The service's times are UTC: the day is the user's.
+    QTest::newRow("Auckland") << QByteArray("Pacific/Auckland") << "2024-03-05T20:00:00"
+                              << "6 Mar";
+    QTest::newRow("Auckland, offset")
+        << QByteArray("Pacific/Auckland") << "2024-03-05T20:00:00+02:00"
+        << "6 Mar";
+    QTest::newRow("Los Angeles") << QByteArray("America/Los_Angeles") << "2024-03-05T03:00:00"
+                                 << "4 Mar";
+    QTest::newRow("fractions") << QByteArray("UTC") << "2024-03-05T14:07:00.123456"
+                               << "2024-03-05";
+    QTest::newRow("no date") << QByteArray("UTC") << "March the fifth"
+                             << "March the ";
+}
+
 void TestRecordingsViews::dates()
 {
-    QCOMPARE(formatRecordingDate(QStringLiteral("2024-03-05T14:07:00")), QStringLiteral("5 Mar"));
-    QCOMPARE(formatRecordingDate(QStringLiteral("2024-03-05T14:07:00Z")), QStringLiteral("5 Mar"));
-    QCOMPARE(formatRecordingDate(QStringLiteral("March the fifth")), QStringLiteral("March the "));
+    QFETCH(QByteArray, zone);
+    QFETCH(QString, createdAt);
+    QFETCH(QString, shown);
+    const QByteArray before = qgetenv("TZ");
+    qputenv("TZ", zone);
+    tzset();
+    const QString actual = formatRecordingDate(createdAt);
+    qputenv("TZ", before);
+    tzset();
+    QCOMPARE(actual, shown);
     QCOMPARE(formatRecordingDate(std::nullopt), QStringLiteral("--"));
 }
 
@@ -301,6 +334,12 @@ void TestRecordingsViews::tabStatesThroughFailureAndRetry()
     const QString id = tab.activeMeetings()
                            ->data(tab.activeMeetings()->index(0), MeetingsModel::IdRole)
                            .toString();
+    // "Live" on a listed bot; nothing for an id the list does not show.
+    QSignalSpy live(&tab, &RecordingsListController::liveTranscriptRequested);
+    tab.showLiveTranscript(id);
+    tab.showLiveTranscript(QStringLiteral("not-listed"));
+    QCOMPARE(live.count(), 1);
+    QCOMPARE(live.at(0), (QVariantList{id, w.service.origin(), w.auth.accessToken()}));
     w.service->clearRequestLog();
     tab.stopMeeting(id);
     TRY_COMPARE(w.service->requestCount("GET", "/api/meetings"), 1);
@@ -324,11 +363,6 @@ void TestRecordingsViews::tabStatesThroughFailureAndRetry()
     TRY_COMPARE(w.service->requestCount("GET", "/api/meetings"), 2);
     TRY_VERIFY(!tab.refreshing());
     QVERIFY(!tab.hasActiveBots());
-
-    QSignalSpy live(&tab, &RecordingsListController::liveTranscriptRequested);
-    tab.showLiveTranscript(id);
-    QCOMPARE(live.count(), 1);
-    QCOMPARE(live.at(0), (QVariantList{id, w.service.origin(), w.auth.accessToken()}));
 }
 
 void TestRecordingsViews::joinSwitchesTabsOneAndAHalfSecondsLater()

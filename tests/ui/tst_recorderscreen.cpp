@@ -47,6 +47,7 @@ class FakeEngine : public RecordingEngine {
 public:
     QList<InputDevice> devices;
     std::optional<RecorderError> startError;
+    double fileSeconds = 0.1; // what each recording's WAV holds
     int systemAudioRetries = 0;
 
     ~FakeEngine() override { queue.shutdown(); }
@@ -63,7 +64,7 @@ public:
             if (!startError) {
                 WavWriter wav;
                 wav.open(path);
-                wav.write(std::vector<float>(4800, 0.0f));
+                wav.write(std::vector<float>(std::size_t(fileSeconds * 48000), 0.0f));
             }
             done(startError);
         });
@@ -247,6 +248,7 @@ private Q_SLOTS:
     void retryUploadOnlyWhileTheFileExists();
     void uploadedRecordingOpensOnTheWeb();
     void pickersAndWarnings();
+    void soundServerGoesAway();
     void privacySettingsProgram_data();
     void privacySettingsProgram();
 };
@@ -481,6 +483,14 @@ void TestRecorderScreen::stoppingEndsTheOnDevicePreview()
         QVERIFY(w.engine->hasConsumer());
         QVERIFY(w.screen->listening());
 
+        // A language without a model, then one with: the preview follows.
+        w.screen->setSpeechLocale(QStringLiteral("af-ZA"));
+        TRY_VERIFY(local.status().isError());
+        QVERIFY(local.status().message().contains(QStringLiteral("Afrikaans")));
+        w.screen->setSpeechLocale(QStringLiteral("en-US"));
+        TRY_COMPARE(local.status(), TranscriptStatus::active());
+        QVERIFY(w.engine->hasConsumer());
+
         if (byMainButton) {
             w.screen->pressMainButton();
         } else {
@@ -606,6 +616,50 @@ void TestRecorderScreen::pickersAndWarnings()
     QCOMPARE(w.engine->systemAudioRetries, 1);
     w.engine->send(AudioEngineUpdate::systemAudioActive(true));
     TRY_VERIFY(!w.screen->systemAudioWarningVisible());
+    QVERIFY(w.stopToPendingSave());
+    w.screen->discard();
+
+    // A video recording's screen-access advice, then an audio-only one
+    // straight from where the first ended: the advice is not shown.
+    w.recorder->setScreenCaptureProbe(
+        [](const std::function<void(AudioRecorder::ProbeResult)>& done) {
+            done(AudioRecorder::ProbeResult::Failed);
+        });
+    w.screen->setRecordVideo(true);
+    w.screen->pressMainButton();
+    TRY_VERIFY(!w.recorder->screenAccessWarning().isEmpty());
+    // The made-up display cannot be captured: the video part fails.
+    TRY_COMPARE(w.recorder->state().kind(), Kind::Error);
+    w.screen->setRecordVideo(false);
+    QVERIFY(w.record());
+    QVERIFY(!w.screen->screenAccessWarningVisible());
+}
+
+void TestRecorderScreen::soundServerGoesAway()
+{
+    World w;
+    w.engine->fileSeconds = 2.5;
+    QVERIFY(w.record());
+    w.engine->send(AudioEngineUpdate::makeMeters({.mic = 0.5f, .system = 0.4f}));
+    TRY_COMPARE(w.recorder->micLevel(), 0.5f);
+
+    // The server's devices vanish with it: the picker keeps what it showed.
+    w.engine->devices.clear();
+    w.engine->send(AudioEngineUpdate::soundServer(false));
+    TRY_COMPARE(w.screen->soundServer(), RecorderScreen::SoundServer::Waiting);
+    w.recorder->refreshInputDevices();
+    QCOMPARE(w.screen->microphones().size(), 2);
+    QCOMPARE(w.recorder->micLevel(), 0.0f);
+    QCOMPARE(w.recorder->systemLevel(), 0.0f);
+
+    w.engine->send(AudioEngineUpdate::soundServer(true));
+    TRY_COMPARE(w.screen->soundServer(), RecorderScreen::SoundServer::Resumed);
+
+    // The save card shows what the file holds, not the time that passed.
+    QVERIFY(w.stopToPendingSave());
+    QCOMPARE(w.recorder->elapsed(), 2.5);
+    QCOMPARE(w.screen->durationText(), QStringLiteral("00:02"));
+    QCOMPARE(w.screen->soundServer(), RecorderScreen::SoundServer::Answers);
 }
 
 void TestRecorderScreen::privacySettingsProgram_data()

@@ -129,8 +129,12 @@ void PasskeysModel::add()
         return;
     setActionError({});
     setRegistering(true);
+    const quint64 generation = m_actionGeneration;
     m_operations.registerPasskey(std::nullopt, this,
-                                 [this](const PasskeyOperationResult<Passkey>& result) {
+                                 [this, generation](const PasskeyOperationResult<Passkey>& result) {
+                                     setRegistering(false);
+                                     if (generation != m_actionGeneration)
+                                         return;
                                      if (result.ok()) {
                                          beginInsertRows({}, 0, 0);
                                          m_items.prepend(result.value());
@@ -139,7 +143,6 @@ void PasskeysModel::add()
                                      } else if (!isCancellation(result.error())) {
                                          setActionError(describe(result.error()));
                                      }
-                                     setRegistering(false);
                                  });
 }
 
@@ -163,12 +166,29 @@ void PasskeysModel::confirmRemove()
     const qint64 id = m_pendingDelete->id;
     setPendingDelete(std::nullopt);
     setActionError({});
-    m_operations.deletePasskey(id, this, [this, id](const std::optional<PasskeyFailure>& failure) {
-        if (failure)
-            setActionError(describe(*failure));
-        else
-            removeRowsOf(id);
-    });
+    const quint64 generation = m_actionGeneration;
+    m_operations.deletePasskey(
+        id, this, [this, id, generation](const std::optional<PasskeyFailure>& failure) {
+            if (generation != m_actionGeneration)
+                return;
+            if (failure)
+                setActionError(describe(*failure));
+            else
+                removeRowsOf(id);
+        });
+}
+
+void PasskeysModel::clear()
+{
+    ++m_loadGeneration;
+    ++m_actionGeneration;
+    m_loadedOnce = false;
+    replaceRows(m_items, QList<Passkey>());
+    setPendingDelete(std::nullopt);
+    setActionError({});
+    setError({});
+    setLoading(false);
+    updateEmpty();
 }
 
 void PasskeysModel::removeRowsOf(qint64 id)

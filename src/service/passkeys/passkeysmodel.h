@@ -64,6 +64,9 @@ public Q_SLOTS:
     // Asks for confirmation before removing `id`.
     void requestRemove(qint64 id);
     void cancelRemove();
+    // Forgets the rows, the errors and a pending removal (the sheet closed,
+    // or the session ended); answers still on their way are dropped.
+    void clear();
     // Removes the passkey awaiting confirmation; a failure keeps its row.
     void confirmRemove();
 
@@ -88,6 +91,8 @@ private:
     bool m_loadedOnce = false;
     bool m_isEmpty = false;
     quint64 m_loadGeneration = 0;
+    // Bumped by clear(): adds and removals sent before it are dropped.
+    quint64 m_actionGeneration = 0;
 };
 
 } // namespace sorv
