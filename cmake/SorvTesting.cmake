@@ -1,8 +1,8 @@
 # sorv_add_test(NAME SOURCES a.cpp ... LIBS lib ... [LABELS l ...] [TIMEOUT s])
 # One QtTest executable per test file, registered with CTest and labelled
 # with its folder (core, audio, service, …) besides any LABELS given: "pulse"
-# marks the tests that need the private PulseAudio daemon, "x11" those that
-# need a display. Every test gets its own XDG directories so settings,
+# marks the tests that need the private PulseAudio daemon (they are "slow"
+# too: `ctest -LE slow` is the quick loop), "x11" those that need a display. Every test gets its own XDG directories so settings,
 # secrets and recordings never touch the user's.
 function(sorv_add_test name)
   cmake_parse_arguments(T "" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
@@ -11,6 +11,9 @@ function(sorv_add_test name)
   add_test(NAME ${name} COMMAND ${name})
   if(NOT T_TIMEOUT)
     set(T_TIMEOUT 300)
+  endif()
+  if("pulse" IN_LIST T_LABELS)
+    list(APPEND T_LABELS slow)
   endif()
   get_filename_component(folder ${CMAKE_CURRENT_SOURCE_DIR} NAME)
   set_tests_properties(${name} PROPERTIES TIMEOUT ${T_TIMEOUT}

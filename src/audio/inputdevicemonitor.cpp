@@ -1,6 +1,7 @@
 #include "inputdevicemonitor.h"
 
 #include "audio/inputdevicelist.h"
+#include "audio/pulsebackend.h"
 #include "core/log.h"
 
 #include <QTimer>
@@ -13,8 +14,8 @@ const QString kClientName = QStringLiteral("Sorvelandrix Recorder devices");
 // Bounded so that a hung server only delays the next attempt.
 constexpr int kQueryTimeoutMs = 2000;
 
-const PulseContext::SourceInfo* findSource(const QList<PulseContext::SourceInfo>& sources,
-                                           const QString& name)
+const CaptureBackend::SourceInfo* findSource(const QList<CaptureBackend::SourceInfo>& sources,
+                                             const QString& name)
 {
     for (const auto& s : sources)
         if (s.name == name)
@@ -49,8 +50,10 @@ InputDeviceMonitor::Change InputDeviceMonitor::compare(const Snapshot& before,
 }
 
 InputDeviceMonitor::InputDeviceMonitor(Listener listener, Options options)
-    : m_options(options), m_listener(std::move(listener))
+    : m_options(std::move(options)), m_listener(std::move(listener))
 {
+    if (!m_options.backend)
+        m_options.backend = PulseBackend::shared();
     m_queue.post([this] { connectToServer(); });
 }
 
@@ -80,10 +83,10 @@ void InputDeviceMonitor::connectToServer()
 {
     if (m_stopping || m_context)
         return;
-    auto context = std::make_unique<PulseContext>();
-    PulseContext::ConnectError error = PulseContext::ConnectError::None;
+    CaptureBackend::ConnectError error = CaptureBackend::ConnectError::None;
     QString message;
-    if (!context->connect(kClientName, &error, &message, kQueryTimeoutMs)) {
+    auto context = m_options.backend->connect(kClientName, &error, &message, kQueryTimeoutMs);
+    if (!context) {
         if (!m_published)
             publish(Snapshot{});
         scheduleReconnect();
@@ -91,8 +94,8 @@ void InputDeviceMonitor::connectToServer()
     }
     context->setConnectionLostHandler([this] { m_queue.post([this] { connectionLost(); }); });
     const bool subscribed = context->subscribe(
-        [this](PulseContext::Facility facility, PulseContext::EventType, std::uint32_t) {
-            if (facility != PulseContext::Facility::Other)
+        [this](CaptureBackend::Facility facility, CaptureBackend::EventType, std::uint32_t) {
+            if (facility != CaptureBackend::Facility::Other)
                 m_queue.post([this] { scheduleRefresh(); });
         },
         kQueryTimeoutMs);

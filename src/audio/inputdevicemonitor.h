@@ -1,7 +1,7 @@
 #pragma once
 
+#include "audio/capturebackend.h"
 #include "audio/inputdevice.h"
-#include "audio/pulsecontext.h"
 #include "core/serialqueue.h"
 
 #include <QList>
@@ -26,14 +26,16 @@ public:
     struct Options {
         // How often a lost (or never reached) server is tried again.
         std::chrono::milliseconds reconnectInterval{1000};
+        // The sound server; PulseBackend when not set.
+        std::shared_ptr<CaptureBackend> backend;
     };
 
     // The server as last seen.
     struct Snapshot {
         bool serverAvailable = false;
         QString defaultSourceName;
-        QList<PulseContext::SourceInfo> sources; // monitors included, server order
-        QList<InputDevice> devices;              // the picker's list, sorted
+        QList<CaptureBackend::SourceInfo> sources; // monitors included, server order
+        QList<InputDevice> devices;                // the picker's list, sorted
     };
 
     // What changed between two snapshots.
@@ -84,7 +86,7 @@ private:
     SerialQueue m_queue{QStringLiteral("com.sorvelandrix.audio.observer")};
 
     // Queue state.
-    std::unique_ptr<PulseContext> m_context;
+    std::unique_ptr<CaptureBackend::Connection> m_context;
     bool m_refreshPending = false;
     bool m_published = false;
     bool m_stopping = false;

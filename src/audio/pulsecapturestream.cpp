@@ -46,11 +46,11 @@ void PulseCaptureStream::close()
     m_stream = nullptr;
 }
 
-bool PulseCaptureStream::start(QString* message, int* paError, int timeoutMs)
+bool PulseCaptureStream::start(QString* message, bool* accessDenied, int timeoutMs)
 {
     auto fail = [&](int err) {
-        if (paError)
-            *paError = err;
+        if (accessDenied)
+            *accessDenied = err == PA_ERR_ACCESS;
         if (message)
             *message = QString::fromUtf8(pa_strerror(err));
         close();
