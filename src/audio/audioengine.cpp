@@ -632,19 +632,25 @@ void AudioEngine::onDeviceChange(const InputDeviceMonitor::Change& change)
     if (!m_micStream)
         return;
 
+    // Judged on the server's state, not on what changed: a burst of changes
+    // may reach us as one, and a stream that failed has been restarted
+    // already. The source gone, or re-created under its name, is a change.
     const QString current = m_micStream->sourceName();
-    bool affected =
-        change.removedSources.contains(current) || change.reconfiguredSources.contains(current);
+    const auto& sources = change.snapshot.sources;
+    const auto source = std::find_if(sources.begin(), sources.end(),
+                                     [&](const auto& s) { return s.name == current; });
+    bool affected = source == sources.end() || source->index != m_micStream->sourceIndex();
     if (m_micFollowsDefault) {
-        if (change.defaultSourceChanged && change.snapshot.defaultSourceName != current)
+        // The chosen microphone when it is back (plugged in again), else the
+        // default one.
+        auto wanted = m_requestedDeviceID != 0
+                          ? sourceNameForInputDevice(sources, m_requestedDeviceID)
+                          : std::nullopt;
+        if (!wanted)
+            wanted = sourceNameForInputDevice(
+                sources, inputDeviceIdForSourceName(change.snapshot.defaultSourceName));
+        if (wanted && *wanted != current)
             affected = true;
-        // The chosen microphone is back (plugged in again): leave the stand-in.
-        if (m_requestedDeviceID != 0) {
-            const auto wanted =
-                sourceNameForInputDevice(change.snapshot.sources, m_requestedDeviceID);
-            if (wanted && change.addedSources.contains(*wanted))
-                affected = true;
-        }
     }
     if (affected)
         m_health.configurationChanged();

@@ -100,6 +100,9 @@ public:
         virtual double sampleRate() const = 0;
         virtual std::uint32_t channels() const = 0;
         virtual QString sourceName() const = 0;
+        // The server's index of that source: a source re-created under the
+        // same name (a Bluetooth profile switch) has a new one.
+        virtual std::uint32_t sourceIndex() const = 0;
     };
 
     // One connection to the server. The queries wait with a bound, so a hung

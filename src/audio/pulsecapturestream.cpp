@@ -99,6 +99,7 @@ bool PulseCaptureStream::start(QString* message, bool* accessDenied, int timeout
     }
     if (const char* device = pa_stream_get_device_name(m_stream))
         m_sourceName = QString::fromUtf8(device);
+    m_sourceIndex = pa_stream_get_device_index(m_stream);
     m_pending.reserve(static_cast<size_t>(m_framesPerChunk) * m_channels);
     m_wasReady = true;
     return true;

@@ -52,6 +52,7 @@ public:
     double sampleRate() const override { return m_rate; }
     std::uint32_t channels() const override { return m_channels; }
     QString sourceName() const override { return m_sourceName; }
+    std::uint32_t sourceIndex() const override { return m_sourceIndex; }
 
 private:
     static void onRead(pa_stream* s, size_t nbytes, void* userdata);
@@ -73,6 +74,7 @@ private:
 
     pa_stream* m_stream = nullptr;
     bool m_wasReady = false;
+    std::uint32_t m_sourceIndex = 0xffffffffu;
     double m_rate = 48000.0;
     std::uint32_t m_channels = 1;
 

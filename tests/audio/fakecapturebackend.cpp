@@ -68,6 +68,7 @@ struct FakeCaptureBackend::ConnectionState {
 
 struct FakeCaptureBackend::StreamState {
     QString source;
+    std::uint32_t sourceIndex = 0;
     bool started = false;
     bool failed = false;
     Stream::Sink sink;
@@ -187,6 +188,7 @@ public:
             return fail(refusal->second.message, refusal->second.accessDenied);
         }
         m_stream->started = true;
+        m_stream->sourceIndex = m_state->sources[m_stream->source].index;
         ++m_state->opened[m_stream->source];
         return true;
     }
@@ -204,6 +206,11 @@ public:
     double sampleRate() const override { return 48000.0; }
     std::uint32_t channels() const override { return 1; }
     QString sourceName() const override { return m_stream->source; }
+    std::uint32_t sourceIndex() const override
+    {
+        std::lock_guard g(m_state->lock);
+        return m_stream->sourceIndex;
+    }
 
 private:
     std::shared_ptr<FakeCaptureBackend::State> m_state;

@@ -43,7 +43,7 @@ struct Recording {
     Recording(const Recording&) = delete;
     Recording& operator=(const Recording&) = delete;
 
-    bool start(const QString& wav, std::uint32_t device = 0)
+    void begin(const QString& wav, std::uint32_t device = 0)
     {
         engine.start(
             {wav, device},
@@ -55,6 +55,10 @@ struct Recording {
                 std::lock_guard g(lock);
                 startResult = std::move(e);
             });
+    }
+    bool start(const QString& wav, std::uint32_t device = 0)
+    {
+        begin(wav, device);
         if (!QTest::qWaitFor([this] { return started(); }, 10000))
             return false;
         std::lock_guard g(lock);
@@ -135,6 +139,7 @@ private Q_SLOTS:
     void cleanup();
     void mixesMicrophoneAndSystemAudio();
     void unloadedMicrophoneFallsBackToTheDefault();
+    void slowMicrophoneIsGivenTimeToWakeUp();
     void recordingSurvivesTheSoundServer();
 
 private:
@@ -217,6 +222,25 @@ void TestAudioCapture::unloadedMicrophoneFallsBackToTheDefault()
     r.stop();
     QCOMPARE(r.all(Kind::MicEngineRestarted).size(), 1);
     QVERIFY(medianToneAmplitude(tail(readWavFile(wav("unplug.wav")), 1.0), 1000) > 0.05);
+}
+
+void TestAudioCapture::slowMicrophoneIsGivenTimeToWakeUp()
+{
+    // There, but recording nothing for two seconds, like a Bluetooth headset
+    // switching to its microphone profile.
+    QVERIFY(m_sandbox->addSlowMicrophone(QStringLiteral("btmic"), QStringLiteral("BT Headset")));
+    Recording r(options());
+    r.begin(wav("slow.wav"), inputDeviceIdForSourceName(QStringLiteral("btmic")));
+    QTest::qWait(2000);
+    m_sandbox->releaseSlowMicrophone();
+    QVERIFY(m_sandbox->playIntoSource(QStringLiteral("btmic"),
+                                      m_tones.filePath(QStringLiteral("700.wav"))));
+    QTRY_VERIFY_WITH_TIMEOUT(r.started(), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(r.frames() > 96000, 10000);
+    QCOMPARE(r.micSource(), QStringLiteral("btmic"));
+    r.stop();
+    QVERIFY(r.all(Kind::MicEngineRestarted).isEmpty());
+    QVERIFY(medianToneAmplitude(tail(readWavFile(wav("slow.wav")), 1.0), 700) > 0.05);
 }
 
 void TestAudioCapture::recordingSurvivesTheSoundServer()
