@@ -345,8 +345,11 @@ void AudioEngine::runSystemAudioAttempt(int attempt, std::uint64_t generation)
     const std::optional<SystemCaptureFailure> failure = startSystemAudioCapture();
 
     if (!failure) {
-        consoleLog(QStringLiteral("✅ System audio capture started on attempt %1").arg(attempt));
+        consoleLog(QStringLiteral("✅ System audio capture started on attempt %1 (%2)")
+                       .arg(attempt)
+                       .arg(m_systemSinkDescription));
         m_systemAttempting = false;
+        report(AudioEngineUpdate::systemAudioDevice(m_systemSinkDescription));
         reportSystemAudioStatus(true, std::nullopt);
         return;
     }
@@ -378,6 +381,7 @@ std::optional<AudioEngine::SystemCaptureFailure> AudioEngine::startSystemAudioCa
     assertOnQueue();
     m_systemStream.reset();
     m_systemConverter.reset();
+    ++m_systemStreamSerial;
     if (!m_server)
         return SystemCaptureFailure{false, QStringLiteral("No sound server")};
 
@@ -399,6 +403,7 @@ std::optional<AudioEngine::SystemCaptureFailure> AudioEngine::startSystemAudioCa
                        .arg(server->defaultSinkName)};
 
     const std::uint64_t generation = m_generation;
+    const std::uint64_t serial = m_systemStreamSerial;
     auto stream = m_server->openStream(
         QStringLiteral("System audio"), monitor, kFramesPerBuffer,
         [this, generation](CaptureBackend::Chunk&& chunk) {
@@ -408,17 +413,18 @@ std::optional<AudioEngine::SystemCaptureFailure> AudioEngine::startSystemAudioCa
                 onSystemChunk(std::move(chunk.samples), chunk.peak);
             });
         });
-    stream->setFailureHandler([this, generation] {
-        m_audioQueue.post([this, generation] {
-            if (generation != m_generation || !m_isRunning || !m_mix.systemAudioActive())
+    stream->setFailureHandler([this, generation, serial] {
+        m_audioQueue.post([this, generation, serial] {
+            if (generation != m_generation || !m_isRunning || serial != m_systemStreamSerial ||
+                !m_mix.systemAudioActive())
                 return;
             if (!m_server || !m_server->isReady()) {
                 enterServerAway();
                 return;
             }
-            consoleLog(
-                QStringLiteral("⚠️ System audio stream ended; recording the microphone only"));
-            reportSystemAudioStatus(false, QStringLiteral("System audio capture stopped"));
+            // Its output went away: whatever the server plays on now.
+            consoleLog(QStringLiteral("⚠️ System audio stream ended (%1)").arg(m_systemSink));
+            moveSystemAudio();
         });
     });
     QString error;
@@ -430,7 +436,50 @@ std::optional<AudioEngine::SystemCaptureFailure> AudioEngine::startSystemAudioCa
     if (!converter.isPassThrough())
         m_systemConverter = std::move(converter);
     m_systemStream = std::move(stream);
+    m_systemSink = server->defaultSinkName;
+    m_systemSinkDescription = m_systemSink;
+    if (const auto sinks = m_server->sinks())
+        for (const auto& sink : *sinks)
+            if (sink.name == m_systemSink && !sink.description.isEmpty())
+                m_systemSinkDescription = sink.description;
     return std::nullopt;
+}
+
+void AudioEngine::moveSystemAudio()
+{
+    assertOnQueue();
+    const QString from = m_systemSinkDescription;
+    if (const auto failure = startSystemAudioCapture()) {
+        consoleLog(QStringLiteral("⚠️ System audio could not follow the output: %1")
+                       .arg(failure->message));
+        reportSystemAudioStatus(false, QStringLiteral("System audio capture stopped"));
+        return;
+    }
+    consoleLog(QStringLiteral("🔊 System audio follows the output: %1 → %2")
+                   .arg(from, m_systemSinkDescription));
+    report(AudioEngineUpdate::systemAudioDevice(m_systemSinkDescription));
+}
+
+void AudioEngine::followOutputs(const InputDeviceMonitor::Change& change,
+                                const QString& defaultSink,
+                                const QList<CaptureBackend::SinkInfo>& sinks)
+{
+    assertOnQueue();
+    if (m_systemAttempting)
+        return;
+    if (m_mix.systemAudioActive()) {
+        const bool present = std::any_of(sinks.begin(), sinks.end(),
+                                         [this](const auto& s) { return s.name == m_systemSink; });
+        if (!present || (!defaultSink.isEmpty() && defaultSink != m_systemSink))
+            moveSystemAudio();
+        return;
+    }
+    // Not recording system audio (no output, or it failed): a new output or
+    // a new default is worth another round, each time one comes.
+    if (defaultSink.isEmpty() || (change.addedSinks.isEmpty() && !change.defaultSinkChanged))
+        return;
+    consoleLog(QStringLiteral("🔄 System audio: the outputs changed, trying again"));
+    runSystemAudioAttempt(1, m_generation);
 }
 
 void AudioEngine::reportSystemAudioStatus(bool active, const std::optional<QString>& error)
@@ -498,6 +547,9 @@ void AudioEngine::stopCapture()
     m_isRunning = false;
     m_serverAway = false;
     m_systemAttempting = false;
+    m_waitingForMicrophone = false;
+    m_systemSink.clear();
+    m_systemSinkDescription.clear();
     ++m_generation;
     ++m_watchdogSerial;
     m_health.stop();
@@ -628,27 +680,35 @@ void AudioEngine::onDeviceChange(const InputDeviceMonitor::Change& change)
             resumeAfterServer();
         return;
     }
+    if (!m_server)
+        return;
+    // Decided on what the server says now, not on the news: a burst of
+    // changes may reach us as one, news may be older than what the engine
+    // has seen since, and a stream that failed has been restarted already.
+    const auto server = m_server->serverInfo();
+    const auto sources = server ? m_server->sources() : std::nullopt;
+    const auto sinks = sources ? m_server->sinks() : std::nullopt;
+    if (!sinks)
+        return; // it broke under the question: its lost handler follows
+    followOutputs(change, server->defaultSinkName, *sinks);
     // A microphone that failed to come back is the watchdog's to restart.
     if (!m_micStream)
         return;
 
-    // Judged on the server's state, not on what changed: a burst of changes
-    // may reach us as one, and a stream that failed has been restarted
-    // already. The source gone, or re-created under its name, is a change.
+    // The source gone, or re-created under its name, is a change.
     const QString current = m_micStream->sourceName();
-    const auto& sources = change.snapshot.sources;
-    const auto source = std::find_if(sources.begin(), sources.end(),
+    const auto source = std::find_if(sources->begin(), sources->end(),
                                      [&](const auto& s) { return s.name == current; });
-    bool affected = source == sources.end() || source->index != m_micStream->sourceIndex();
+    bool affected = source == sources->end() || source->index != m_micStream->sourceIndex();
     if (m_micFollowsDefault) {
         // The chosen microphone when it is back (plugged in again), else the
         // default one.
         auto wanted = m_requestedDeviceID != 0
-                          ? sourceNameForInputDevice(sources, m_requestedDeviceID)
+                          ? sourceNameForInputDevice(*sources, m_requestedDeviceID)
                           : std::nullopt;
         if (!wanted)
             wanted = sourceNameForInputDevice(
-                sources, inputDeviceIdForSourceName(change.snapshot.defaultSourceName));
+                *sources, inputDeviceIdForSourceName(server->defaultSourceName));
         if (wanted && *wanted != current)
             affected = true;
     }
@@ -683,12 +743,24 @@ void AudioEngine::resumeAfterServer()
     assertOnQueue();
     if (!m_isRunning || !m_serverAway || !connectToServer())
         return;
+    // A server that answers may not have its devices yet (after a restart
+    // wireplumber re-creates them a moment later): without a microphone the
+    // recording goes on waiting, and the next device change tries again.
+    if (auto error = startMicEngine()) {
+        if (!m_waitingForMicrophone)
+            consoleLog(
+                QStringLiteral("⚠️ The sound server answers but has no microphone yet (%1); "
+                               "waiting for one")
+                    .arg(error->description()));
+        m_waitingForMicrophone = true;
+        m_micStream.reset();
+        m_server.reset();
+        return;
+    }
+    m_waitingForMicrophone = false;
     m_serverAway = false;
     // What system audio had queued belongs before the gap.
     m_mix.systemBuffer().clear();
-    if (auto error = startMicEngine())
-        consoleLog(QStringLiteral("❌ Microphone did not come back with the sound server: %1")
-                       .arg(error->description()));
     // As at a start: the first look at the new stream a whole period later.
     m_health.resumed();
     armWatchdog();

@@ -30,9 +30,11 @@ namespace sorv {
 //
 // During a recording the microphone is kept alive by MicrophoneHealth (the
 // engine is the microphone it restarts) and follows the sound server's
-// device changes as the InputDeviceMonitor reports them. When the server
-// itself goes away the recording waits, writing nothing, and both streams
-// start again once it answers.
+// device changes as the InputDeviceMonitor reports them. System audio is the
+// default output's monitor, so it follows the output: to the new default, or
+// away from an output that vanished, and back once there is one again. When
+// the server itself goes away the recording waits, writing nothing, and both
+// streams start again once it answers with a microphone.
 class AudioEngine : public RecordingEngine, private MicrophoneHealth::Microphone {
 public:
     using UpdateHandler = RecordingEngine::UpdateHandler;
@@ -132,6 +134,9 @@ private:
     std::optional<QString> restart() override;
     void runSystemAudioAttempt(int attempt, std::uint64_t generation);
     std::optional<SystemCaptureFailure> startSystemAudioCapture();
+    void followOutputs(const InputDeviceMonitor::Change& change, const QString& defaultSink,
+                       const QList<CaptureBackend::SinkInfo>& sinks);
+    void moveSystemAudio();
     void reportSystemAudioStatus(bool active, const std::optional<QString>& error);
     void onMicChunk(std::vector<float> interleaved, float peak, std::int64_t hostTimeNs);
     void onSystemChunk(std::vector<float> interleaved, float peak);
@@ -171,6 +176,12 @@ private:
     bool m_serverAvailable = false; // as the device monitor last saw it
     // A round of system-audio attempts has begun and not yet reported.
     bool m_systemAttempting = false;
+    // The output whose monitor system audio records, and its name for people.
+    QString m_systemSink;
+    QString m_systemSinkDescription;
+    std::uint64_t m_systemStreamSerial = 0;
+    // Back from an away server that has no microphone yet (said once).
+    bool m_waitingForMicrophone = false;
 
     // Set from the owner's thread, called from the monitor's.
     mutable std::mutex m_handlerLock;

@@ -112,7 +112,7 @@ public:
     public:
         virtual ~Connection() = default;
         virtual bool isReady() const = 0;
-        // Follows changes of sources and of the server (default devices).
+        // Follows changes of sources, sinks and the server (default devices).
         virtual bool subscribe(SubscriptionHandler handler, int timeoutMs = kDefaultTimeoutMs) = 0;
         // Called once when the established connection breaks.
         virtual void setConnectionLostHandler(ConnectionLostHandler handler) = 0;

@@ -14,12 +14,11 @@ const QString kClientName = QStringLiteral("Sorvelandrix Recorder devices");
 // Bounded so that a hung server only delays the next attempt.
 constexpr int kQueryTimeoutMs = 2000;
 
-const CaptureBackend::SourceInfo* findSource(const QList<CaptureBackend::SourceInfo>& sources,
-                                             const QString& name)
+template <typename Info> const Info* find(const QList<Info>& list, const QString& name)
 {
-    for (const auto& s : sources)
-        if (s.name == name)
-            return &s;
+    for (const auto& i : list)
+        if (i.name == name)
+            return &i;
     return nullptr;
 }
 
@@ -36,16 +35,25 @@ InputDeviceMonitor::Change InputDeviceMonitor::compare(const Snapshot& before,
     if (!before.serverAvailable || !after.serverAvailable)
         return change;
     change.defaultSourceChanged = before.defaultSourceName != after.defaultSourceName;
+    change.defaultSinkChanged = before.defaultSinkName != after.defaultSinkName;
     for (const auto& now : after.sources) {
-        const auto* was = findSource(before.sources, now.name);
+        const auto* was = find(before.sources, now.name);
         if (!was)
             change.addedSources << now.name;
         else if (!was->sameConfiguration(now))
             change.reconfiguredSources << now.name;
     }
     for (const auto& was : before.sources)
-        if (!findSource(after.sources, was.name))
+        if (!find(after.sources, was.name))
             change.removedSources << was.name;
+    // An output re-created under its name (unplugged and plugged in again
+    // between two looks) is a new one too.
+    for (const auto& now : after.sinks)
+        if (const auto* was = find(before.sinks, now.name); !was || was->index != now.index)
+            change.addedSinks << now.name;
+    for (const auto& was : before.sinks)
+        if (!find(after.sinks, was.name))
+            change.removedSinks << was.name;
     return change;
 }
 
@@ -135,7 +143,8 @@ void InputDeviceMonitor::refresh()
         return;
     const auto server = m_context->serverInfo(kQueryTimeoutMs);
     const auto sources = server ? m_context->sources(kQueryTimeoutMs) : std::nullopt;
-    if (!server || !sources) {
+    const auto sinks = sources ? m_context->sinks(kQueryTimeoutMs) : std::nullopt;
+    if (!server || !sources || !sinks) {
         // The connection broke under the query; its lost handler follows.
         // Anything else (a slow answer) is tried again on the next event.
         if (!m_context->isReady())
@@ -145,7 +154,9 @@ void InputDeviceMonitor::refresh()
     Snapshot next;
     next.serverAvailable = true;
     next.defaultSourceName = server->defaultSourceName;
+    next.defaultSinkName = server->defaultSinkName;
     next.sources = *sources;
+    next.sinks = *sinks;
     next.devices = inputDevicesFromSources(next.sources, next.defaultSourceName);
     publish(next);
 }

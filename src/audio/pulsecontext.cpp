@@ -230,6 +230,9 @@ bool PulseContext::subscribe(SubscriptionHandler handler, int timeoutMs)
             case PA_SUBSCRIPTION_EVENT_SOURCE:
                 facility = Facility::Source;
                 break;
+            case PA_SUBSCRIPTION_EVENT_SINK:
+                facility = Facility::Sink;
+                break;
             case PA_SUBSCRIPTION_EVENT_SERVER:
                 facility = Facility::Server;
                 break;
@@ -252,8 +255,8 @@ bool PulseContext::subscribe(SubscriptionHandler handler, int timeoutMs)
         this);
     Operation op(pa_context_subscribe(
         m_context,
-        static_cast<pa_subscription_mask_t>(PA_SUBSCRIPTION_MASK_SOURCE |
-                                            PA_SUBSCRIPTION_MASK_SERVER),
+        static_cast<pa_subscription_mask_t>(
+            PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER),
         [](pa_context*, int success, void* userdata) {
             auto* r = static_cast<Result*>(userdata);
             r->ok = success != 0;

@@ -51,7 +51,7 @@ public:
                  int timeoutMs = kDefaultTimeoutMs);
     bool isReady() const override;
 
-    // Subscribes to changes of sources and of the server (default devices).
+    // Subscribes to changes of sources, sinks and the server (default devices).
     bool subscribe(SubscriptionHandler handler, int timeoutMs = kDefaultTimeoutMs) override;
     // Called once, on PulseAudio's thread, when an established connection
     // breaks: the server went away. It must only post.

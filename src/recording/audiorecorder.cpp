@@ -118,6 +118,11 @@ void AudioRecorder::setSystemAudioActive(bool v)
     setAndNotify(this, m_systemAudioActive, v, &AudioRecorder::systemAudioActiveChanged);
 }
 
+void AudioRecorder::setSystemAudioDevice(const QString& v)
+{
+    setAndNotify(this, m_systemAudioDevice, v, &AudioRecorder::systemAudioDeviceChanged);
+}
+
 void AudioRecorder::setMicSilent(bool v)
 {
     setAndNotify(this, m_micSilent, v, &AudioRecorder::micSilentChanged);
@@ -208,6 +213,7 @@ void AudioRecorder::requestStartRecording(bool recordVideo,
     setMicSilent(false);
     setMicSilentMessage(QString());
     setSoundServerLost(false);
+    setSystemAudioDevice(QString());
     setSignInRequired(false);
     refreshInputDevices();
 
@@ -391,6 +397,9 @@ void AudioRecorder::applyUpdate(const AudioEngineUpdate& update)
         break;
     case Kind::SystemAudioError:
         setSystemAudioError(update.text.value_or(QString()));
+        break;
+    case Kind::SystemAudioDevice:
+        setSystemAudioDevice(update.text.value_or(QString()));
         break;
     case Kind::MicSilent: {
         // The message first, so that whoever follows micSilent reads the
@@ -630,6 +639,7 @@ void AudioRecorder::clearSessionFields()
     setSystemLevel(0.0f);
     setScreenAccessWarning(QString());
     setSystemAudioError(QString());
+    setSystemAudioDevice(QString());
     setSoundServerLost(false);
     setFailedUploadPath({});
     setSignInRequired(false);

@@ -126,6 +126,13 @@ struct Rig {
             out << u.flag;
         return out;
     }
+    QStringList outputs() // the systemAudioDevice reports in order
+    {
+        QStringList out;
+        for (const auto& u : all(Kind::SystemAudioDevice))
+            out << u.text.value_or(QString());
+        return out;
+    }
     int logged(const QString& prefix)
     {
         std::lock_guard g(lock);
@@ -166,6 +173,8 @@ private Q_SLOTS:
     void stallsEndInTheFatalReport();
     void slowMicrophonesAndDeviceChangesAreNoStalls();
     void recordingWaitsForTheSoundServer();
+    void systemAudioFollowsTheOutput();
+    void systemAudioComesBack();
     void durationIsMeasuredOnTheAudio();
 };
 
@@ -473,6 +482,73 @@ void TestAudioEngine::recordingWaitsForTheSoundServer()
     QVERIFY(rig.frames() > atLoss + 40000);
     QVERIFY(rig.all(Kind::FatalError).isEmpty());
     QVERIFY(rig.all(Kind::MicEngineRestarted).isEmpty());
+}
+
+void TestAudioEngine::systemAudioFollowsTheOutput()
+{
+    Rig rig;
+    rig.fake->addOutput(QStringLiteral("headphones"), QStringLiteral("Headphones"), 550);
+    QVERIFY(rig.start());
+    rig.run(1000ms);
+
+    // Another default output: the same file, that output's sound.
+    rig.fake->setDefaultSink(QStringLiteral("headphones"));
+    QTRY_COMPARE(rig.fake->recordedSources().last(), QStringLiteral("headphones.monitor"));
+    const auto moved = static_cast<size_t>(rig.frames());
+    rig.run(1500ms);
+    // The output recorded goes away: on to the one the server plays on now.
+    rig.fake->remove(QStringLiteral("headphones"));
+    rig.settle();
+    const auto back = static_cast<size_t>(rig.frames());
+    rig.run(1500ms);
+    rig.stop();
+
+    QCOMPARE(rig.outputs(), (QStringList{QStringLiteral("Speakers"), QStringLiteral("Headphones"),
+                                         QStringLiteral("Speakers")}));
+    QCOMPARE(rig.systemAudio(), QList<bool>{true}); // never lost on the way
+    QCOMPARE(rig.logged(QStringLiteral("🔊 System audio follows the output: Speakers → Headphones")),
+             1);
+    const WavContents w = readWavFile(rig.wav());
+    const auto onHeadphones = std::span<const float>(w.samples).subspan(moved + 4096, 48000);
+    QVERIFY(medianToneAmplitude(onHeadphones, 550) > 0.03);
+    QVERIFY(medianToneAmplitude(onHeadphones, 440) < 0.01);
+    const auto onSpeakers = std::span<const float>(w.samples).subspan(back + 4096, 48000);
+    QVERIFY(medianToneAmplitude(onSpeakers, 440) > 0.03);
+    QVERIFY(medianToneAmplitude(onSpeakers, 550) < 0.01);
+}
+
+void TestAudioEngine::systemAudioComesBack()
+{
+    Rig rig;
+    QVERIFY(rig.start());
+    rig.run(500ms);
+    // The only output goes, and comes back (plugged in again).
+    rig.fake->remove(QStringLiteral("speakers"));
+    rig.settle();
+    QCOMPARE(rig.all(Kind::SystemAudioError).last().text,
+             QStringLiteral("System audio capture stopped"));
+    rig.fake->addOutput(QStringLiteral("speakers"), QStringLiteral("Speakers"));
+    QTRY_COMPARE(rig.systemAudio(), (QList<bool>{true, false, true}));
+
+    // The server restarts and makes its devices a moment after it answers,
+    // the microphone first: the recording waits for it, then for an output.
+    rig.fake->setRunning(false);
+    rig.settle();
+    for (const char* device : {"virtmic", "usbmic", "speakers"})
+        rig.fake->remove(QString::fromLatin1(device));
+    rig.fake->setRunning(true);
+    QTRY_COMPARE(
+        rig.logged(QStringLiteral("⚠️ The sound server answers but has no microphone")), 1);
+    rig.run(3000ms);
+    QVERIFY(rig.read<bool>([](const AudioEngine& e) { return e.soundServerAway(); }));
+    rig.fake->addMicrophone(QStringLiteral("virtmic"), QStringLiteral("VirtualMic"));
+    QTRY_COMPARE(rig.all(Kind::SoundServer).size(), 2);
+    QTRY_COMPARE(rig.systemAudio().size(), 4); // no output yet
+    rig.fake->addOutput(QStringLiteral("speakers"), QStringLiteral("Speakers"));
+    QTRY_COMPARE(rig.systemAudio(), (QList<bool>{true, false, true, false, true}));
+    rig.run(1000ms);
+    QVERIFY(rig.all(Kind::MicEngineRestarted).isEmpty());
+    QVERIFY(rig.all(Kind::FatalError).isEmpty());
 }
 
 void TestAudioEngine::durationIsMeasuredOnTheAudio()

@@ -2,7 +2,8 @@
 // server moved by the test: `devices` lists what the recorder's picker
 // lists, and `record --device` shows what happens to the microphone as it
 // happens (a silent microphone with its name, the recovery, a restart after
-// it was unplugged), as text and as JSON events. The engine is the real one
+// it was unplugged, system audio following the output), as text and as JSON
+// events. The engine is the real one
 // with the application's timing, on the fake server's clock.
 
 #include "audio/audioengine.h"
@@ -79,6 +80,7 @@ private Q_SLOTS:
     void devicesWithoutSoundServer();
     void recordShowsTheSilentMicrophoneByName();
     void recordReportsTheMicrophoneAsItHappens();
+    void recordFollowsTheOutput();
 
 private:
     IsolatedEnvironment m_env;
@@ -172,6 +174,38 @@ void TestCliMicrophone::recordShowsTheSilentMicrophoneByName()
     QVERIFY2(r.out.contains(QStringLiteral(
                  "⚠️ Microphone is silent: USB Headset is returning silence. Another app")),
              qPrintable(r.out));
+}
+
+void TestCliMicrophone::recordFollowsTheOutput()
+{
+    // Headphones become the default output, then are unplugged.
+    m_fake->addOutput(QStringLiteral("headphones"), QStringLiteral("Headphones"), 550);
+    bool switched = false;
+    bool unplugged = false;
+    const Run r =
+        runCli(m_fake,
+               {QStringLiteral("--json"), QStringLiteral("record"), QStringLiteral("--duration"),
+                QStringLiteral("60"), QStringLiteral("--discard")},
+               [&](const QString& out) {
+                   if (!switched && out.contains(QStringLiteral("\"Speakers\""))) {
+                       switched = true;
+                       m_fake->setDefaultSink(QStringLiteral("headphones"));
+                   }
+                   if (!unplugged && out.contains(QStringLiteral("\"Headphones\""))) {
+                       unplugged = true;
+                       m_fake->remove(QStringLiteral("headphones"));
+                   }
+               });
+    QCOMPARE(r.status, 0);
+    QStringList outputs;
+    for (const QJsonObject& e : r.events(QStringLiteral("systemAudioDevice")))
+        outputs << e.value(QStringLiteral("name")).toString();
+    QCOMPARE(outputs, (QStringList{QStringLiteral("Speakers"), QStringLiteral("Headphones"),
+                                   QStringLiteral("Speakers")}));
+    // System audio was never lost on the way.
+    const auto systemAudio = r.events(QStringLiteral("systemAudio"));
+    QCOMPARE(systemAudio.size(), 1);
+    QCOMPARE(systemAudio.at(0).value(QStringLiteral("active")).toBool(), true);
 }
 
 QTEST_GUILESS_MAIN(TestCliMicrophone)
