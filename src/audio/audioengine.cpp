@@ -243,7 +243,10 @@ std::optional<RecorderError> AudioEngine::startMicEngine()
                 m_audioQueue.post([this, generation, chunk = std::move(chunk)]() mutable {
                     if (generation != m_generation || !m_isRunning)
                         return;
-                    onMicChunk(std::move(chunk.samples), chunk.peak, chunk.hostTimeNs);
+                    // Stamped when it was captured, not when it reached us:
+                    // what video is lined up against.
+                    onMicChunk(std::move(chunk.samples), chunk.peak,
+                               chunk.hostTimeNs - chunk.latencyNs);
                 });
             });
         stream->setFailureHandler([this, generation, serial] {
@@ -534,7 +537,7 @@ void AudioEngine::finishStop(CaptureBackend::Chunk micTail, CaptureBackend::Chun
         if (!micTail.samples.empty()) {
             AudioBuffer buffer;
             buffer.samples = std::move(micTail.samples);
-            buffer.hostTimeNs = micTail.hostTimeNs;
+            buffer.hostTimeNs = micTail.hostTimeNs - micTail.latencyNs;
             m_mix.processMicBuffer(buffer, micTail.peak);
         }
     }

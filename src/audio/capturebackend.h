@@ -73,6 +73,10 @@ public:
         // CLOCK_MONOTONIC nanoseconds of the first frame, as if the newest
         // frame read had been captured at the moment it was read.
         std::int64_t hostTimeNs = 0;
+        // How long before that moment the newest frame was really captured,
+        // as the server reports it (device and transport latency; 0 when it
+        // cannot say yet).
+        std::int64_t latencyNs = 0;
     };
 
     static constexpr int kDefaultTimeoutMs = 5000;

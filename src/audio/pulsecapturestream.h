@@ -62,7 +62,10 @@ private:
     // there is none.
     bool takeFragment();
     void deliver();
-    Chunk makeChunk(size_t offset, size_t count, std::int64_t firstFrameNs) const;
+    Chunk makeChunk(size_t offset, size_t count, std::int64_t firstFrameNs,
+                    std::int64_t latency) const;
+    // The server's latency of the stream now (main-loop lock held).
+    std::int64_t latencyNs() const;
     void close();
 
     PulseContext& m_context;

@@ -58,6 +58,7 @@ struct FakeCaptureBackend::Device {
     float level = 0;
     bool held = false;
     double phase = 0;
+    std::int64_t latencyNs = 0;
 };
 
 struct FakeCaptureBackend::ConnectionState {
@@ -446,6 +447,13 @@ void FakeCaptureBackend::setHeld(const QString& name, bool held)
         it->second.held = held;
 }
 
+void FakeCaptureBackend::setLatency(const QString& name, std::chrono::milliseconds latency)
+{
+    std::lock_guard g(m_state->lock);
+    if (const auto it = m_state->sources.find(name); it != m_state->sources.end())
+        it->second.latencyNs = std::chrono::nanoseconds(latency).count();
+}
+
 void FakeCaptureBackend::refuseStreams(const QString& source, int times, bool accessDenied,
                                        const QString& message)
 {
@@ -493,7 +501,8 @@ void FakeCaptureBackend::pump(int chunks)
                     }
                     d.phase = std::fmod(d.phase, 2 * M_PI);
                 }
-                deliveries.emplace_back(s->sink, Chunk{tone, d.level, m_clock->nanoseconds()});
+                deliveries.emplace_back(s->sink,
+                                        Chunk{tone, d.level, m_clock->nanoseconds(), d.latencyNs});
             }
         }
         for (auto& [sink, chunk] : deliveries)

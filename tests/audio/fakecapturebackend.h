@@ -69,6 +69,8 @@ public:
     void setLevel(const QString& name, float level);
     // A held source keeps its streams but delivers nothing.
     void setHeld(const QString& name, bool held);
+    // The latency the server reports for the source's streams.
+    void setLatency(const QString& name, std::chrono::milliseconds latency);
     // The next `times` streams on the source fail to start.
     void refuseStreams(const QString& source, int times, bool accessDenied,
                        const QString& message = QStringLiteral("Access denied"));

@@ -176,6 +176,8 @@ private Q_SLOTS:
     void systemAudioFollowsTheOutput();
     void systemAudioComesBack();
     void durationIsMeasuredOnTheAudio();
+    void buffersAreStampedWhenCaptured_data();
+    void buffersAreStampedWhenCaptured();
 };
 
 void TestAudioEngine::missingPieces_data()
@@ -561,6 +563,36 @@ void TestAudioEngine::durationIsMeasuredOnTheAudio()
     rig.stop();
     QCOMPARE(rig.all(Kind::DurationReached).size(), 1);
     QCOMPARE(readWavFile(rig.wav()).samples.size(), size_t(62'400));
+}
+
+void TestAudioEngine::buffersAreStampedWhenCaptured_data()
+{
+    QTest::addColumn<int>("latencyMs");
+    QTest::newRow("null sink") << 0;
+    QTest::newRow("USB headset") << 50;
+    QTest::newRow("Bluetooth headset") << 200;
+}
+
+void TestAudioEngine::buffersAreStampedWhenCaptured()
+{
+    // The video recorder lines the picture up against these stamps: they
+    // must say when the sound was captured, whatever the device's latency.
+    QFETCH(int, latencyMs);
+    Rig rig;
+    rig.fake->setLatency(QStringLiteral("virtmic"), std::chrono::milliseconds(latencyMs));
+    std::mutex lock;
+    std::vector<std::int64_t> stamps;
+    rig.engine->setMixedBufferCallback([&](const AudioBuffer& b) {
+        std::lock_guard g(lock);
+        stamps.push_back(b.hostTimeNs);
+    });
+    QVERIFY(rig.start());
+    const std::int64_t read = rig.fake->clock().nanoseconds(); // the fake's chunks: as read
+    rig.run(1000ms);
+    std::lock_guard g(lock);
+    QVERIFY(stamps.size() >= 10);
+    QCOMPARE(stamps.front(), read - std::int64_t(latencyMs) * 1'000'000);
+    QCOMPARE(stamps[1] - stamps[0], std::int64_t(4096 * 1'000'000'000LL / 48000));
 }
 
 QTEST_GUILESS_MAIN(TestAudioEngine)
