@@ -166,8 +166,7 @@ std::optional<RecorderError> AudioEngine::startOnQueue(const StartRequest& reque
     armWatchdog();
 
     // System audio comes up on its own after the start has returned.
-    const std::uint64_t generation = m_generation;
-    m_audioQueue.post([this, generation] { runSystemAudioAttempt(1, generation); });
+    postSystemAudioAttempts();
     return std::nullopt;
 }
 
@@ -367,6 +366,16 @@ void AudioEngine::runSystemAudioAttempt(int attempt, std::uint64_t generation)
     }
     m_systemAttempting = false;
     reportSystemAudioStatus(false, failure->accessDenied ? kSystemAudioRefused : failure->message);
+}
+
+void AudioEngine::postSystemAudioAttempts()
+{
+    assertOnQueue();
+    // Under way from now, not from when it runs: a Retry or an output's news
+    // in between must not open a second stream.
+    m_systemAttempting = true;
+    const std::uint64_t generation = m_generation;
+    m_audioQueue.post([this, generation] { runSystemAudioAttempt(1, generation); });
 }
 
 void AudioEngine::retrySystemAudio()
@@ -769,8 +778,7 @@ void AudioEngine::resumeAfterServer()
     armWatchdog();
     consoleLog(QStringLiteral("✅ Sound server is back — microphone and system audio restarted"));
     report(AudioEngineUpdate::soundServer(true));
-    const std::uint64_t generation = m_generation;
-    m_audioQueue.post([this, generation] { runSystemAudioAttempt(1, generation); });
+    postSystemAudioAttempts();
 }
 
 // --- Mixed audio --------------------------------------------------------------

@@ -133,6 +133,8 @@ private:
     void resetWindowPeak() override { m_mix.resetPeakWindow(); }
     std::optional<QString> restart() override;
     void runSystemAudioAttempt(int attempt, std::uint64_t generation);
+    // A round of attempts, once the work queued before it is done.
+    void postSystemAudioAttempts();
     std::optional<SystemCaptureFailure> startSystemAudioCapture();
     void followOutputs(const InputDeviceMonitor::Change& change, const QString& defaultSink,
                        const QList<CaptureBackend::SinkInfo>& sinks);
