@@ -177,8 +177,10 @@ bool TestAudioCapture::play()
 
 void TestAudioCapture::cleanup()
 {
-    if (m_sandbox && m_sandbox->isRunning())
+    if (m_sandbox && m_sandbox->isRunning()) {
         m_sandbox->stopPlayback();
+        m_sandbox->removeSlowMicrophone();
+    }
 }
 
 void TestAudioCapture::mixesMicrophoneAndSystemAudio()

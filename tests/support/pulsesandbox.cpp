@@ -375,9 +375,9 @@ bool PulseSandbox::unloadModuleIndex(int index) const
 
 bool PulseSandbox::addSlowMicrophone(const QString& name, const QString& description)
 {
+    m_slowSource = name;
     if (!pipeWire()) {
         // A suspended source takes streams and delivers nothing until resumed.
-        m_slowSource = name;
         return addMicrophone(name, description) >= 0 &&
                pactl({QStringLiteral("suspend-source"), name, QStringLiteral("1")});
     }
@@ -394,15 +394,7 @@ bool PulseSandbox::addSlowMicrophone(const QString& name, const QString& descrip
                      .arg(name, description) +
                  mono}))
         return false;
-    const bool listed = waitFor(
-        [&] {
-            QString sources;
-            return pactl(
-                       {QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sources")},
-                       &sources) &&
-                   sources.contains(QLatin1Char('\t') + name + QLatin1Char('\t'));
-        },
-        5000);
+    const bool listed = waitFor([&] { return listsSource(name); }, 5000);
     ::kill(static_cast<pid_t>(m_slowMicrophone->processId()), SIGSTOP);
     return listed;
 }
@@ -411,8 +403,26 @@ void PulseSandbox::releaseSlowMicrophone()
 {
     if (m_slowMicrophone)
         ::kill(static_cast<pid_t>(m_slowMicrophone->processId()), SIGCONT);
-    else if (!m_slowSource.isEmpty())
+    else if (!m_slowSource.isEmpty() && !pipeWire())
         pactl({QStringLiteral("suspend-source"), m_slowSource, QStringLiteral("0")});
+}
+
+void PulseSandbox::removeSlowMicrophone()
+{
+    if (!m_slowMicrophone)
+        return;
+    endProcess(*m_slowMicrophone, true);
+    m_slowMicrophone.reset();
+    (void)waitFor([this] { return !listsSource(m_slowSource); }, 5000);
+    m_slowSource.clear();
+}
+
+bool PulseSandbox::listsSource(const QString& name) const
+{
+    QString sources;
+    return pactl({QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sources")},
+                 &sources) &&
+           sources.contains(QLatin1Char('\t') + name + QLatin1Char('\t'));
 }
 
 bool PulseSandbox::makeTone(const QString& path, double frequency, double seconds, double amplitude)

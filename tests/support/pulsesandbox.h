@@ -71,6 +71,10 @@ public:
     // source, on PipeWire one whose process is stopped. Fed like the others.
     bool addSlowMicrophone(const QString& name, const QString& description);
     void releaseSlowMicrophone();
+    // Gone again; due before the next case on PipeWire, where the loopback,
+    // once stopped, has left clients that pipewire-pulse took on afterwards
+    // without news of a changed default output.
+    void removeSlowMicrophone();
 
     // The server crashes (SIGKILL; on PipeWire pipewire-pulse, which takes the
     // devices loaded through it along): every client loses its connection,
@@ -92,6 +96,7 @@ private:
     bool launch();
     bool startProcess(QProcess& process, const QString& program, const QStringList& args);
     bool waitUntilAnswering();
+    bool listsSource(const QString& name) const;
     bool pace(const QStringList& monitors);
     void stop();
 
@@ -101,7 +106,7 @@ private:
     // pipewire-pulse last.
     std::vector<std::unique_ptr<QProcess>> m_servers;
     std::unique_ptr<QProcess> m_slowMicrophone; // PipeWire's stopped pw-loopback
-    QString m_slowSource;                       // PulseAudio's suspended source
+    QString m_slowSource;                       // its name (on PulseAudio, suspended)
     std::vector<std::unique_ptr<QProcess>> m_players;
     std::vector<std::unique_ptr<QProcess>> m_pacers;
     bool m_running = false;
