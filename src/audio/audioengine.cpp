@@ -2,16 +2,12 @@
 
 #include "audio/inputdevicelist.h"
 #include "audio/mixer.h"
-#include "audio/pulsecapturestream.h"
-#include "audio/pulsecontext.h"
+#include "audio/pulsebackend.h"
 #include "core/log.h"
 
 #include <QFile>
 #include <QTimer>
 #include <QtGlobal>
-
-#include <pulse/def.h>
-#include <pulse/error.h>
 
 #include <algorithm>
 
@@ -33,6 +29,10 @@ AudioEngine::AudioEngine(Options options)
     : m_options(std::move(options)), m_mix(m_options.clock),
       m_health(*this, m_options.clock, m_options.health)
 {
+    if (!m_options.backend)
+        m_options.backend = PulseBackend::shared();
+    if (!m_options.devices.backend)
+        m_options.devices.backend = m_options.backend;
     m_health.setReporter([this](const AudioEngineUpdate& update) { report(update); });
     // The device list is wanted before any recording: the monitor starts now.
     m_monitor = std::make_unique<InputDeviceMonitor>(
@@ -54,10 +54,23 @@ AudioEngine::~AudioEngine()
     // before the members it touches go away.
     m_monitor.reset();
     m_audioQueue.postAndWait([this] {
-        if (m_isRunning || m_pulse)
+        if (m_isRunning || m_server)
             stopCapture();
+        m_lifetime.reset();
     });
     m_audioQueue.shutdown();
+}
+
+void AudioEngine::after(std::chrono::milliseconds delay, std::function<void()> fn)
+{
+    if (!m_options.delays) {
+        QTimer::singleShot(delay, Qt::PreciseTimer, m_audioQueue.context(), std::move(fn));
+        return;
+    }
+    m_options.delays(delay, [this, alive = std::weak_ptr<int>(m_lifetime), fn = std::move(fn)] {
+        if (alive.lock())
+            m_audioQueue.post(fn);
+    });
 }
 
 void AudioEngine::assertOnQueue() const
@@ -80,16 +93,15 @@ void AudioEngine::inspect(const std::function<void(const AudioEngine&)>& fn) con
 
 void AudioEngine::requestMicrophoneAccess(std::function<void(bool)> done)
 {
-    m_audioQueue.post([done = std::move(done)] {
+    m_audioQueue.post([this, done = std::move(done)] {
         // Only an explicit refusal counts; with no server at all the start
         // reports the missing microphone instead.
-        PulseContext probe;
-        PulseContext::ConnectError error = PulseContext::ConnectError::None;
+        CaptureBackend::ConnectError error = CaptureBackend::ConnectError::None;
         QString message;
-        const bool connected = probe.connect(kClientName, &error, &message);
-        if (!connected && error == PulseContext::ConnectError::AccessDenied)
+        const bool connected = m_options.backend->connect(kClientName, &error, &message) != nullptr;
+        if (!connected && error == CaptureBackend::ConnectError::AccessDenied)
             consoleLog(QStringLiteral("❌ Sound server refused access: %1").arg(message));
-        done(error != PulseContext::ConnectError::AccessDenied);
+        done(error != CaptureBackend::ConnectError::AccessDenied);
     });
 }
 
@@ -106,7 +118,7 @@ std::optional<RecorderError> AudioEngine::startOnQueue(const StartRequest& reque
                                                        UpdateHandler onUpdate)
 {
     assertOnQueue();
-    if (m_isRunning || m_pulse)
+    if (m_isRunning || m_server)
         stopCapture();
 
     m_onUpdate = std::move(onUpdate);
@@ -155,36 +167,35 @@ std::optional<RecorderError> AudioEngine::startOnQueue(const StartRequest& reque
     armWatchdog();
 
     // System audio comes up on its own after the start has returned.
-    const std::uint64_t generation = m_generation;
-    m_audioQueue.post([this, generation] { runSystemAudioAttempt(1, generation); });
+    postSystemAudioAttempts();
     return std::nullopt;
 }
 
 bool AudioEngine::connectToServer()
 {
     assertOnQueue();
-    auto pulse = std::make_unique<PulseContext>();
-    PulseContext::ConnectError connectError = PulseContext::ConnectError::None;
+    CaptureBackend::ConnectError connectError = CaptureBackend::ConnectError::None;
     QString message;
-    if (!pulse->connect(kClientName, &connectError, &message)) {
+    auto server = m_options.backend->connect(kClientName, &connectError, &message);
+    if (!server) {
         consoleLog(QStringLiteral("❌ Could not connect to the sound server: %1").arg(message));
         return false;
     }
     const std::uint64_t generation = m_generation;
-    pulse->setConnectionLostHandler([this, generation] {
+    server->setConnectionLostHandler([this, generation] {
         m_audioQueue.post([this, generation] {
             if (generation == m_generation)
                 enterServerAway();
         });
     });
-    m_pulse = std::move(pulse);
+    m_server = std::move(server);
     return true;
 }
 
 std::optional<std::uint32_t> AudioEngine::defaultInputDeviceID(QString* sourceName)
 {
     assertOnQueue();
-    const auto server = m_pulse ? m_pulse->serverInfo() : std::nullopt;
+    const auto server = m_server ? m_server->serverInfo() : std::nullopt;
     if (!server)
         return std::nullopt;
     if (sourceName)
@@ -198,16 +209,16 @@ void AudioEngine::logDefaultInputDevice()
     const auto id = defaultInputDeviceID(&name);
     if (!id) {
         consoleLog(QStringLiteral("⚠️ Could not get default input device (status: %1)")
-                       .arg(m_pulse ? m_pulse->lastErrorText() : QStringLiteral("no server")));
+                       .arg(m_server ? m_server->lastErrorText() : QStringLiteral("no server")));
         return;
     }
-    if (const auto info = m_pulse->sourceInfo(name))
+    if (const auto info = m_server->sourceInfo(name))
         consoleLog(QStringLiteral("🎤 Default input device: %1 (ID: %2)")
                        .arg(info->description, QString::number(*id)));
     else
         consoleLog(QStringLiteral("🎤 Default input device: <unknown> (ID: %1, nameStatus: %2)")
                        .arg(*id)
-                       .arg(m_pulse->lastErrorText()));
+                       .arg(m_server->lastErrorText()));
 }
 
 std::optional<RecorderError> AudioEngine::startMicEngine()
@@ -217,7 +228,7 @@ std::optional<RecorderError> AudioEngine::startMicEngine()
     m_micStream.reset();
     m_micConverter.reset();
     ++m_micStreamSerial;
-    if (!m_pulse)
+    if (!m_server)
         return RecorderError::noMicrophone();
 
     QString defaultName;
@@ -226,13 +237,16 @@ std::optional<RecorderError> AudioEngine::startMicEngine()
     const std::uint64_t serial = m_micStreamSerial;
 
     auto openStream = [this, generation, serial](const QString& sourceName, QString* error) {
-        auto stream = std::make_unique<PulseCaptureStream>(
-            *m_pulse, QStringLiteral("Microphone"), sourceName, kFramesPerBuffer,
-            [this, generation](PulseCaptureStream::Chunk&& chunk) {
+        auto stream = m_server->openStream(
+            QStringLiteral("Microphone"), sourceName, kFramesPerBuffer,
+            [this, generation](CaptureBackend::Chunk&& chunk) {
                 m_audioQueue.post([this, generation, chunk = std::move(chunk)]() mutable {
                     if (generation != m_generation || !m_isRunning)
                         return;
-                    onMicChunk(std::move(chunk.samples), chunk.peak, chunk.hostTimeNs);
+                    // Stamped when it was captured, not when it reached us:
+                    // what video is lined up against.
+                    onMicChunk(std::move(chunk.samples), chunk.peak,
+                               chunk.hostTimeNs - chunk.latencyNs);
                 });
             });
         stream->setFailureHandler([this, generation, serial] {
@@ -242,8 +256,7 @@ std::optional<RecorderError> AudioEngine::startMicEngine()
                 micStreamFailed();
             });
         });
-        int paError = 0;
-        if (!stream->start(error, &paError))
+        if (!stream->start(error, nullptr))
             stream.reset();
         return stream;
     };
@@ -252,13 +265,12 @@ std::optional<RecorderError> AudioEngine::startMicEngine()
     const std::uint32_t wanted = m_requestedDeviceID;
     if (wanted != 0 && wanted != defaultId) {
         // Resolved afresh each time: the id outlives the source's index.
-        const auto sources = m_pulse->sources();
+        const auto sources = m_server->sources();
         const auto name = sources ? sourceNameForInputDevice(*sources, wanted) : std::nullopt;
         if (name)
             m_micStream = openStream(*name, &error);
         else
-            error = sources ? QString::fromUtf8(pa_strerror(PA_ERR_NOENTITY))
-                            : m_pulse->lastErrorText();
+            error = sources ? QStringLiteral("No such entity") : m_server->lastErrorText();
         if (m_micStream) {
             consoleLog(QStringLiteral("🎤 Explicitly set input device ID: %1").arg(wanted));
             m_selectedInputDeviceID = wanted;
@@ -272,7 +284,7 @@ std::optional<RecorderError> AudioEngine::startMicEngine()
     if (!m_micStream) {
         // The default source falls back to a sink's monitor when a machine
         // has no microphone: recording that would only double system audio.
-        const auto info = m_pulse->sourceInfo(defaultName);
+        const auto info = m_server->sourceInfo(defaultName);
         if (defaultName.isEmpty() || !info || info->isMonitor) {
             consoleLog(QStringLiteral("❌ No microphone source (default source: %1)")
                            .arg(defaultName.isEmpty() ? QStringLiteral("none") : defaultName));
@@ -324,11 +336,6 @@ void AudioEngine::onSystemChunk(std::vector<float> interleaved, float peak)
 
 // --- System audio ------------------------------------------------------------
 
-void AudioEngine::setSystemCaptureFaultInjector(SystemCaptureFaultInjector injector)
-{
-    m_audioQueue.postAndWait([this, &injector] { m_systemFaultInjector = std::move(injector); });
-}
-
 void AudioEngine::runSystemAudioAttempt(int attempt, std::uint64_t generation)
 {
     assertOnQueue();
@@ -338,15 +345,14 @@ void AudioEngine::runSystemAudioAttempt(int attempt, std::uint64_t generation)
     consoleLog(
         QStringLiteral("🔍 System audio attempt %1/%2...").arg(attempt).arg(kSystemAudioAttempts));
 
-    std::optional<SystemCaptureFailure> failure;
-    if (m_systemFaultInjector)
-        failure = m_systemFaultInjector(attempt);
-    if (!failure)
-        failure = startSystemAudioCapture();
+    const std::optional<SystemCaptureFailure> failure = startSystemAudioCapture();
 
     if (!failure) {
-        consoleLog(QStringLiteral("✅ System audio capture started on attempt %1").arg(attempt));
+        consoleLog(QStringLiteral("✅ System audio capture started on attempt %1 (%2)")
+                       .arg(attempt)
+                       .arg(m_systemSinkDescription));
         m_systemAttempting = false;
+        report(AudioEngineUpdate::systemAudioDevice(m_systemSinkDescription));
         reportSystemAudioStatus(true, std::nullopt);
         return;
     }
@@ -355,13 +361,22 @@ void AudioEngine::runSystemAudioAttempt(int attempt, std::uint64_t generation)
         const auto delay = m_options.systemRetryUnit * attempt;
         consoleLog(QStringLiteral("🔄 Access error detected, retrying in %1s...")
                        .arg(QString::number(attempt * 1.5, 'f', 1)));
-        QTimer::singleShot(
-            delay, Qt::PreciseTimer, m_audioQueue.context(),
-            [this, attempt, generation] { runSystemAudioAttempt(attempt + 1, generation); });
+        after(delay,
+              [this, attempt, generation] { runSystemAudioAttempt(attempt + 1, generation); });
         return;
     }
     m_systemAttempting = false;
     reportSystemAudioStatus(false, failure->accessDenied ? kSystemAudioRefused : failure->message);
+}
+
+void AudioEngine::postSystemAudioAttempts()
+{
+    assertOnQueue();
+    // Under way from now, not from when it runs: a Retry or an output's news
+    // in between must not open a second stream.
+    m_systemAttempting = true;
+    const std::uint64_t generation = m_generation;
+    m_audioQueue.post([this, generation] { runSystemAudioAttempt(1, generation); });
 }
 
 void AudioEngine::retrySystemAudio()
@@ -379,59 +394,105 @@ std::optional<AudioEngine::SystemCaptureFailure> AudioEngine::startSystemAudioCa
     assertOnQueue();
     m_systemStream.reset();
     m_systemConverter.reset();
-    if (!m_pulse)
+    ++m_systemStreamSerial;
+    if (!m_server)
         return SystemCaptureFailure{false, QStringLiteral("No sound server")};
 
     // The monitor is found by name: some pulse servers do not resolve
     // @DEFAULT_MONITOR@.
-    const auto server = m_pulse->serverInfo();
+    const auto server = m_server->serverInfo();
     if (!server)
         return SystemCaptureFailure{false, QStringLiteral("Could not read the sound server's "
                                                           "configuration: %1")
-                                               .arg(m_pulse->lastErrorText())};
+                                               .arg(m_server->lastErrorText())};
     if (server->defaultSinkName.isEmpty())
         return SystemCaptureFailure{
             false, QStringLiteral("No sound output device to capture system audio from")};
     const QString monitor = server->defaultSinkName + QStringLiteral(".monitor");
-    const auto info = m_pulse->sourceInfo(monitor);
+    const auto info = m_server->sourceInfo(monitor);
     if (!info || !info->isMonitor)
         return SystemCaptureFailure{
             false, QStringLiteral("The sound output %1 has no monitor to capture system audio from")
                        .arg(server->defaultSinkName)};
 
     const std::uint64_t generation = m_generation;
-    auto stream = std::make_unique<PulseCaptureStream>(
-        *m_pulse, QStringLiteral("System audio"), monitor, kFramesPerBuffer,
-        [this, generation](PulseCaptureStream::Chunk&& chunk) {
+    const std::uint64_t serial = m_systemStreamSerial;
+    auto stream = m_server->openStream(
+        QStringLiteral("System audio"), monitor, kFramesPerBuffer,
+        [this, generation](CaptureBackend::Chunk&& chunk) {
             m_audioQueue.post([this, generation, chunk = std::move(chunk)]() mutable {
                 if (generation != m_generation || !m_isRunning)
                     return;
                 onSystemChunk(std::move(chunk.samples), chunk.peak);
             });
         });
-    stream->setFailureHandler([this, generation] {
-        m_audioQueue.post([this, generation] {
-            if (generation != m_generation || !m_isRunning || !m_mix.systemAudioActive())
+    stream->setFailureHandler([this, generation, serial] {
+        m_audioQueue.post([this, generation, serial] {
+            if (generation != m_generation || !m_isRunning || serial != m_systemStreamSerial ||
+                !m_mix.systemAudioActive())
                 return;
-            if (!m_pulse || !m_pulse->isReady()) {
+            if (!m_server || !m_server->isReady()) {
                 enterServerAway();
                 return;
             }
-            consoleLog(
-                QStringLiteral("⚠️ System audio stream ended; recording the microphone only"));
-            reportSystemAudioStatus(false, QStringLiteral("System audio capture stopped"));
+            // Its output went away: whatever the server plays on now.
+            consoleLog(QStringLiteral("⚠️ System audio stream ended (%1)").arg(m_systemSink));
+            moveSystemAudio();
         });
     });
     QString error;
-    int paError = 0;
-    if (!stream->start(&error, &paError))
-        return SystemCaptureFailure{paError == PA_ERR_ACCESS, error};
+    bool accessDenied = false;
+    if (!stream->start(&error, &accessDenied))
+        return SystemCaptureFailure{accessDenied, error};
 
     SampleConverter converter(stream->sampleRate(), stream->channels());
     if (!converter.isPassThrough())
         m_systemConverter = std::move(converter);
     m_systemStream = std::move(stream);
+    m_systemSink = server->defaultSinkName;
+    m_systemSinkDescription = m_systemSink;
+    if (const auto sinks = m_server->sinks())
+        for (const auto& sink : *sinks)
+            if (sink.name == m_systemSink && !sink.description.isEmpty())
+                m_systemSinkDescription = sink.description;
     return std::nullopt;
+}
+
+void AudioEngine::moveSystemAudio()
+{
+    assertOnQueue();
+    const QString from = m_systemSinkDescription;
+    if (const auto failure = startSystemAudioCapture()) {
+        consoleLog(QStringLiteral("⚠️ System audio could not follow the output: %1")
+                       .arg(failure->message));
+        reportSystemAudioStatus(false, QStringLiteral("System audio capture stopped"));
+        return;
+    }
+    consoleLog(QStringLiteral("🔊 System audio follows the output: %1 → %2")
+                   .arg(from, m_systemSinkDescription));
+    report(AudioEngineUpdate::systemAudioDevice(m_systemSinkDescription));
+}
+
+void AudioEngine::followOutputs(const InputDeviceMonitor::Change& change,
+                                const QString& defaultSink,
+                                const QList<CaptureBackend::SinkInfo>& sinks)
+{
+    assertOnQueue();
+    if (m_systemAttempting)
+        return;
+    if (m_mix.systemAudioActive()) {
+        const bool present = std::any_of(sinks.begin(), sinks.end(),
+                                         [this](const auto& s) { return s.name == m_systemSink; });
+        if (!present || (!defaultSink.isEmpty() && defaultSink != m_systemSink))
+            moveSystemAudio();
+        return;
+    }
+    // Not recording system audio (no output, or it failed): a new output or
+    // a new default is worth another round, each time one comes.
+    if (defaultSink.isEmpty() || (change.addedSinks.isEmpty() && !change.defaultSinkChanged))
+        return;
+    consoleLog(QStringLiteral("🔄 System audio: the outputs changed, trying again"));
+    runSystemAudioAttempt(1, m_generation);
 }
 
 void AudioEngine::reportSystemAudioStatus(bool active, const std::optional<QString>& error)
@@ -455,8 +516,8 @@ void AudioEngine::stop(std::function<void()> done)
         }
         // The streams stop delivering now; chunks they posted before that are
         // still queued behind this step, so the tails are written after them.
-        PulseCaptureStream::Chunk micTail;
-        PulseCaptureStream::Chunk systemTail;
+        CaptureBackend::Chunk micTail;
+        CaptureBackend::Chunk systemTail;
         if (m_micStream)
             micTail = m_micStream->takeRemaining();
         if (m_systemStream)
@@ -470,8 +531,7 @@ void AudioEngine::stop(std::function<void()> done)
     });
 }
 
-void AudioEngine::finishStop(PulseCaptureStream::Chunk micTail,
-                             PulseCaptureStream::Chunk systemTail)
+void AudioEngine::finishStop(CaptureBackend::Chunk micTail, CaptureBackend::Chunk systemTail)
 {
     assertOnQueue();
     if (m_isRunning) {
@@ -487,7 +547,7 @@ void AudioEngine::finishStop(PulseCaptureStream::Chunk micTail,
         if (!micTail.samples.empty()) {
             AudioBuffer buffer;
             buffer.samples = std::move(micTail.samples);
-            buffer.hostTimeNs = micTail.hostTimeNs;
+            buffer.hostTimeNs = micTail.hostTimeNs - micTail.latencyNs;
             m_mix.processMicBuffer(buffer, micTail.peak);
         }
     }
@@ -500,13 +560,16 @@ void AudioEngine::stopCapture()
     m_isRunning = false;
     m_serverAway = false;
     m_systemAttempting = false;
+    m_waitingForMicrophone = false;
+    m_systemSink.clear();
+    m_systemSinkDescription.clear();
     ++m_generation;
-    m_watchdog.reset();
+    ++m_watchdogSerial;
     m_health.stop();
-    // Streams before the context they belong to.
+    // Streams before the connection they belong to.
     m_micStream.reset();
     m_systemStream.reset();
-    m_pulse.reset();
+    m_server.reset();
     m_micConverter.reset();
     m_systemConverter.reset();
     m_mix.closeOutput();
@@ -565,12 +628,18 @@ void AudioEngine::setInputDevicesChangedHandler(InputDevicesChangedHandler handl
 void AudioEngine::armWatchdog()
 {
     assertOnQueue();
-    m_watchdog = std::make_unique<QTimer>();
-    m_watchdog->setTimerType(Qt::PreciseTimer);
-    m_watchdog->setInterval(m_health.timing().watchdogPeriod);
-    QObject::connect(m_watchdog.get(), &QTimer::timeout, m_watchdog.get(),
-                     [this] { watchdogTick(); });
-    m_watchdog->start();
+    scheduleWatchdogTick(++m_watchdogSerial);
+}
+
+void AudioEngine::scheduleWatchdogTick(std::uint64_t serial)
+{
+    after(m_health.timing().watchdogPeriod, [this, serial] {
+        if (serial != m_watchdogSerial)
+            return;
+        watchdogTick();
+        if (serial == m_watchdogSerial && m_isRunning)
+            scheduleWatchdogTick(serial);
+    });
 }
 
 void AudioEngine::watchdogTick()
@@ -602,7 +671,7 @@ void AudioEngine::micStreamFailed()
 {
     assertOnQueue();
     // With the whole server gone there is nothing to restart onto yet.
-    if (!m_pulse || !m_pulse->isReady()) {
+    if (!m_server || !m_server->isReady()) {
         enterServerAway();
         return;
     }
@@ -625,23 +694,37 @@ void AudioEngine::onDeviceChange(const InputDeviceMonitor::Change& change)
             resumeAfterServer();
         return;
     }
+    if (!m_server)
+        return;
+    // Decided on what the server says now, not on the news: a burst of
+    // changes may reach us as one, news may be older than what the engine
+    // has seen since, and a stream that failed has been restarted already.
+    const auto server = m_server->serverInfo();
+    const auto sources = server ? m_server->sources() : std::nullopt;
+    const auto sinks = sources ? m_server->sinks() : std::nullopt;
+    if (!sinks)
+        return; // it broke under the question: its lost handler follows
+    followOutputs(change, server->defaultSinkName, *sinks);
     // A microphone that failed to come back is the watchdog's to restart.
     if (!m_micStream)
         return;
 
+    // The source gone, or re-created under its name, is a change.
     const QString current = m_micStream->sourceName();
-    bool affected =
-        change.removedSources.contains(current) || change.reconfiguredSources.contains(current);
+    const auto source = std::find_if(sources->begin(), sources->end(),
+                                     [&](const auto& s) { return s.name == current; });
+    bool affected = source == sources->end() || source->index != m_micStream->sourceIndex();
     if (m_micFollowsDefault) {
-        if (change.defaultSourceChanged && change.snapshot.defaultSourceName != current)
+        // The chosen microphone when it is back (plugged in again), else the
+        // default one.
+        auto wanted = m_requestedDeviceID != 0
+                          ? sourceNameForInputDevice(*sources, m_requestedDeviceID)
+                          : std::nullopt;
+        if (!wanted)
+            wanted = sourceNameForInputDevice(
+                *sources, inputDeviceIdForSourceName(server->defaultSourceName));
+        if (wanted && *wanted != current)
             affected = true;
-        // The chosen microphone is back (plugged in again): leave the stand-in.
-        if (m_requestedDeviceID != 0) {
-            const auto wanted =
-                sourceNameForInputDevice(change.snapshot.sources, m_requestedDeviceID);
-            if (wanted && change.addedSources.contains(*wanted))
-                affected = true;
-        }
     }
     if (affected)
         m_health.configurationChanged();
@@ -658,11 +741,11 @@ void AudioEngine::enterServerAway()
     consoleLog(
         QStringLiteral("⚠️ Sound server went away — the recording waits and resumes when "
                        "it answers"));
-    // Streams before the context they belong to. The file stays open: the
+    // Streams before the connection they belong to. The file stays open: the
     // mix is clocked by the microphone, so nothing is written meanwhile.
     m_micStream.reset();
     m_systemStream.reset();
-    m_pulse.reset();
+    m_server.reset();
     m_micConverter.reset();
     m_systemConverter.reset();
     m_mix.setSystemAudioActive(false);
@@ -674,20 +757,30 @@ void AudioEngine::resumeAfterServer()
     assertOnQueue();
     if (!m_isRunning || !m_serverAway || !connectToServer())
         return;
+    // A server that answers may not have its devices yet (after a restart
+    // wireplumber re-creates them a moment later): without a microphone the
+    // recording goes on waiting, and the next device change tries again.
+    if (auto error = startMicEngine()) {
+        if (!m_waitingForMicrophone)
+            consoleLog(
+                QStringLiteral("⚠️ The sound server answers but has no microphone yet (%1); "
+                               "waiting for one")
+                    .arg(error->description()));
+        m_waitingForMicrophone = true;
+        m_micStream.reset();
+        m_server.reset();
+        return;
+    }
+    m_waitingForMicrophone = false;
     m_serverAway = false;
     // What system audio had queued belongs before the gap.
     m_mix.systemBuffer().clear();
-    if (auto error = startMicEngine())
-        consoleLog(QStringLiteral("❌ Microphone did not come back with the sound server: %1")
-                       .arg(error->description()));
     // As at a start: the first look at the new stream a whole period later.
     m_health.resumed();
-    if (m_watchdog)
-        m_watchdog->start();
+    armWatchdog();
     consoleLog(QStringLiteral("✅ Sound server is back — microphone and system audio restarted"));
     report(AudioEngineUpdate::soundServer(true));
-    const std::uint64_t generation = m_generation;
-    m_audioQueue.post([this, generation] { runSystemAudioAttempt(1, generation); });
+    postSystemAudioAttempts();
 }
 
 // --- Mixed audio --------------------------------------------------------------

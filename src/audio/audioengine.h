@@ -1,12 +1,13 @@
 #pragma once
 
 #include "audio/audiotypes.h"
+#include "audio/capturebackend.h"
 #include "audio/inputdevicemonitor.h"
 #include "audio/microphonehealth.h"
 #include "audio/mixpipeline.h"
-#include "audio/pulsecapturestream.h"
 #include "audio/recordingengine.h"
 #include "audio/sampleconverter.h"
+#include "core/delayedcall.h"
 #include "core/serialqueue.h"
 
 #include <QString>
@@ -18,11 +19,7 @@
 #include <mutex>
 #include <optional>
 
-class QTimer;
-
 namespace sorv {
-
-class PulseContext;
 
 // Captures the microphone and the system's audio output through PulseAudio
 // and feeds them to the mix pipeline (gain control, WAV file, consumers,
@@ -33,9 +30,11 @@ class PulseContext;
 //
 // During a recording the microphone is kept alive by MicrophoneHealth (the
 // engine is the microphone it restarts) and follows the sound server's
-// device changes as the InputDeviceMonitor reports them. When the server
-// itself goes away the recording waits, writing nothing, and both streams
-// start again once it answers.
+// device changes as the InputDeviceMonitor reports them. System audio is the
+// default output's monitor, so it follows the output: to the new default, or
+// away from an output that vanished, and back once there is one again. When
+// the server itself goes away the recording waits, writing nothing, and both
+// streams start again once it answers with a microphone.
 class AudioEngine : public RecordingEngine, private MicrophoneHealth::Microphone {
 public:
     using UpdateHandler = RecordingEngine::UpdateHandler;
@@ -47,21 +46,23 @@ public:
         bool accessDenied = false;
         QString message;
     };
-    // Test seam: consulted before each system-audio attempt (1…3); a value
-    // makes that attempt fail as described.
-    using SystemCaptureFaultInjector =
-        std::function<std::optional<SystemCaptureFailure>(int attempt)>;
 
-    // Timing, injectable so that tests can scale it down; the defaults are
-    // the application's.
+    // Timing and the sound server, injectable so that tests can run the
+    // engine on a fake server and a clock of their own; the defaults are the
+    // application's.
     struct Options {
         // A refused system-audio attempt k waits k × this before the next.
         std::chrono::milliseconds systemRetryUnit{1500};
         MixPipeline::Clock clock = MixPipeline::monotonicSeconds;
+        // Runs the engine's waits (watchdog, retries); a timer on the audio
+        // queue when not set. The engine posts what it runs to its queue.
+        DelayedCall delays;
         // Watchdog period, grace period and silence window.
         MicrophoneHealth::Timing health;
         // How often the device monitor tries a sound server that went away.
         InputDeviceMonitor::Options devices;
+        // The sound server; PulseBackend when not set.
+        std::shared_ptr<CaptureBackend> backend;
     };
 
     static constexpr std::uint32_t kFramesPerBuffer = 4096;
@@ -86,9 +87,6 @@ public:
     QList<InputDevice> listInputDevices() const override;
     void setInputDevicesChangedHandler(InputDevicesChangedHandler handler) override;
 
-    // Set before start.
-    void setSystemCaptureFaultInjector(SystemCaptureFaultInjector injector);
-
     // Runs fn on the audio queue and waits: for tests and tools that look at
     // the engine's state. Never from the GUI thread while audio runs.
     void inspect(const std::function<void(const AudioEngine&)>& fn) const;
@@ -108,7 +106,10 @@ private:
     std::optional<RecorderError> startOnQueue(const StartRequest& request, UpdateHandler onUpdate);
     std::optional<RecorderError> startMicEngine();
     bool connectToServer();
-    void finishStop(PulseCaptureStream::Chunk micTail, PulseCaptureStream::Chunk systemTail);
+    void finishStop(CaptureBackend::Chunk micTail, CaptureBackend::Chunk systemTail);
+    // Runs fn on the audio queue once `delay` has passed, unless the engine
+    // has gone by then.
+    void after(std::chrono::milliseconds delay, std::function<void()> fn);
     void stopCapture();
     // The server's default source as an input device id (and its source
     // name); nothing when the server cannot say.
@@ -117,6 +118,7 @@ private:
 
     // Health and device changes (audio queue).
     void armWatchdog();
+    void scheduleWatchdogTick(std::uint64_t serial);
     void watchdogTick();
     void onDeviceChange(const InputDeviceMonitor::Change& change);
     void micStreamFailed();
@@ -131,7 +133,12 @@ private:
     void resetWindowPeak() override { m_mix.resetPeakWindow(); }
     std::optional<QString> restart() override;
     void runSystemAudioAttempt(int attempt, std::uint64_t generation);
+    // A round of attempts, once the work queued before it is done.
+    void postSystemAudioAttempts();
     std::optional<SystemCaptureFailure> startSystemAudioCapture();
+    void followOutputs(const InputDeviceMonitor::Change& change, const QString& defaultSink,
+                       const QList<CaptureBackend::SinkInfo>& sinks);
+    void moveSystemAudio();
     void reportSystemAudioStatus(bool active, const std::optional<QString>& error);
     void onMicChunk(std::vector<float> interleaved, float peak, std::int64_t hostTimeNs);
     void onSystemChunk(std::vector<float> interleaved, float peak);
@@ -160,17 +167,25 @@ private:
     // Changes with every microphone set-up, so a failure reported by a
     // stream that has since been replaced is recognised.
     std::uint64_t m_micStreamSerial = 0;
-    std::unique_ptr<PulseContext> m_pulse;
-    std::unique_ptr<PulseCaptureStream> m_micStream;
-    std::unique_ptr<PulseCaptureStream> m_systemStream;
+    std::unique_ptr<CaptureBackend::Connection> m_server;
+    std::unique_ptr<CaptureBackend::Stream> m_micStream;
+    std::unique_ptr<CaptureBackend::Stream> m_systemStream;
     std::optional<SampleConverter> m_micConverter;
     std::optional<SampleConverter> m_systemConverter;
-    SystemCaptureFaultInjector m_systemFaultInjector;
-    std::unique_ptr<QTimer> m_watchdog;
+    // Changes whenever the watchdog is armed or stopped: older ticks lapse.
+    std::uint64_t m_watchdogSerial = 0;
+    // Gone with the engine: waits that end later do nothing.
+    std::shared_ptr<int> m_lifetime = std::make_shared<int>(0);
     bool m_serverAway = false;      // the recording waits for the sound server
     bool m_serverAvailable = false; // as the device monitor last saw it
     // A round of system-audio attempts has begun and not yet reported.
     bool m_systemAttempting = false;
+    // The output whose monitor system audio records, and its name for people.
+    QString m_systemSink;
+    QString m_systemSinkDescription;
+    std::uint64_t m_systemStreamSerial = 0;
+    // Back from an away server that has no microphone yet (said once).
+    bool m_waitingForMicrophone = false;
 
     // Set from the owner's thread, called from the monitor's.
     mutable std::mutex m_handlerLock;

@@ -61,12 +61,15 @@ struct AudioEngineUpdate {
         // The sound server went away (`flag` false; the recording waits and
         // writes nothing) or answers again (`flag` true; capture resumed).
         SoundServer,
+        // System audio records this output now (`text`: its name), at its
+        // start and whenever it follows the output to another device.
+        SystemAudioDevice,
     };
 
     Kind kind = Kind::Meters;
     AudioMeters meters;            // Meters
     bool flag = false;             // SystemAudioActive, MicSilent, SoundServer
-    std::optional<QString> text;   // SystemAudioError, MicSilent, FatalError
+    std::optional<QString> text;   // SystemAudioError, MicSilent, FatalError, SystemAudioDevice
     std::int64_t restartCount = 0; // MicEngineRestarted
 
     static AudioEngineUpdate makeMeters(const AudioMeters& m)
@@ -101,6 +104,10 @@ struct AudioEngineUpdate {
     static AudioEngineUpdate soundServer(bool available)
     {
         return {Kind::SoundServer, {}, available, {}, 0};
+    }
+    static AudioEngineUpdate systemAudioDevice(const QString& name)
+    {
+        return {Kind::SystemAudioDevice, {}, false, name, 0};
     }
 
     friend bool operator==(const AudioEngineUpdate&, const AudioEngineUpdate&) = default;

@@ -6,7 +6,7 @@
 
 namespace sorv {
 
-std::optional<InputDevice> inputDeviceForSource(const PulseContext::SourceInfo& source,
+std::optional<InputDevice> inputDeviceForSource(const CaptureBackend::SourceInfo& source,
                                                 const QString& defaultSourceName)
 {
     if (source.isMonitor || source.channels == 0 || source.name.isEmpty() ||
@@ -28,7 +28,7 @@ void sortInputDevices(QList<InputDevice>& devices)
                      });
 }
 
-QList<InputDevice> inputDevicesFromSources(const QList<PulseContext::SourceInfo>& sources,
+QList<InputDevice> inputDevicesFromSources(const QList<CaptureBackend::SourceInfo>& sources,
                                            const QString& defaultSourceName)
 {
     QList<InputDevice> devices;
@@ -39,7 +39,7 @@ QList<InputDevice> inputDevicesFromSources(const QList<PulseContext::SourceInfo>
     return devices;
 }
 
-std::optional<QString> sourceNameForInputDevice(const QList<PulseContext::SourceInfo>& sources,
+std::optional<QString> sourceNameForInputDevice(const QList<CaptureBackend::SourceInfo>& sources,
                                                 std::uint32_t id)
 {
     for (const auto& source : sources)

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "audio/capturebackend.h"
 #include "audio/inputdevice.h"
-#include "audio/pulsecontext.h"
 
 #include <QList>
 #include <QString>
@@ -14,7 +14,7 @@ namespace sorv {
 // description, marked when it is the server's default source. Monitors of
 // sinks, sources without channels and sources without a description are no
 // microphones and give nothing.
-std::optional<InputDevice> inputDeviceForSource(const PulseContext::SourceInfo& source,
+std::optional<InputDevice> inputDeviceForSource(const CaptureBackend::SourceInfo& source,
                                                 const QString& defaultSourceName);
 
 // Default first; then by name, locale-aware and case-insensitive. Stable:
@@ -22,11 +22,11 @@ std::optional<InputDevice> inputDeviceForSource(const PulseContext::SourceInfo& 
 void sortInputDevices(QList<InputDevice>& devices);
 
 // The picker's list from the server's sources, in the server's order.
-QList<InputDevice> inputDevicesFromSources(const QList<PulseContext::SourceInfo>& sources,
+QList<InputDevice> inputDevicesFromSources(const QList<CaptureBackend::SourceInfo>& sources,
                                            const QString& defaultSourceName);
 
 // The name of the microphone source with this id, if the server has one.
-std::optional<QString> sourceNameForInputDevice(const QList<PulseContext::SourceInfo>& sources,
+std::optional<QString> sourceNameForInputDevice(const QList<CaptureBackend::SourceInfo>& sources,
                                                 std::uint32_t id);
 
 } // namespace sorv

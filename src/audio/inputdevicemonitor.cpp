@@ -1,6 +1,7 @@
 #include "inputdevicemonitor.h"
 
 #include "audio/inputdevicelist.h"
+#include "audio/pulsebackend.h"
 #include "core/log.h"
 
 #include <QTimer>
@@ -13,12 +14,11 @@ const QString kClientName = QStringLiteral("Sorvelandrix Recorder devices");
 // Bounded so that a hung server only delays the next attempt.
 constexpr int kQueryTimeoutMs = 2000;
 
-const PulseContext::SourceInfo* findSource(const QList<PulseContext::SourceInfo>& sources,
-                                           const QString& name)
+template <typename Info> const Info* find(const QList<Info>& list, const QString& name)
 {
-    for (const auto& s : sources)
-        if (s.name == name)
-            return &s;
+    for (const auto& i : list)
+        if (i.name == name)
+            return &i;
     return nullptr;
 }
 
@@ -35,22 +35,33 @@ InputDeviceMonitor::Change InputDeviceMonitor::compare(const Snapshot& before,
     if (!before.serverAvailable || !after.serverAvailable)
         return change;
     change.defaultSourceChanged = before.defaultSourceName != after.defaultSourceName;
+    change.defaultSinkChanged = before.defaultSinkName != after.defaultSinkName;
     for (const auto& now : after.sources) {
-        const auto* was = findSource(before.sources, now.name);
+        const auto* was = find(before.sources, now.name);
         if (!was)
             change.addedSources << now.name;
         else if (!was->sameConfiguration(now))
             change.reconfiguredSources << now.name;
     }
     for (const auto& was : before.sources)
-        if (!findSource(after.sources, was.name))
+        if (!find(after.sources, was.name))
             change.removedSources << was.name;
+    // An output re-created under its name (unplugged and plugged in again
+    // between two looks) is a new one too.
+    for (const auto& now : after.sinks)
+        if (const auto* was = find(before.sinks, now.name); !was || was->index != now.index)
+            change.addedSinks << now.name;
+    for (const auto& was : before.sinks)
+        if (!find(after.sinks, was.name))
+            change.removedSinks << was.name;
     return change;
 }
 
 InputDeviceMonitor::InputDeviceMonitor(Listener listener, Options options)
-    : m_options(options), m_listener(std::move(listener))
+    : m_options(std::move(options)), m_listener(std::move(listener))
 {
+    if (!m_options.backend)
+        m_options.backend = PulseBackend::shared();
     m_queue.post([this] { connectToServer(); });
 }
 
@@ -80,10 +91,10 @@ void InputDeviceMonitor::connectToServer()
 {
     if (m_stopping || m_context)
         return;
-    auto context = std::make_unique<PulseContext>();
-    PulseContext::ConnectError error = PulseContext::ConnectError::None;
+    CaptureBackend::ConnectError error = CaptureBackend::ConnectError::None;
     QString message;
-    if (!context->connect(kClientName, &error, &message, kQueryTimeoutMs)) {
+    auto context = m_options.backend->connect(kClientName, &error, &message, kQueryTimeoutMs);
+    if (!context) {
         if (!m_published)
             publish(Snapshot{});
         scheduleReconnect();
@@ -91,8 +102,8 @@ void InputDeviceMonitor::connectToServer()
     }
     context->setConnectionLostHandler([this] { m_queue.post([this] { connectionLost(); }); });
     const bool subscribed = context->subscribe(
-        [this](PulseContext::Facility facility, PulseContext::EventType, std::uint32_t) {
-            if (facility != PulseContext::Facility::Other)
+        [this](CaptureBackend::Facility facility, CaptureBackend::EventType, std::uint32_t) {
+            if (facility != CaptureBackend::Facility::Other)
                 m_queue.post([this] { scheduleRefresh(); });
         },
         kQueryTimeoutMs);
@@ -132,7 +143,8 @@ void InputDeviceMonitor::refresh()
         return;
     const auto server = m_context->serverInfo(kQueryTimeoutMs);
     const auto sources = server ? m_context->sources(kQueryTimeoutMs) : std::nullopt;
-    if (!server || !sources) {
+    const auto sinks = sources ? m_context->sinks(kQueryTimeoutMs) : std::nullopt;
+    if (!server || !sources || !sinks) {
         // The connection broke under the query; its lost handler follows.
         // Anything else (a slow answer) is tried again on the next event.
         if (!m_context->isReady())
@@ -142,7 +154,9 @@ void InputDeviceMonitor::refresh()
     Snapshot next;
     next.serverAvailable = true;
     next.defaultSourceName = server->defaultSourceName;
+    next.defaultSinkName = server->defaultSinkName;
     next.sources = *sources;
+    next.sinks = *sinks;
     next.devices = inputDevicesFromSources(next.sources, next.defaultSourceName);
     publish(next);
 }

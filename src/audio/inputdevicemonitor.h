@@ -1,7 +1,7 @@
 #pragma once
 
+#include "audio/capturebackend.h"
 #include "audio/inputdevice.h"
-#include "audio/pulsecontext.h"
 #include "core/serialqueue.h"
 
 #include <QList>
@@ -15,8 +15,9 @@
 
 namespace sorv {
 
-// Keeps the sound server's list of microphones current. It has its own
-// connection, subscribed to source and server changes, and its own queue
+// Keeps the sound server's list of microphones (and of outputs) current. It
+// has its own connection, subscribed to source, sink and server changes, and
+// its own queue
 // (`com.sorvelandrix.audio.observer`), so a slow server never holds up the
 // audio queue or the GUI. When the server goes away it says so and connects
 // again on a timer; the list is known from the first contact on, before any
@@ -26,14 +27,18 @@ public:
     struct Options {
         // How often a lost (or never reached) server is tried again.
         std::chrono::milliseconds reconnectInterval{1000};
+        // The sound server; PulseBackend when not set.
+        std::shared_ptr<CaptureBackend> backend;
     };
 
     // The server as last seen.
     struct Snapshot {
         bool serverAvailable = false;
         QString defaultSourceName;
-        QList<PulseContext::SourceInfo> sources; // monitors included, server order
-        QList<InputDevice> devices;              // the picker's list, sorted
+        QString defaultSinkName;
+        QList<CaptureBackend::SourceInfo> sources; // monitors included, server order
+        QList<CaptureBackend::SinkInfo> sinks;     // the outputs, server order
+        QList<InputDevice> devices;                // the picker's list, sorted
     };
 
     // What changed between two snapshots.
@@ -44,15 +49,19 @@ public:
         bool serverBack = false; // connected again after it had been lost or never made
         bool devicesChanged = false;
         bool defaultSourceChanged = false;
+        bool defaultSinkChanged = false;
         QStringList addedSources;
         QStringList removedSources;
         QStringList reconfiguredSources; // same name, but re-created or a new format
+        QStringList addedSinks;          // new, or re-created under the same name
+        QStringList removedSinks;
 
         bool isEmpty() const
         {
             return !first && !serverLost && !serverBack && !devicesChanged &&
-                   !defaultSourceChanged && addedSources.isEmpty() && removedSources.isEmpty() &&
-                   reconfiguredSources.isEmpty();
+                   !defaultSourceChanged && !defaultSinkChanged && addedSources.isEmpty() &&
+                   removedSources.isEmpty() && reconfiguredSources.isEmpty() &&
+                   addedSinks.isEmpty() && removedSinks.isEmpty();
         }
     };
     // Called on the monitor's queue for every change; it must only copy and post.
@@ -84,7 +93,7 @@ private:
     SerialQueue m_queue{QStringLiteral("com.sorvelandrix.audio.observer")};
 
     // Queue state.
-    std::unique_ptr<PulseContext> m_context;
+    std::unique_ptr<CaptureBackend::Connection> m_context;
     bool m_refreshPending = false;
     bool m_published = false;
     bool m_stopping = false;

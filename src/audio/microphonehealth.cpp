@@ -34,11 +34,19 @@ void MicrophoneHealth::start()
     m_running = true;
     m_lastBufferCount = m_mic.bufferCount();
     m_restartCount = 0;
+    m_stallRestarts = 0;
+    setUp(now);
     m_silenceRecoveryAttempts = 0;
     m_graceStart = now;
     m_windowStart = now;
     m_isMicSilent = false;
     m_mic.resetWindowPeak();
+}
+
+void MicrophoneHealth::setUp(double at)
+{
+    m_setUpAt = at;
+    m_bufferCountAtSetUp = m_mic.bufferCount();
 }
 
 void MicrophoneHealth::restarted(double at)
@@ -47,6 +55,7 @@ void MicrophoneHealth::restarted(double at)
     // opens when the restart was decided: the time the restart itself takes
     // must not push every later window one tick further out.
     m_windowStart = at;
+    setUp(at);
 }
 
 void MicrophoneHealth::deviceSwitched()
@@ -57,6 +66,7 @@ void MicrophoneHealth::deviceSwitched()
     m_graceStart = now;
     m_windowStart = now;
     m_mic.resetWindowPeak();
+    setUp(now);
 }
 
 void MicrophoneHealth::resumed()
@@ -66,6 +76,7 @@ void MicrophoneHealth::resumed()
     m_graceStart = now;
     m_windowStart = now;
     m_mic.resetWindowPeak();
+    setUp(now);
 }
 
 void MicrophoneHealth::configurationChanged()
@@ -79,7 +90,7 @@ void MicrophoneHealth::configurationChanged()
         return;
     }
     restarted(now);
-    // These restarts have no limit of their own but use up the watchdog's.
+    // Counted and reported, but no stall: they never end the recording.
     ++m_restartCount;
     consoleLog(
         QStringLiteral("✅ Mic engine restarted after config change (#%1)").arg(m_restartCount));
@@ -93,18 +104,21 @@ void MicrophoneHealth::tick()
     const std::int64_t count = m_mic.bufferCount();
     const double now = m_clock();
 
+    const bool awaitingFirstBuffer =
+        count == m_bufferCountAtSetUp && now - m_setUpAt < m_timing.firstBufferSeconds;
     std::optional<QString> reason;
     const QString notRunning = QStringLiteral("engine not running");
     if (!m_mic.hasEngine() || !m_mic.engineRunning())
         reason = notRunning;
-    else if (count == m_lastBufferCount)
+    else if (count == m_lastBufferCount && !awaitingFirstBuffer)
         reason = QStringLiteral("no new buffers in %1s")
                      .arg(static_cast<double>(m_timing.watchdogPeriod.count()) / 1000.0);
 
     if (reason) {
         consoleLog(QStringLiteral("🚨 Mic watchdog: %1, restarting mic engine").arg(*reason));
         ++m_restartCount;
-        if (m_restartCount <= kMaxRestarts) {
+        ++m_stallRestarts;
+        if (m_stallRestarts <= kMaxRestarts) {
             if (const auto error = m_mic.restart()) {
                 // The buffer count seen stays as it was: the next tick tries again.
                 consoleLog(QStringLiteral("❌ Mic watchdog: restart failed: %1").arg(*error));
@@ -120,13 +134,15 @@ void MicrophoneHealth::tick()
         // Given up; the recording goes on, and every tick that finds the
         // microphone still stalled says so again.
         consoleLog(QStringLiteral("❌ Mic watchdog: too many restarts (%1), giving up")
-                       .arg(m_restartCount));
+                       .arg(m_stallRestarts));
         m_lastBufferCount = count;
         report(AudioEngineUpdate::fatalError(fatalMessage()));
         return;
     }
     m_lastBufferCount = count;
-
+    // Nothing to judge until the microphone has said something.
+    if (awaitingFirstBuffer)
+        return;
     if (m_graceStart && now - *m_graceStart < m_timing.graceSeconds)
         return;
     if (!m_windowStart)

@@ -17,6 +17,11 @@ namespace sorv {
 // silence (two hard resets per silent stretch, then the silent-microphone
 // report, and the recovery report once sound returns).
 //
+// A microphone just set up is not stalled before its first buffer, for a
+// while: a Bluetooth headset or a source waking from suspension takes a
+// second or two to deliver. Restarts for a change of device do not use up
+// the stall restarts: a user switching headsets is no failing microphone.
+//
 // It decides; the microphone it watches acts. Single-threaded: the engine
 // drives it from its audio queue (the watchdog's timer lives there), tests
 // drive it with a clock of their own.
@@ -43,6 +48,8 @@ public:
         std::chrono::milliseconds watchdogPeriod{1000};
         double graceSeconds = 2.0;
         double silenceWindowSeconds = 5.0;
+        // How long a microphone just set up may take to deliver its first buffer.
+        double firstBufferSeconds = 3.0;
     };
 
     static constexpr float kSilenceThreshold = 0.002f;
@@ -73,7 +80,9 @@ public:
     // back): buffers are counted from here, with a new grace period.
     void resumed();
 
+    // Every restart / those for a stall, which the limit counts.
     std::int64_t restartCount() const { return m_restartCount; }
+    std::int64_t stallRestartCount() const { return m_stallRestarts; }
     std::int64_t silenceRecoveryAttempts() const { return m_silenceRecoveryAttempts; }
     bool isMicSilent() const { return m_isMicSilent; }
 
@@ -82,6 +91,8 @@ public:
 
 private:
     void report(const AudioEngineUpdate& update) const;
+    // The microphone has just been set up: its first buffer is awaited.
+    void setUp(double at);
     void restarted(double at);
     void handleMicSilence(float windowPeak, double now);
 
@@ -93,6 +104,9 @@ private:
     bool m_running = false;
     std::int64_t m_lastBufferCount = 0;
     std::int64_t m_restartCount = 0;
+    std::int64_t m_stallRestarts = 0;
+    double m_setUpAt = 0.0;
+    std::int64_t m_bufferCountAtSetUp = 0;
     std::int64_t m_silenceRecoveryAttempts = 0;
     std::optional<double> m_graceStart;
     std::optional<double> m_windowStart;

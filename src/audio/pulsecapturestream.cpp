@@ -46,11 +46,11 @@ void PulseCaptureStream::close()
     m_stream = nullptr;
 }
 
-bool PulseCaptureStream::start(QString* message, int* paError, int timeoutMs)
+bool PulseCaptureStream::start(QString* message, bool* accessDenied, int timeoutMs)
 {
     auto fail = [&](int err) {
-        if (paError)
-            *paError = err;
+        if (accessDenied)
+            *accessDenied = err == PA_ERR_ACCESS;
         if (message)
             *message = QString::fromUtf8(pa_strerror(err));
         close();
@@ -76,8 +76,11 @@ bool PulseCaptureStream::start(QString* message, int* paError, int timeoutMs)
     attr.maxlength = static_cast<std::uint32_t>(-1);
     attr.tlength = attr.prebuf = attr.minreq = static_cast<std::uint32_t>(-1);
     attr.fragsize = m_framesPerChunk * static_cast<std::uint32_t>(sizeof(float));
+    // Timing kept current and interpolated, so the latency is known at every
+    // read without asking the server.
     const auto flags =
-        static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE);
+        static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE |
+                                       PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_AUTO_TIMING_UPDATE);
     if (pa_stream_connect_record(m_stream, m_sourceName.toUtf8().constData(), &attr, flags) < 0)
         return fail(pa_context_errno(m_context.context()));
 
@@ -99,6 +102,7 @@ bool PulseCaptureStream::start(QString* message, int* paError, int timeoutMs)
     }
     if (const char* device = pa_stream_get_device_name(m_stream))
         m_sourceName = QString::fromUtf8(device);
+    m_sourceIndex = pa_stream_get_device_index(m_stream);
     m_pending.reserve(static_cast<size_t>(m_framesPerChunk) * m_channels);
     m_wasReady = true;
     return true;
@@ -157,7 +161,8 @@ bool PulseCaptureStream::takeFragment()
 }
 
 PulseCaptureStream::Chunk PulseCaptureStream::makeChunk(size_t offset, size_t count,
-                                                        std::int64_t firstFrameNs) const
+                                                        std::int64_t firstFrameNs,
+                                                        std::int64_t latency) const
 {
     Chunk chunk;
     chunk.samples.assign(m_pending.begin() + static_cast<std::ptrdiff_t>(offset),
@@ -167,7 +172,18 @@ PulseCaptureStream::Chunk PulseCaptureStream::makeChunk(size_t offset, size_t co
         peak = std::max(peak, std::fabs(chunk.samples[i]));
     chunk.peak = peak;
     chunk.hostTimeNs = firstFrameNs;
+    chunk.latencyNs = latency;
     return chunk;
+}
+
+std::int64_t PulseCaptureStream::latencyNs() const
+{
+    // Interpolated from the last timing update: no round trip, no blocking.
+    pa_usec_t usec = 0;
+    int negative = 0;
+    if (!m_stream || pa_stream_get_latency(m_stream, &usec, &negative) < 0 || negative)
+        return 0;
+    return static_cast<std::int64_t>(usec) * 1000;
 }
 
 void PulseCaptureStream::deliver()
@@ -175,13 +191,15 @@ void PulseCaptureStream::deliver()
     const size_t chunkSamples = static_cast<size_t>(m_framesPerChunk) * m_channels;
     size_t offset = 0;
     const std::int64_t now = monotonicNowNs();
+    const std::int64_t latency = latencyNs();
     const size_t total = m_pending.size();
     while (total - offset >= chunkSamples) {
         // Stamp the first frame: the pending samples end (roughly) now.
         const std::size_t wholeFrames = (total - offset) / m_channels;
         const auto remainingFrames = static_cast<double>(wholeFrames);
-        Chunk chunk = makeChunk(offset, chunkSamples,
-                                now - static_cast<std::int64_t>(remainingFrames / m_rate * 1e9));
+        Chunk chunk =
+            makeChunk(offset, chunkSamples,
+                      now - static_cast<std::int64_t>(remainingFrames / m_rate * 1e9), latency);
         offset += chunkSamples;
         m_sink(std::move(chunk));
     }
@@ -204,8 +222,8 @@ PulseCaptureStream::Chunk PulseCaptureStream::takeRemaining()
     const size_t whole = m_pending.size() - m_pending.size() % m_channels;
     const std::size_t wholeFrames = whole / m_channels;
     const auto frames = static_cast<double>(wholeFrames);
-    Chunk rest =
-        makeChunk(0, whole, monotonicNowNs() - static_cast<std::int64_t>(frames / m_rate * 1e9));
+    Chunk rest = makeChunk(
+        0, whole, monotonicNowNs() - static_cast<std::int64_t>(frames / m_rate * 1e9), latencyNs());
     m_pending.clear();
     return rest;
 }

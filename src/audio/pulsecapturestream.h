@@ -1,5 +1,7 @@
 #pragma once
 
+#include "audio/capturebackend.h"
+
 #include <QString>
 
 #include <cstdint>
@@ -20,42 +22,37 @@ class PulseContext;
 // The read callback is real-time code on PulseAudio's thread: it copies the
 // samples, measures the peak and hands the chunk to `sink`, which must only
 // post it somewhere else (no locks held long, no I/O).
-class PulseCaptureStream {
+class PulseCaptureStream : public CaptureBackend::Stream {
 public:
-    struct Chunk {
-        std::vector<float> samples; // interleaved, `channels` per frame
-        float peak = 0.0f;          // max |x| over channel 0
-        std::int64_t hostTimeNs = 0;
-    };
-    using Sink = std::function<void(Chunk&&)>;
-    // Called on PulseAudio's thread when a running stream fails (device gone).
-    using FailureHandler = std::function<void()>;
+    using Chunk = CaptureBackend::Chunk;
 
     PulseCaptureStream(PulseContext& context, QString streamName, QString sourceName,
                        std::uint32_t framesPerChunk, Sink sink);
-    ~PulseCaptureStream();
+    ~PulseCaptureStream() override;
     PulseCaptureStream(const PulseCaptureStream&) = delete;
     PulseCaptureStream& operator=(const PulseCaptureStream&) = delete;
 
-    void setFailureHandler(FailureHandler handler) { m_onFailure = std::move(handler); }
+    // Called on PulseAudio's thread when a running stream fails (device gone).
+    void setFailureHandler(FailureHandler handler) override { m_onFailure = std::move(handler); }
 
-    // Connects and waits until the stream records. False with `message` and
-    // PulseAudio's error code (PA_ERR_ACCESS for a refusal) otherwise.
-    bool start(QString* message, int* paError, int timeoutMs = 5000);
+    // Connects and waits until the stream records. False with `message`
+    // otherwise; `accessDenied` for PA_ERR_ACCESS.
+    bool start(QString* message, bool* accessDenied, int timeoutMs) override;
 
     // Ends delivery (no more chunks reach the sink) and returns what the
     // stream still holds: the samples of a last, partial chunk. For the end
     // of a recording, so its last fraction of a second is not lost.
-    Chunk takeRemaining();
+    Chunk takeRemaining() override;
 
     // Connected and recording (a suspended source still counts: it may
     // deliver nothing, which is the watchdog's business).
-    bool isRecording() const;
+    bool isRecording() const override;
 
     // What the server actually delivers (normally 48000 Hz, 1 channel).
-    double sampleRate() const { return m_rate; }
-    std::uint32_t channels() const { return m_channels; }
-    const QString& sourceName() const { return m_sourceName; }
+    double sampleRate() const override { return m_rate; }
+    std::uint32_t channels() const override { return m_channels; }
+    QString sourceName() const override { return m_sourceName; }
+    std::uint32_t sourceIndex() const override { return m_sourceIndex; }
 
 private:
     static void onRead(pa_stream* s, size_t nbytes, void* userdata);
@@ -65,7 +62,10 @@ private:
     // there is none.
     bool takeFragment();
     void deliver();
-    Chunk makeChunk(size_t offset, size_t count, std::int64_t firstFrameNs) const;
+    Chunk makeChunk(size_t offset, size_t count, std::int64_t firstFrameNs,
+                    std::int64_t latency) const;
+    // The server's latency of the stream now (main-loop lock held).
+    std::int64_t latencyNs() const;
     void close();
 
     PulseContext& m_context;
@@ -77,6 +77,7 @@ private:
 
     pa_stream* m_stream = nullptr;
     bool m_wasReady = false;
+    std::uint32_t m_sourceIndex = 0xffffffffu;
     double m_rate = 48000.0;
     std::uint32_t m_channels = 1;
 

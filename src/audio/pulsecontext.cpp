@@ -1,5 +1,7 @@
 #include "pulsecontext.h"
 
+#include "audio/pulsecapturestream.h"
+
 #include <pulse/pulseaudio.h>
 #include <pulse/rtclock.h>
 
@@ -47,7 +49,7 @@ struct TimeoutFlag {
 
 } // namespace
 
-PulseContext::SourceInfo PulseContext::SourceInfo::fromPa(const pa_source_info& i)
+PulseContext::SourceInfo PulseContext::toSourceInfo(const pa_source_info& i)
 {
     SourceInfo s;
     s.name = paText(i.name);
@@ -58,6 +60,11 @@ PulseContext::SourceInfo PulseContext::SourceInfo::fromPa(const pa_source_info& 
     s.sampleFormat = i.sample_spec.format;
     s.isMonitor = i.monitor_of_sink != PA_INVALID_INDEX;
     return s;
+}
+
+PulseContext::SinkInfo PulseContext::toSinkInfo(const pa_sink_info& i)
+{
+    return SinkInfo{paText(i.name), paText(i.description), i.index, paText(i.monitor_source_name)};
 }
 
 PulseContext::Lock::Lock(const PulseContext& c) : m_mainloop(c.m_mainloop)
@@ -223,6 +230,9 @@ bool PulseContext::subscribe(SubscriptionHandler handler, int timeoutMs)
             case PA_SUBSCRIPTION_EVENT_SOURCE:
                 facility = Facility::Source;
                 break;
+            case PA_SUBSCRIPTION_EVENT_SINK:
+                facility = Facility::Sink;
+                break;
             case PA_SUBSCRIPTION_EVENT_SERVER:
                 facility = Facility::Server;
                 break;
@@ -245,8 +255,8 @@ bool PulseContext::subscribe(SubscriptionHandler handler, int timeoutMs)
         this);
     Operation op(pa_context_subscribe(
         m_context,
-        static_cast<pa_subscription_mask_t>(PA_SUBSCRIPTION_MASK_SOURCE |
-                                            PA_SUBSCRIPTION_MASK_SERVER),
+        static_cast<pa_subscription_mask_t>(
+            PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SERVER),
         [](pa_context*, int success, void* userdata) {
             auto* r = static_cast<Result*>(userdata);
             r->ok = success != 0;
@@ -320,7 +330,7 @@ std::optional<PulseContext::SourceInfo> PulseContext::sourceInfo(const QString& 
         [](pa_context*, const pa_source_info* i, int eol, void* userdata) {
             auto* r = static_cast<Result*>(userdata);
             if (eol == 0 && i)
-                r->info = SourceInfo::fromPa(*i);
+                r->info = toSourceInfo(*i);
             r->self->signal();
         },
         &result));
@@ -346,7 +356,7 @@ std::optional<QList<PulseContext::SourceInfo>> PulseContext::sources(int timeout
         [](pa_context*, const pa_source_info* i, int eol, void* userdata) {
             auto* r = static_cast<Result*>(userdata);
             if (eol == 0 && i)
-                r->list.append(SourceInfo::fromPa(*i));
+                r->list.append(toSourceInfo(*i));
             if (eol > 0)
                 r->complete = true;
             r->self->signal();
@@ -359,6 +369,45 @@ std::optional<QList<PulseContext::SourceInfo>> PulseContext::sources(int timeout
     if (!result.complete)
         return std::nullopt;
     return result.list;
+}
+
+std::optional<QList<PulseContext::SinkInfo>> PulseContext::sinks(int timeoutMs)
+{
+    if (!m_context)
+        return std::nullopt;
+    struct Result {
+        PulseContext* self;
+        QList<SinkInfo> list;
+        bool complete = false;
+    } result{this, {}};
+    Lock lock(*this);
+    Operation op(pa_context_get_sink_info_list(
+        m_context,
+        [](pa_context*, const pa_sink_info* i, int eol, void* userdata) {
+            auto* r = static_cast<Result*>(userdata);
+            if (eol == 0 && i)
+                r->list.append(toSinkInfo(*i));
+            if (eol > 0)
+                r->complete = true;
+            r->self->signal();
+        },
+        &result));
+    if (!op)
+        return std::nullopt;
+    waitLocked([&] { return !op.running() || !contextGood(m_context); }, timeoutMs);
+    op.cancel();
+    if (!result.complete)
+        return std::nullopt;
+    return result.list;
+}
+
+std::unique_ptr<CaptureBackend::Stream> PulseContext::openStream(const QString& streamName,
+                                                                 const QString& sourceName,
+                                                                 std::uint32_t framesPerChunk,
+                                                                 CaptureBackend::Stream::Sink sink)
+{
+    return std::make_unique<PulseCaptureStream>(*this, streamName, sourceName, framesPerChunk,
+                                                std::move(sink));
 }
 
 } // namespace sorv

@@ -1,15 +1,19 @@
 #pragma once
 
+#include "audio/capturebackend.h"
+
 #include <QList>
 #include <QString>
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 
 struct pa_threaded_mainloop;
 struct pa_context;
 struct pa_source_info;
+struct pa_sink_info;
 
 namespace sorv {
 
@@ -20,51 +24,24 @@ namespace sorv {
 //
 // The blocking calls wait with a bound so that a hung server cannot hang the
 // caller; they are meant for the audio queue, never for the GUI thread.
-class PulseContext {
+class PulseContext : public CaptureBackend::Connection {
 public:
-    enum class ConnectError {
-        None,
-        AccessDenied, // the server refused this client (PA_ERR_ACCESS)
-        NoServer,     // nothing answered, or the connection broke
-    };
+    using ConnectError = CaptureBackend::ConnectError;
+    using ServerInfo = CaptureBackend::ServerInfo;
+    using SourceInfo = CaptureBackend::SourceInfo;
+    using SinkInfo = CaptureBackend::SinkInfo;
+    using Facility = CaptureBackend::Facility;
+    using EventType = CaptureBackend::EventType;
+    using SubscriptionHandler = CaptureBackend::SubscriptionHandler;
+    using ConnectionLostHandler = CaptureBackend::ConnectionLostHandler;
 
-    struct ServerInfo {
-        QString defaultSinkName;
-        QString defaultSourceName;
-    };
+    static SourceInfo toSourceInfo(const pa_source_info& info);
+    static SinkInfo toSinkInfo(const pa_sink_info& info);
 
-    struct SourceInfo {
-        QString name;
-        QString description;
-        std::uint32_t index = 0xffffffffu; // the server's index; a re-created source gets a new one
-        std::uint32_t channels = 0;
-        std::uint32_t sampleRate = 0;
-        int sampleFormat = -1;  // pa_sample_format_t
-        bool isMonitor = false; // the monitor of a sink, not a microphone
-
-        static SourceInfo fromPa(const pa_source_info& info);
-        // The same source object delivering the same format: a change of
-        // volume, mute or suspension keeps the configuration; a re-created
-        // source or a new sample format does not.
-        bool sameConfiguration(const SourceInfo& other) const
-        {
-            return index == other.index && channels == other.channels &&
-                   sampleRate == other.sampleRate && sampleFormat == other.sampleFormat;
-        }
-        friend bool operator==(const SourceInfo&, const SourceInfo&) = default;
-    };
-
-    // What a subscription reports: which kind of object, and what happened to it.
-    enum class Facility { Source, Server, Other };
-    enum class EventType { New, Change, Remove };
-    // Runs on PulseAudio's thread: it must only post.
-    using SubscriptionHandler = std::function<void(Facility, EventType, std::uint32_t index)>;
-    using ConnectionLostHandler = std::function<void()>;
-
-    static constexpr int kDefaultTimeoutMs = 5000;
+    static constexpr int kDefaultTimeoutMs = CaptureBackend::kDefaultTimeoutMs;
 
     PulseContext();
-    ~PulseContext();
+    ~PulseContext() override;
     PulseContext(const PulseContext&) = delete;
     PulseContext& operator=(const PulseContext&) = delete;
 
@@ -72,17 +49,23 @@ public:
     // never spawning one. False with `error` describing why.
     bool connect(const QString& clientName, ConnectError* error, QString* message,
                  int timeoutMs = kDefaultTimeoutMs);
-    bool isReady() const;
+    bool isReady() const override;
 
-    // Subscribes to changes of sources and of the server (default devices).
-    bool subscribe(SubscriptionHandler handler, int timeoutMs = kDefaultTimeoutMs);
+    // Subscribes to changes of sources, sinks and the server (default devices).
+    bool subscribe(SubscriptionHandler handler, int timeoutMs = kDefaultTimeoutMs) override;
     // Called once, on PulseAudio's thread, when an established connection
     // breaks: the server went away. It must only post.
-    void setConnectionLostHandler(ConnectionLostHandler handler);
+    void setConnectionLostHandler(ConnectionLostHandler handler) override;
 
-    std::optional<ServerInfo> serverInfo(int timeoutMs = kDefaultTimeoutMs);
-    std::optional<SourceInfo> sourceInfo(const QString& name, int timeoutMs = kDefaultTimeoutMs);
-    std::optional<QList<SourceInfo>> sources(int timeoutMs = kDefaultTimeoutMs);
+    std::optional<ServerInfo> serverInfo(int timeoutMs = kDefaultTimeoutMs) override;
+    std::optional<SourceInfo> sourceInfo(const QString& name,
+                                         int timeoutMs = kDefaultTimeoutMs) override;
+    std::optional<QList<SourceInfo>> sources(int timeoutMs = kDefaultTimeoutMs) override;
+    std::optional<QList<SinkInfo>> sinks(int timeoutMs = kDefaultTimeoutMs) override;
+    std::unique_ptr<CaptureBackend::Stream> openStream(const QString& streamName,
+                                                       const QString& sourceName,
+                                                       std::uint32_t framesPerChunk,
+                                                       CaptureBackend::Stream::Sink sink) override;
 
     // For PulseCaptureStream: the raw handles and the wait primitive.
     pa_threaded_mainloop* mainloop() const { return m_mainloop; }
@@ -106,7 +89,7 @@ public:
     };
 
     // The last error of the context as text (PulseAudio's own wording).
-    QString lastErrorText() const;
+    QString lastErrorText() const override;
     int lastError() const;
 
 private:

@@ -46,11 +46,15 @@ int runDevices(CommandContext& ctx)
     // The monitor answers once it has reached the server, or failed to.
     QObject anchor;
     const QPointer<const QObject> alive(&anchor);
-    InputDeviceMonitor monitor([&ctx, alive](const InputDeviceMonitor::Change& change) {
-        if (change.first)
-            postToMainThread(alive,
-                             [&ctx, snapshot = change.snapshot] { printDevices(ctx, snapshot); });
-    });
+    InputDeviceMonitor::Options options;
+    options.backend = ctx.captureBackend;
+    InputDeviceMonitor monitor(
+        [&ctx, alive](const InputDeviceMonitor::Change& change) {
+            if (change.first)
+                postToMainThread(
+                    alive, [&ctx, snapshot = change.snapshot] { printDevices(ctx, snapshot); });
+        },
+        options);
     return ctx.exec();
 }
 

@@ -222,6 +222,22 @@ int runRecord(CommandContext& ctx)
             reportSystemAudio();
     });
 
+    // System audio follows the output: the first one is an event, a move
+    // is said in words too.
+    QString systemAudioDevice;
+    QObject::connect(&recorder, &AudioRecorder::systemAudioDeviceChanged, &recorder, [&] {
+        const QString name = recorder.systemAudioDevice();
+        if (name.isEmpty())
+            return;
+        if (!systemAudioDevice.isEmpty()) {
+            endMeterLine();
+            ctx.print(QStringLiteral("🔊 System audio now from %1").arg(name));
+        }
+        systemAudioDevice = name;
+        ctx.event({{QStringLiteral("event"), QStringLiteral("systemAudioDevice")},
+                   {QStringLiteral("name"), name}});
+    });
+
     // The microphone's health, as it happens.
     QObject::connect(&recorder, &AudioRecorder::micEngineRestarted, &recorder, [&](qint64 n) {
         endMeterLine();

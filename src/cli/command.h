@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/capturebackend.h"
 #include "audio/recordingengine.h"
 #include "core/delayedcall.h"
 
@@ -40,6 +41,8 @@ public:
     // The capture engine `record` uses (empty: the real one with the
     // application's timing). Tests run the real engine with shorter timing.
     std::function<std::unique_ptr<RecordingEngine>()> makeRecordingEngine;
+    // The sound server `devices` asks (empty: the real one).
+    std::shared_ptr<CaptureBackend> captureBackend;
     // Where the commands' waits (a retry's pause) come from (empty: real
     // timers). Tests move that time themselves.
     DelayedCall delays;

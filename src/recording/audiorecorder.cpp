@@ -116,6 +116,11 @@ void AudioRecorder::setSystemAudioActive(bool v)
     setAndNotify(this, m_systemAudioActive, v, &AudioRecorder::systemAudioActiveChanged);
 }
 
+void AudioRecorder::setSystemAudioDevice(const QString& v)
+{
+    setAndNotify(this, m_systemAudioDevice, v, &AudioRecorder::systemAudioDeviceChanged);
+}
+
 void AudioRecorder::setMicSilent(bool v)
 {
     setAndNotify(this, m_micSilent, v, &AudioRecorder::micSilentChanged);
@@ -245,6 +250,7 @@ void AudioRecorder::requestStartRecording(bool recordVideo,
     setMicSilent(false);
     setMicSilentMessage(QString());
     setSoundServerLost(false);
+    setSystemAudioDevice(QString());
     setSignInRequired(false);
     refreshInputDevices();
 
@@ -485,6 +491,9 @@ void AudioRecorder::applyUpdate(const AudioEngineUpdate& update)
     case Kind::SystemAudioError:
         setSystemAudioError(update.text.value_or(QString()));
         break;
+    case Kind::SystemAudioDevice:
+        setSystemAudioDevice(update.text.value_or(QString()));
+        break;
     case Kind::MicSilent: {
         // The message first, so that whoever follows micSilent reads the
         // text that goes with it.
@@ -724,6 +733,7 @@ void AudioRecorder::clearSessionFields()
     setSystemLevel(0.0f);
     setScreenAccessWarning(QString());
     setSystemAudioError(QString());
+    setSystemAudioDevice(QString());
     setSoundServerLost(false);
     setFailedUploadPath({});
     setSignInRequired(false);

@@ -45,6 +45,7 @@ class AudioRecorder : public QObject {
     Q_PROPERTY(float systemLevel READ systemLevel NOTIFY systemLevelChanged)
     Q_PROPERTY(bool systemAudioActive READ systemAudioActive NOTIFY systemAudioActiveChanged)
     Q_PROPERTY(QString systemAudioError READ systemAudioError NOTIFY systemAudioErrorChanged)
+    Q_PROPERTY(QString systemAudioDevice READ systemAudioDevice NOTIFY systemAudioDeviceChanged)
     Q_PROPERTY(
         QString screenAccessWarning READ screenAccessWarning NOTIFY screenAccessWarningChanged)
     Q_PROPERTY(bool micSilent READ micSilent NOTIFY micSilentChanged)
@@ -89,6 +90,9 @@ public:
     bool systemAudioActive() const { return m_systemAudioActive; }
     // A null string means "none".
     QString systemAudioError() const { return m_systemAudioError; }
+    // The output whose sound is recorded, by name (empty before there is one):
+    // system audio follows the default output when it changes.
+    QString systemAudioDevice() const { return m_systemAudioDevice; }
     QString screenAccessWarning() const { return m_screenAccessWarning; }
     bool micSilent() const { return m_micSilent; }
     QString micSilentMessage() const { return m_micSilentMessage; }
@@ -164,6 +168,7 @@ Q_SIGNALS:
     void systemLevelChanged();
     void systemAudioActiveChanged();
     void systemAudioErrorChanged();
+    void systemAudioDeviceChanged();
     void screenAccessWarningChanged();
     void micSilentChanged();
     void micSilentMessageChanged();
@@ -186,6 +191,7 @@ private:
     void setSystemLevel(float v);
     void setSystemAudioActive(bool v);
     void setSystemAudioError(const QString& v);
+    void setSystemAudioDevice(const QString& v);
     void setScreenAccessWarning(const QString& v);
     void setMicSilent(bool v);
     void setMicSilentMessage(const QString& v);
@@ -243,6 +249,7 @@ private:
     float m_systemLevel = 0.0f;
     bool m_systemAudioActive = false;
     QString m_systemAudioError;
+    QString m_systemAudioDevice;
     QString m_screenAccessWarning;
     bool m_micSilent = false;
     QString m_micSilentMessage;

@@ -5,6 +5,7 @@
 
 #include "audio/inputdevicelist.h"
 #include "audio/inputdevicemonitor.h"
+#include "audio/pulsecontext.h"
 
 #include <QTest>
 
@@ -35,7 +36,7 @@ QList<Source> sources(std::initializer_list<pa_source_info> infos)
 {
     QList<Source> list;
     for (const auto& i : infos)
-        list << Source::fromPa(i);
+        list << PulseContext::toSourceInfo(i);
     return list;
 }
 
@@ -69,7 +70,8 @@ void TestInputDevices::sourceBecomesDevice_data()
     QTest::addColumn<bool>("isDefault");
     const char* usb = "alsa_input.usb-Headset-00.mono-fallback";
     auto row = [](const char* tag, pa_source_info info, bool listed, const char* name, bool def) {
-        QTest::newRow(tag) << Source::fromPa(info) << listed << QString::fromUtf8(name) << def;
+        QTest::newRow(tag) << PulseContext::toSourceInfo(info) << listed << QString::fromUtf8(name)
+                           << def;
     };
     row("microphone", paSource(usb, "USB Headset Mono", 3), true, "USB Headset Mono", false);
     row("default microphone", paSource("virtmic", "VirtualMic", 2), true, "VirtualMic", true);
@@ -153,8 +155,9 @@ void TestInputDevices::order()
     QList<Source> list;
     for (qsizetype i = 0; i < serverOrder.size(); ++i) {
         const bool monitor = serverOrder.at(i) == QLatin1String("monitor");
-        list << Source::fromPa(paSource(names_.at(i).constData(), descriptions.at(i).constData(),
-                                        std::uint32_t(i), monitor ? 0 : PA_INVALID_INDEX));
+        list << PulseContext::toSourceInfo(
+            paSource(names_.at(i).constData(), descriptions.at(i).constData(), std::uint32_t(i),
+                     monitor ? 0 : PA_INVALID_INDEX));
     }
     QCOMPARE(names(inputDevicesFromSources(list, defaultSource)), expected);
 }

@@ -1,6 +1,7 @@
 // The microphone's health checks on a clock of the test's own: the watchdog
-// with its reasons, its limit of five restarts and the repeated fatal report;
-// configuration-change restarts counting toward that limit; the silence
+// with its reasons, its patience with a microphone that has not delivered
+// yet, its limit of five stall restarts and the repeated fatal report, which
+// configuration-change restarts do not use up; the silence
 // windows after the grace period, two hard resets, the report and the
 // recovery. The application's timing, without waiting for it.
 
@@ -111,6 +112,8 @@ private Q_SLOTS:
     void graceAfterDeviceSwitch();
     void watchdogReasons_data();
     void watchdogReasons();
+    void slowFirstBufferIsNoStall_data();
+    void slowFirstBufferIsNoStall();
     void stallsEndInRepeatedFatalReport_data();
     void stallsEndInRepeatedFatalReport();
     void failedRestartIsTriedAgain();
@@ -253,6 +256,7 @@ void TestMicrophoneHealth::watchdogReasons()
     QFETCH(QString, reason);
     Rig rig;
     rig.level = 0.5f;
+    rig.second(); // it has delivered: no longer a microphone just set up
     rig.mic.engine = engine;
     rig.mic.running = running;
     rig.delivering = delivering;
@@ -269,11 +273,43 @@ void TestMicrophoneHealth::watchdogReasons()
     QCOMPARE(rig.reports.front().second, AudioEngineUpdate::micEngineRestarted(1));
 }
 
+void TestMicrophoneHealth::slowFirstBufferIsNoStall_data()
+{
+    QTest::addColumn<double>("firstBufferAt"); // 0: never
+    QTest::addColumn<double>("restartAt");     // 0: none
+    QTest::newRow("Bluetooth headset, 2.5 s") << 2.5 << 0.0;
+    QTest::newRow("nothing at all") << 0.0 << 3.0;
+}
+
+void TestMicrophoneHealth::slowFirstBufferIsNoStall()
+{
+    QFETCH(double, firstBufferAt);
+    QFETCH(double, restartAt);
+    // After a start, and after a restart (a switch of device) the same way.
+    for (const bool afterSwitch : {false, true}) {
+        Rig rig;
+        rig.level = 0.5f;
+        if (afterSwitch) {
+            rig.seconds(4);
+            rig.health.deviceSwitched();
+        }
+        const double from = rig.tickAt;
+        double restartedAt = 0.0;
+        for (int s = 1; s <= 5; ++s) {
+            rig.delivering = firstBufferAt > 0 && s >= firstBufferAt;
+            rig.second();
+            if (restartedAt == 0.0 && rig.mic.restarts > 0)
+                restartedAt = rig.tickAt - from;
+        }
+        QCOMPARE(restartedAt, restartAt);
+    }
+}
+
 void TestMicrophoneHealth::stallsEndInRepeatedFatalReport_data()
 {
     QTest::addColumn<int>("configChanges");
     QTest::newRow("six stalls") << 0;
-    QTest::newRow("two configuration changes, then four stalls") << 2;
+    QTest::newRow("six configuration changes, then still six stalls") << 6;
 }
 
 void TestMicrophoneHealth::stallsEndInRepeatedFatalReport()
@@ -282,18 +318,24 @@ void TestMicrophoneHealth::stallsEndInRepeatedFatalReport()
     Rig rig;
     rig.level = 0.5f;
     rig.seconds(2);
-    for (int i = 0; i < configChanges; ++i)
+    for (int i = 0; i < configChanges; ++i) {
         rig.health.configurationChanged();
+        rig.second();
+    }
     QCOMPARE(rig.logged(QStringLiteral("✅ Mic engine restarted after config change (#")),
              configChanges);
 
+    // The first stall is seen at once; each restarted microphone then has
+    // its time to deliver.
     rig.delivering = false;
-    const int stallsBeforeFatal = 5 - configChanges;
-    rig.seconds(stallsBeforeFatal);
-    QCOMPARE(rig.reportTimes(Kind::MicEngineRestarted).size(), 5);
+    rig.second();
+    for (int i = 1; i < 5; ++i)
+        rig.seconds(3);
+    QCOMPARE(rig.reportTimes(Kind::MicEngineRestarted).size(), configChanges + 5);
+    QCOMPARE(rig.health.stallRestartCount(), 5);
     QVERIFY(rig.reportTimes(Kind::FatalError).isEmpty());
 
-    rig.second(); // the sixth restart is one too many
+    rig.seconds(3); // the sixth restart is one too many
     QCOMPARE(rig.reportTimes(Kind::FatalError).size(), 1);
     QCOMPARE(rig.reports.back().second,
              AudioEngineUpdate::fatalError(
@@ -316,6 +358,7 @@ void TestMicrophoneHealth::stallsEndInRepeatedFatalReport()
 void TestMicrophoneHealth::failedRestartIsTriedAgain()
 {
     Rig rig;
+    rig.second();
     rig.delivering = false;
     rig.mic.restartError = QStringLiteral("No microphone available");
     rig.second();

@@ -1,18 +1,20 @@
-// The command line and the microphones, in-process against a private
-// PulseAudio daemon: `devices` lists what the recorder's picker lists, and
-// `record --device` shows what happens to the microphone as it happens (a
-// silent microphone with its name, the recovery, a restart after it was
-// unplugged), as text and as JSON events. The engine is the real one with
-// its timing scaled down.
+// The command line and the microphones, in-process against a fake sound
+// server moved by the test: `devices` lists what the recorder's picker
+// lists, and `record --device` shows what happens to the microphone as it
+// happens (a silent microphone with its name, the recovery, a restart after
+// it was unplugged, system audio following the output), as text and as JSON
+// events. The engine is the real one
+// with the application's timing, on the fake server's clock.
 
 #include "audio/audioengine.h"
+#include "audio/fakecapturebackend.h"
 #include "cli/command.h"
 #include "support/isolatedenvironment.h"
-#include "support/pulsesandbox.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTest>
+#include <QTimer>
 
 using namespace sorv;
 using namespace sorv::test;
@@ -35,9 +37,11 @@ struct Run {
     }
 };
 
-// Runs a command in-process; `onOutput` sees standard output as it grows
-// (on the main thread), to act on the sandbox mid-recording.
-Run runCli(const QStringList& args, const std::function<void(const QString&)>& onOutput = {})
+// Runs a command in-process on the fake server, whose sound cards play
+// while the command runs; `onOutput` sees standard output as it grows (on
+// the main thread), to act on the server mid-recording.
+Run runCli(const std::shared_ptr<FakeCaptureBackend>& fake, const QStringList& args,
+           const std::function<void(const QString&)>& onOutput = {})
 {
     Run r;
     cli::CommandContext ctx;
@@ -48,14 +52,13 @@ Run runCli(const QStringList& args, const std::function<void(const QString&)>& o
             onOutput(r.out);
     };
     ctx.err = [&r](const QByteArray& b) { r.err += QString::fromUtf8(b); };
-    ctx.makeRecordingEngine = [] {
-        AudioEngine::Options o;
-        o.health.watchdogPeriod = std::chrono::milliseconds(500);
-        o.health.graceSeconds = 0.5;
-        o.health.silenceWindowSeconds = 1.0;
-        o.devices.reconnectInterval = std::chrono::milliseconds(250);
-        return std::make_unique<AudioEngine>(o);
+    ctx.captureBackend = fake;
+    ctx.makeRecordingEngine = [fake] {
+        return std::make_unique<AudioEngine>(fake->engineOptions());
     };
+    QTimer soundCards;
+    QObject::connect(&soundCards, &QTimer::timeout, [&fake] { fake->pump(); });
+    soundCards.start(1);
     r.status = cli::run(args, ctx);
     return r;
 }
@@ -67,50 +70,34 @@ QString headsetId()
 
 } // namespace
 
-// One daemon for every case: "virtmic" (the default) and "headset" (shown as
-// "USB Headset"), both hearing a tone. The last case unplugs the headset.
+// "virtmic" (the default) and "headset" (shown as "USB Headset") hear a
+// tone; "speakers" plays one.
 class TestCliMicrophone : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase();
-    void cleanupTestCase();
+    void init();
     void devicesListsTheMicrophones();
     void devicesWithoutSoundServer();
     void recordShowsTheSilentMicrophoneByName();
     void recordReportsTheMicrophoneAsItHappens();
+    void recordFollowsTheOutput();
 
 private:
-    QTemporaryDir m_tones;
-    QString m_tone;
-    std::unique_ptr<IsolatedEnvironment> m_env;
-    std::unique_ptr<PulseSandbox> m_sandbox;
-    int m_headset = -1;
+    IsolatedEnvironment m_env;
+    std::shared_ptr<FakeCaptureBackend> m_fake;
 };
 
-void TestCliMicrophone::initTestCase()
+void TestCliMicrophone::init()
 {
-    if (!PulseSandbox::toolsAvailable())
-        QSKIP("PulseAudio sandbox tools are not installed");
-    m_tone = m_tones.filePath(QStringLiteral("tone.wav"));
-    QVERIFY(PulseSandbox::makeTone(m_tone, 700, 30, 0.3));
-    m_env = std::make_unique<IsolatedEnvironment>();
-    m_sandbox = std::make_unique<PulseSandbox>();
-    QVERIFY2(m_sandbox->isRunning(), qPrintable(m_sandbox->errorString()));
-    m_headset = m_sandbox->addMicrophone(QStringLiteral("headset"), QStringLiteral("USB Headset"));
-    QVERIFY(m_headset >= 0);
-    QVERIFY(m_sandbox->playIntoSource(QStringLiteral("headset"), m_tone));
-    QVERIFY(m_sandbox->playIntoMicrophone(m_tone));
-}
-
-void TestCliMicrophone::cleanupTestCase()
-{
-    m_sandbox.reset();
-    m_env.reset();
+    m_fake = FakeCaptureBackend::create();
+    m_fake->addMicrophone(QStringLiteral("virtmic"), QStringLiteral("VirtualMic"));
+    m_fake->addMicrophone(QStringLiteral("headset"), QStringLiteral("USB Headset"), 700);
+    m_fake->addOutput(QStringLiteral("speakers"), QStringLiteral("Speakers"));
 }
 
 void TestCliMicrophone::devicesListsTheMicrophones()
 {
-    const Run text = runCli({QStringLiteral("devices")});
+    const Run text = runCli(m_fake, {QStringLiteral("devices")});
     QCOMPARE(text.status, 0);
     const QStringList lines = text.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     QCOMPARE(lines.size(), 2);
@@ -120,7 +107,7 @@ void TestCliMicrophone::devicesListsTheMicrophones()
     QCOMPARE(lines.at(1).split(QLatin1Char(' '), Qt::SkipEmptyParts),
              (QStringList{headsetId(), QStringLiteral("USB"), QStringLiteral("Headset")}));
 
-    const Run json = runCli({QStringLiteral("--json"), QStringLiteral("devices")});
+    const Run json = runCli(m_fake, {QStringLiteral("--json"), QStringLiteral("devices")});
     QCOMPARE(json.status, 0);
     const auto devices = json.events(QStringLiteral("device"));
     QCOMPARE(devices.size(), 2);
@@ -132,9 +119,8 @@ void TestCliMicrophone::devicesListsTheMicrophones()
 
 void TestCliMicrophone::devicesWithoutSoundServer()
 {
-    qputenv("PULSE_SERVER", QFile::encodeName(m_env->path(QStringLiteral("no-such-socket"))));
-    const Run r = runCli({QStringLiteral("--json"), QStringLiteral("devices")});
-    qputenv("PULSE_SERVER", m_sandbox->serverAddress().toUtf8());
+    m_fake->setRunning(false);
+    const Run r = runCli(m_fake, {QStringLiteral("--json"), QStringLiteral("devices")});
     QCOMPARE(r.status, 1);
     QCOMPARE(r.err.trimmed(), QStringLiteral("Could not connect to the sound server"));
     QCOMPARE(r.events(QStringLiteral("error")).size(), 1);
@@ -142,25 +128,23 @@ void TestCliMicrophone::devicesWithoutSoundServer()
 
 void TestCliMicrophone::recordReportsTheMicrophoneAsItHappens()
 {
-    PulseSandbox& sandbox = *m_sandbox;
-    QVERIFY(sandbox.pactl(
-        {QStringLiteral("set-source-mute"), QStringLiteral("headset"), QStringLiteral("1")}));
-
-    // Silent, reported; unmuted, recovered; unplugged, restarted on the default.
+    m_fake->setLevel(QStringLiteral("headset"), 0.0f);
+    // Silent, reported (after two resets, at 15 s); sound again, recovered;
+    // unplugged, restarted on the default.
     bool unmuted = false;
     bool unplugged = false;
-    const Run r = runCli({QStringLiteral("--json"), QStringLiteral("record"),
-                          QStringLiteral("--duration"), QStringLiteral("6"),
+    const Run r = runCli(m_fake,
+                         {QStringLiteral("--json"), QStringLiteral("record"),
+                          QStringLiteral("--duration"), QStringLiteral("30"),
                           QStringLiteral("--device"), headsetId(), QStringLiteral("--discard")},
                          [&](const QString& out) {
                              if (!unmuted && out.contains(QStringLiteral("\"silent\":true"))) {
                                  unmuted = true;
-                                 sandbox.pactl({QStringLiteral("set-source-mute"),
-                                                QStringLiteral("headset"), QStringLiteral("0")});
+                                 m_fake->setLevel(QStringLiteral("headset"), 0.3f);
                              }
                              if (!unplugged && out.contains(QStringLiteral("\"silent\":false"))) {
                                  unplugged = true;
-                                 sandbox.unloadModuleIndex(m_headset);
+                                 m_fake->remove(QStringLiteral("headset"));
                              }
                          });
     QCOMPARE(r.status, 0);
@@ -182,17 +166,46 @@ void TestCliMicrophone::recordReportsTheMicrophoneAsItHappens()
 
 void TestCliMicrophone::recordShowsTheSilentMicrophoneByName()
 {
-    QVERIFY(m_sandbox->pactl(
-        {QStringLiteral("set-source-mute"), QStringLiteral("headset"), QStringLiteral("1")}));
-    const Run r =
-        runCli({QStringLiteral("record"), QStringLiteral("--duration"), QStringLiteral("4"),
-                QStringLiteral("--device"), headsetId(), QStringLiteral("--discard")});
-    m_sandbox->pactl(
-        {QStringLiteral("set-source-mute"), QStringLiteral("headset"), QStringLiteral("0")});
+    m_fake->setLevel(QStringLiteral("headset"), 0.0f);
+    const Run r = runCli(m_fake, {QStringLiteral("record"), QStringLiteral("--duration"),
+                                  QStringLiteral("20"), QStringLiteral("--device"), headsetId(),
+                                  QStringLiteral("--discard")});
     QCOMPARE(r.status, 0);
     QVERIFY2(r.out.contains(QStringLiteral(
                  "⚠️ Microphone is silent: USB Headset is returning silence. Another app")),
              qPrintable(r.out));
+}
+
+void TestCliMicrophone::recordFollowsTheOutput()
+{
+    // Headphones become the default output, then are unplugged.
+    m_fake->addOutput(QStringLiteral("headphones"), QStringLiteral("Headphones"), 550);
+    bool switched = false;
+    bool unplugged = false;
+    const Run r =
+        runCli(m_fake,
+               {QStringLiteral("--json"), QStringLiteral("record"), QStringLiteral("--duration"),
+                QStringLiteral("60"), QStringLiteral("--discard")},
+               [&](const QString& out) {
+                   if (!switched && out.contains(QStringLiteral("\"Speakers\""))) {
+                       switched = true;
+                       m_fake->setDefaultSink(QStringLiteral("headphones"));
+                   }
+                   if (!unplugged && out.contains(QStringLiteral("\"Headphones\""))) {
+                       unplugged = true;
+                       m_fake->remove(QStringLiteral("headphones"));
+                   }
+               });
+    QCOMPARE(r.status, 0);
+    QStringList outputs;
+    for (const QJsonObject& e : r.events(QStringLiteral("systemAudioDevice")))
+        outputs << e.value(QStringLiteral("name")).toString();
+    QCOMPARE(outputs, (QStringList{QStringLiteral("Speakers"), QStringLiteral("Headphones"),
+                                   QStringLiteral("Speakers")}));
+    // System audio was never lost on the way.
+    const auto systemAudio = r.events(QStringLiteral("systemAudio"));
+    QCOMPARE(systemAudio.size(), 1);
+    QCOMPARE(systemAudio.at(0).value(QStringLiteral("active")).toBool(), true);
 }
 
 QTEST_GUILESS_MAIN(TestCliMicrophone)

@@ -11,29 +11,29 @@
 
 namespace sorv::test {
 
-// A private PulseAudio daemon for one test: its own runtime directory and
-// socket, PULSE_SERVER pointing at it for this process and its children.
+// A private sound server for one test: its own runtime directory and socket,
+// PULSE_SERVER pointing at it for this process and its children. PulseAudio,
+// or with SORV_SOUND_SERVER=pipewire a PipeWire session (its own session
+// bus, pipewire, wireplumber and pipewire-pulse) spoken to the same way.
 //
-// Default layout: a null sink "speakers" as the default sink (system audio is
-// its monitor) and a virtual microphone "virtmic" fed through the null sink
-// "micsink". Without speakers there is no sink at all and the microphone is a
-// 1 kHz sine source, for "no system audio" cases.
+// Layout: a null sink "speakers" as the default sink (system audio is its
+// monitor) and a virtual microphone "virtmic" fed through the null sink
+// "micsink", all loaded through pactl.
 //
-// The daemon dies with the test: the destructor stops it, and the kernel
+// The server dies with the test: the destructor stops it, and the kernel
 // sends it SIGTERM should the test process crash.
 class PulseSandbox {
 public:
-    struct Options {
-        bool speakers = true;
-    };
-
-    PulseSandbox() : PulseSandbox(Options{}) {}
-    explicit PulseSandbox(Options options);
+    PulseSandbox();
     ~PulseSandbox();
     PulseSandbox(const PulseSandbox&) = delete;
     PulseSandbox& operator=(const PulseSandbox&) = delete;
 
-    // False (with errorString()) when the daemon did not come up.
+    static bool pipeWire();
+    // "PulseAudio" or "PipeWire", for messages.
+    static QString flavourName();
+
+    // False (with errorString()) when the server did not come up.
     bool isRunning() const { return m_running; }
     const QString& errorString() const { return m_error; }
     QString serverAddress() const;
@@ -41,34 +41,49 @@ public:
     // Runs pactl against the sandbox; its standard output in `output`.
     bool pactl(const QStringList& args, QString* output = nullptr) const;
 
-    // Plays a file into the virtual microphone / the default sink. Playback
-    // runs in the background until it ends or the sandbox stops.
+    // Plays a file into the virtual microphone / a sink. Playback runs in
+    // the background until it ends or the sandbox stops.
     bool playIntoMicrophone(const QString& file);
-    bool playToSpeakers(const QString& file);
+    bool playToSpeakers(const QString& file)
+    {
+        return playToSink(QStringLiteral("speakers"), file);
+    }
+    bool playToSink(const QString& sink, const QString& file);
     void stopPlayback();
-
-    bool setMicrophoneMuted(bool muted) const;
-    // Unloads the first module whose name matches (e.g. "module-remap-source").
-    bool unloadModule(const QString& moduleName) const;
 
     // Another virtual microphone: source `name` (shown as `description`), fed
     // through its own null sink "<name>_feed". Returns the index of the
     // module that makes the source (for unloadModuleIndex), or -1. Pacing the
-    // feed like a sound card (needed to record from it without bursts) costs
-    // about two seconds; a microphone that is only listed can skip it.
+    // feed like a sound card (needed on PulseAudio to record from it without
+    // bursts) costs about two seconds; a microphone that is only listed can
+    // skip it.
     int addMicrophone(const QString& name, const QString& description, bool paced = true);
     bool playIntoSource(const QString& name, const QString& file);
     bool unloadModuleIndex(int index) const;
+    // Another output: null sink `name` shown as `description`, paced like
+    // the microphones.
+    bool addOutput(const QString& name, const QString& description, bool paced = true);
+    bool setDefaultSink(const QString& name) const;
     bool setDefaultSource(const QString& name) const;
-    // A suspended source keeps its streams but delivers nothing: a stall.
-    bool suspendSource(const QString& name, bool suspended) const;
 
-    // The server crashes (SIGKILL): every client loses its connection, and
-    // whatever was playing stops.
+    // A microphone that is there but records nothing until released, as a
+    // Bluetooth headset does while it wakes up: on PulseAudio a suspended
+    // source, on PipeWire one whose process is stopped. Fed like the others.
+    bool addSlowMicrophone(const QString& name, const QString& description);
+    void releaseSlowMicrophone();
+    // Gone again; due before the next case on PipeWire, where the loopback,
+    // once stopped, has left clients that pipewire-pulse took on afterwards
+    // without news of a changed default output.
+    void removeSlowMicrophone();
+
+    // The server crashes (SIGKILL; on PipeWire pipewire-pulse, which takes the
+    // devices loaded through it along): every client loses its connection,
+    // and whatever was playing stops.
     void killDaemon();
-    // Starts it again on the same socket with the default layout (the
-    // microphones added since are gone). False when it did not come up.
-    bool restartDaemon();
+    // Starts it again on the same socket, with the layout, or bare (only
+    // what the server makes on its own) for loadLayout() to follow later.
+    bool restartDaemon(bool withLayout = true);
+    bool loadLayout();
 
     // A mono 48 kHz tone file made with sox.
     static bool makeTone(const QString& path, double frequency, double seconds,
@@ -79,13 +94,19 @@ public:
 
 private:
     bool launch();
-    bool play(const QString& device, const QString& file);
+    bool startProcess(QProcess& process, const QString& program, const QStringList& args);
+    bool waitUntilAnswering();
+    bool listsSource(const QString& name) const;
     bool pace(const QStringList& monitors);
     void stop();
 
-    Options m_options;
     QTemporaryDir m_dir;
-    QProcess m_daemon;
+    QProcessEnvironment m_env;
+    // PulseAudio: the daemon. PipeWire: the bus, pipewire, wireplumber, and
+    // pipewire-pulse last.
+    std::vector<std::unique_ptr<QProcess>> m_servers;
+    std::unique_ptr<QProcess> m_slowMicrophone; // PipeWire's stopped pw-loopback
+    QString m_slowSource;                       // its name (on PulseAudio, suspended)
     std::vector<std::unique_ptr<QProcess>> m_players;
     std::vector<std::unique_ptr<QProcess>> m_pacers;
     bool m_running = false;
