@@ -141,8 +141,11 @@ private Q_SLOTS:
     void cleanup();
     void mixesMicrophoneAndSystemAudio();
     void unloadedMicrophoneFallsBackToTheDefault();
-    void slowMicrophoneIsGivenTimeToWakeUp();
     void systemAudioFollowsTheOutput();
+    // After the output switch: on pipewire-pulse 0.3.65, a client connected
+    // shortly after a stopped-and-resumed client has left can miss the news
+    // of a changed default output under load (1 run in 3 with -j2).
+    void slowMicrophoneIsGivenTimeToWakeUp();
     void recordingSurvivesTheSoundServer();
 
 private:
