@@ -85,6 +85,7 @@ started=$(date +%s.%N)
 rss() { awk '/^VmRSS/ { printf "%.1f", $2 / 1024 }' "/proc/$rec/status" 2>/dev/null || true; }
 restart_daemon() {
   kill -9 "$daemon"
+  wait "$daemon" 2>/dev/null || true
   sleep 1
   XDG_RUNTIME_DIR="$work" HOME="$work" pulseaudio -n --daemonize=no --exit-idle-time=-1 \
     --disallow-exit --use-pid-file=no --realtime=no --high-priority=no \
