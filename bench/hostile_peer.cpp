@@ -10,9 +10,13 @@
 //   hostile_peer PORT DATA_DIR line BYTES      a meeting stream whose data line
 //                                              runs BYTES without a line end,
 //                                              then "after the line"
+//   hostile_peer PORT DATA_DIR deaf FRAMES     live connections that take FRAMES
+//                                              audio frames and then read
+//                                              nothing more (pings included)
 //
-// Prints "meeting ID" (the meeting to follow) once it listens; runs until
-// SIGTERM or SIGINT.
+// Prints "meeting ID" (the meeting to follow) once it listens, and on SIGTERM
+// or SIGINT, before it ends, "live N connections, F frames" (what the live
+// endpoint took).
 
 #include "core/log.h"
 #include "core/signalnotifier.h"
@@ -102,9 +106,10 @@ int main(int argc, char** argv)
     const QString mode = args.value(3);
     if (args.size() != 5 || !portOk || !bytesOk || bytes <= 0 ||
         !QStringList{QStringLiteral("interim"), QStringLiteral("message"), QStringLiteral("finals"),
-                     QStringLiteral("line")}
+                     QStringLiteral("line"), QStringLiteral("deaf")}
              .contains(mode)) {
-        std::fputs("usage: hostile_peer PORT DATA_DIR interim|message|finals|line BYTES\n", stderr);
+        std::fputs("usage: hostile_peer PORT DATA_DIR interim|message|finals|line|deaf BYTES\n",
+                   stderr);
         return 2;
     }
     setLogSink([](const QString&) {});
@@ -123,8 +128,12 @@ int main(int argc, char** argv)
         service.scriptLive(bigMessage(bytes));
     else if (mode == QLatin1String("finals"))
         service.scriptLive(finals(bytes));
-    else
+    else if (mode == QLatin1String("line"))
         service.scriptMeetingStream(longLine(bytes));
+    else
+        // Every reconnection meets the same.
+        for (int i = 0; i < 1000; ++i)
+            service.scriptLive(local::LiveScript().deafen(int(bytes)));
     const QString meeting = service.addMeeting(
         local::LocalService::kDemoEmail, QStringLiteral("https://meet.google.com/abc-defg-hij"));
     std::printf("meeting %s\n", qPrintable(meeting));
@@ -133,6 +142,12 @@ int main(int argc, char** argv)
     SignalNotifier signals({SIGINT, SIGTERM});
     QObject::connect(&signals, &SignalNotifier::received, &app, &QCoreApplication::quit);
     const int rc = QCoreApplication::exec();
+    const QList<local::LiveSession> live = service.liveSessions();
+    int frames = 0;
+    for (const local::LiveSession& s : live)
+        frames += s.frames;
+    std::printf("live %d connections, %d frames\n", int(live.size()), frames);
+    std::fflush(stdout);
     service.stop();
     return rc;
 }

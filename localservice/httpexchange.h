@@ -114,6 +114,9 @@ public:
     virtual void close(int code, const QByteArray& reason) = 0;
     // Ends the connection at once, without a close frame.
     virtual void drop() = 0;
+    // Reads nothing more (pings included) and returns once the peer is gone
+    // or the service stops.
+    virtual void holdUnread() = 0;
     // The peer's close code, 0 when it sent none.
     virtual int closeCode() const = 0;
 

@@ -21,7 +21,7 @@ constexpr int kFrameBytes = 3840;
 constexpr int kFrameMs = 120;
 
 struct Reply {
-    enum class Kind { Send, Close, Drop };
+    enum class Kind { Send, Close, Drop, Deafen };
     Kind kind = Kind::Send;
     QByteArray text;
     int code = 1000;
@@ -73,6 +73,9 @@ public:
                 break;
             case LiveScript::Step::Action::Drop:
                 out.push_back({Reply::Kind::Drop, {}, 0, {}, -1});
+                break;
+            case LiveScript::Step::Action::Deafen:
+                out.push_back({Reply::Kind::Deafen, {}, 0, {}, -1});
                 break;
             }
         }
@@ -332,6 +335,12 @@ LiveScript& LiveScript::drop(int afterFrames)
     return *this;
 }
 
+LiveScript& LiveScript::deafen(int afterFrames)
+{
+    steps.push_back({afterFrames, Step::Action::Deafen, {}, 0, {}, -1});
+    return *this;
+}
+
 // ---- The endpoint ---------------------------------------------------------------------------
 
 LiveEndpoint::LiveEndpoint(ServiceState& state) : m_state(state) {}
@@ -411,6 +420,9 @@ void LiveEndpoint::serve(const ServiceRequest& request, WebSocketChannel& ws)
                 return false;
             case Reply::Kind::Drop:
                 ws.drop();
+                return false;
+            case Reply::Kind::Deafen:
+                ws.holdUnread();
                 return false;
             }
         }

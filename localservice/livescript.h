@@ -18,7 +18,7 @@ struct LiveScript {
     static constexpr int kBeforeConnected = -1;
 
     struct Step {
-        enum class Action { Send, Close, Drop };
+        enum class Action { Send, Close, Drop, Deafen };
         // Runs once this many audio frames have arrived (0: right after
         // "connected").
         int afterFrames = 0;
@@ -38,6 +38,9 @@ struct LiveScript {
     LiveScript& close(int code, const QByteArray& reason = {}, int afterFrames = 0);
     // Ends the connection without a close frame, as a network failure would.
     LiveScript& drop(int afterFrames = 0);
+    // Stops reading: no more audio is taken and no ping answered, and the
+    // connection is held until the client goes away.
+    LiveScript& deafen(int afterFrames = 0);
 };
 
 // One connection to the live endpoint, as the service saw it.

@@ -262,6 +262,19 @@ public:
 
     void drop() override { ::shutdown(m_ws.next_layer().native_handle(), SHUT_RDWR); }
 
+    void holdUnread() override
+    {
+        const int fd = m_ws.next_layer().native_handle();
+        // A small window, so that the client's own buffers fill soon.
+        const int small = 4096;
+        ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+        // Waits for the peer's end or reset (or the service's shutdown of the
+        // socket), never for data, which stays unread.
+        pollfd p{fd, POLLRDHUP, 0};
+        while (::poll(&p, 1, -1) < 0 && errno == EINTR) {
+        }
+    }
+
     int closeCode() const override { return m_closeCode; }
 
 private:

@@ -253,6 +253,12 @@ void AudioRecorder::requestStartRecording(bool recordVideo,
     setSystemAudioDevice(QString());
     setSignInRequired(false);
     refreshInputDevices();
+    // The session is refreshed beside the start, never before it: a slow or
+    // hanging service must not cost the meeting's first words. It begins
+    // here, at once, so that a live transcript started with the recording
+    // sees it under way and waits for its token.
+    if (m_authManager)
+        m_authManager->refreshAccessToken(this, [](bool) {});
 
     m_engine->requestMicrophoneAccess([this, session, recordVideo](bool granted) {
         onMain([this, session, granted, recordVideo] {
@@ -263,10 +269,6 @@ void AudioRecorder::requestStartRecording(bool recordVideo,
                 return;
             }
             consoleLog(QStringLiteral("✅ Microphone permission granted"));
-            // The session is refreshed beside the start, never before it: a
-            // slow or hanging service must not cost the meeting's first words.
-            if (m_authManager)
-                m_authManager->refreshAccessToken(this, [](bool) {});
             // Only a recording that shows the screen needs screen capture;
             // system audio needs no such permission on Linux.
             if (!recordVideo) {

@@ -21,6 +21,9 @@ namespace sorv {
 namespace {
 
 constexpr auto kLiveStreamPath = "/api/live/stream?token=";
+// A client's binary frame of 126 to 65 535 bytes: two bytes, the length in
+// two more, the mask in four.
+constexpr qint64 kFrameHeaderBytes = 8;
 
 // A socket we are done with: closed with the code if it is still open and
 // deleted once the close handshake is over (or after a short while without
@@ -117,9 +120,10 @@ bool LiveAudioStreamer::onQueue() const
 // ---- Public operations ---------------------------------------------------------
 
 void LiveAudioStreamer::start(const QString& serverURL, const QString& token,
-                              const QStringList& languageHints)
+                              const QStringList& languageHints,
+                              const AuthNeededCallback& currentToken)
 {
-    m_queue->post([this, serverURL, token, languageHints] {
+    m_queue->post([this, serverURL, token, languageHints, currentToken] {
         if (m_isActive) {
             consoleLog(QStringLiteral("🌐 LiveAudioStreamer already active, ignoring start()"));
             return;
@@ -136,13 +140,19 @@ void LiveAudioStreamer::start(const QString& serverURL, const QString& token,
         m_serverURL = serverURL;
         m_token = token;
         m_languageHints = languageHints;
+        m_currentToken = currentToken;
         m_isActive = true;
         ++m_session;
         m_reconnectAttempts = 0;
         m_lastRefreshAt.reset();
         m_framer.clear();
         m_messages.reset();
-        connectSocket();
+        m_waitingFrames.clear();
+        m_droppedWhileConnecting = false;
+        m_droppedFrames = 0;
+        m_droppedInEpisode = 0;
+        m_pongs = 0;
+        openConnection();
     });
 }
 
@@ -185,6 +195,13 @@ bool LiveAudioStreamer::isActive() const
     return active;
 }
 
+std::int64_t LiveAudioStreamer::droppedFrames() const
+{
+    std::int64_t n = 0;
+    m_queue->postAndWait([this, &n] { n = m_droppedFrames; });
+    return n;
+}
+
 // ---- Rules -----------------------------------------------------------------------
 
 QString LiveAudioStreamer::connectionUrlText(const QString& serverURL, const QString& token)
@@ -216,6 +233,33 @@ std::chrono::seconds LiveAudioStreamer::backoffDelay(std::int64_t attempts)
 
 // ---- Connection --------------------------------------------------------------------
 
+void LiveAudioStreamer::openConnection()
+{
+    Q_ASSERT(onQueue());
+    if (!m_currentToken) {
+        connectSocket();
+        return;
+    }
+    // The audio meanwhile waits, as for a connection being opened.
+    m_awaitingToken = true;
+    postToMainThread(m_self, [reply = tokenReply(m_session, &LiveAudioStreamer::finishTokenWait),
+                              ask = m_currentToken] { ask(reply); });
+}
+
+void LiveAudioStreamer::finishTokenWait(std::uint64_t session, const std::optional<QString>& token)
+{
+    Q_ASSERT(onQueue());
+    if (session != m_session || !m_isActive)
+        return;
+    m_awaitingToken = false;
+    if (!token || token->isEmpty()) {
+        authenticationFailed();
+        return;
+    }
+    m_token = *token;
+    connectSocket();
+}
+
 void LiveAudioStreamer::connectSocket()
 {
     Q_ASSERT(onQueue());
@@ -240,7 +284,6 @@ void LiveAudioStreamer::connectSocket()
     m_socket->setMaxAllowedIncomingFrameSize(quint64(kMaxMessageBytes));
     m_socketOpen = false;
     m_pingSilence.reset();
-    m_framesWhileConnecting.clear();
     m_droppedWhileConnecting = false;
     const std::uint64_t serial = ++m_socketSerial;
     QWebSocket* socket = m_socket;
@@ -252,10 +295,12 @@ void LiveAudioStreamer::connectSocket()
             return;
         m_socketOpen = true;
         sendInitialConfig();
-        std::deque<QByteArray> waiting;
-        waiting.swap(m_framesWhileConnecting);
-        for (const QByteArray& frame : waiting)
-            sendFrame(frame);
+        sendWaitingFrames();
+    });
+    // What waited for the connection goes out as fast as the socket takes it.
+    connect(socket, &QWebSocket::bytesWritten, context, [this, current](qint64) {
+        if (current() && m_socketOpen)
+            sendWaitingFrames();
     });
     connect(socket, &QWebSocket::textMessageReceived, context,
             [this, current](const QString& text) {
@@ -298,8 +343,10 @@ void LiveAudioStreamer::connectSocket()
     connect(socket, &QWebSocket::pong, context, [this, current](quint64, const QByteArray&) {
         if (!current() || !m_pingSilence)
             return;
-        consoleLog(QStringLiteral("🌐 💓 Keepalive ping sent (silence: %1s)")
-                       .arg(QString::asprintf("%.0f", *m_pingSilence)));
+        // One every 15 s of a whole meeting: the first few, then now and then.
+        if (logThinned(++m_pongs, 3, 40))
+            consoleLog(QStringLiteral("🌐 💓 Keepalive ping sent (silence: %1s)")
+                           .arg(QString::asprintf("%.0f", *m_pingSilence)));
         m_pingSilence.reset();
     });
 
@@ -343,23 +390,96 @@ void LiveAudioStreamer::convert(std::span<const float> samples)
 void LiveAudioStreamer::sendFrame(const QByteArray& frame)
 {
     // After the end-of-stream sentinel no more audio belongs to the stream.
-    if (!m_socket || !m_isActive)
+    if (!m_isActive)
         return;
     if (!m_socketOpen) {
+        // Between connections (the back-off) the audio is lost.
+        if (!m_socket && !m_awaitingToken) {
+            dropFrames(1);
+            return;
+        }
         // Sent once the connection is open, as a socket that is still
         // connecting would queue them.
-        if (m_framesWhileConnecting.size() >= kMaxFramesWhileConnecting) {
-            m_framesWhileConnecting.pop_front();
-            if (!m_droppedWhileConnecting)
-                consoleLog(
-                    QStringLiteral("📡 ⚠️ Still connecting: dropping the oldest audio"));
-            m_droppedWhileConnecting = true;
-        }
-        m_framesWhileConnecting.push_back(frame);
+        queueFrame(frame);
         return;
     }
+    if (!m_waitingFrames.empty()) {
+        // Behind what waited for the connection; ten seconds of it not
+        // taken is no slow network but a stalled service.
+        if (!queueFrame(frame)) {
+            handleDisconnect(QStringLiteral("the service is not taking the audio"), true);
+            return;
+        }
+        sendWaitingFrames();
+        return;
+    }
+    if (!fitsInSocket(frame)) {
+        // The service takes none of it: the socket's buffer would only grow,
+        // and the transcript stop without a word.
+        dropFrames(1);
+        handleDisconnect(QStringLiteral("the service is not taking the audio"), true);
+        return;
+    }
+    writeFrame(frame);
+}
+
+bool LiveAudioStreamer::queueFrame(const QByteArray& frame)
+{
+    bool kept = true;
+    if (m_waitingFrames.size() >= kMaxFramesWhileConnecting) {
+        m_waitingFrames.pop_front();
+        dropFrames(1);
+        if (!m_droppedWhileConnecting && !m_socketOpen)
+            consoleLog(QStringLiteral("📡 ⚠️ Still connecting: dropping the oldest audio"));
+        m_droppedWhileConnecting = true;
+        kept = false;
+    }
+    m_waitingFrames.push_back(frame);
+    return kept;
+}
+
+bool LiveAudioStreamer::fitsInSocket(const QByteArray& frame)
+{
+    if (m_socket->bytesToWrite() + frame.size() <= kMaxUnwrittenBytes)
+        return true;
+    // What a burst of frames left in the buffer may go out at once; only
+    // what the connection will not take stays there.
+    m_socket->flush();
+    return m_socket->bytesToWrite() + frame.size() <= kMaxUnwrittenBytes;
+}
+
+void LiveAudioStreamer::writeFrame(const QByteArray& frame)
+{
     m_lastAudioSentAt = m_timing.now();
     m_socket->sendBinaryMessage(frame);
+    endDropEpisode();
+}
+
+void LiveAudioStreamer::sendWaitingFrames()
+{
+    while (m_socket && m_socketOpen && !m_waitingFrames.empty() &&
+           fitsInSocket(m_waitingFrames.front())) {
+        writeFrame(m_waitingFrames.front());
+        m_waitingFrames.pop_front();
+    }
+}
+
+void LiveAudioStreamer::dropFrames(std::int64_t count)
+{
+    m_droppedFrames += count;
+    m_droppedInEpisode += count;
+}
+
+void LiveAudioStreamer::endDropEpisode()
+{
+    if (m_droppedInEpisode == 0)
+        return;
+    const double seconds = double(m_droppedInEpisode) * LivePcmFramer::kFrameSamples /
+                           double(LivePcmFramer::kSampleRate);
+    consoleLog(QStringLiteral("📡 ⚠️ %1 s of audio (%2 frames) did not reach the service")
+                   .arg(QString::asprintf("%.1f", seconds))
+                   .arg(m_droppedInEpisode));
+    m_droppedInEpisode = 0;
 }
 
 // ---- Keepalive -------------------------------------------------------------------------
@@ -377,18 +497,21 @@ void LiveAudioStreamer::keepaliveTick(std::uint64_t serial)
     after(kKeepaliveInterval, [this, serial] { keepaliveTick(serial); });
     if (!m_isActive || !m_socket || !m_socketOpen)
         return;
-    const double silence =
-        std::chrono::duration<double>(m_timing.now() - m_lastAudioSentAt).count();
-    if (silence < double(kKeepaliveInterval.count()))
-        return;
-    if (m_pingSilence) {
-        // The last ping, a whole interval ago, was never answered.
-        consoleLog(QStringLiteral("🌐 ⚠️ Keepalive ping failed: no answer"));
-        handleDisconnect(QStringLiteral("no answer to the keepalive ping"));
-        return;
-    }
-    m_pingSilence = silence;
+    // Even while audio flows: a service that stopped reading is found out
+    // by its silence, not by a buffer that fills behind kernel buffers.
+    m_pingSilence = std::chrono::duration<double>(m_timing.now() - m_lastAudioSentAt).count();
+    const std::uint64_t ping = ++m_pingSerial;
     m_socket->ping();
+    after(kPongTimeout, [this, ping] { pongOverdue(ping); });
+}
+
+void LiveAudioStreamer::pongOverdue(std::uint64_t ping)
+{
+    if (ping != m_pingSerial || !m_pingSilence || !m_isActive || !m_socketOpen)
+        return;
+    consoleLog(QStringLiteral("🌐 ⚠️ Keepalive ping failed: no answer in %1 s")
+                   .arg(kPongTimeout.count()));
+    handleDisconnect(QStringLiteral("no answer to the keepalive ping"), true);
 }
 
 // ---- Messages and failures ------------------------------------------------------------
@@ -450,26 +573,34 @@ void LiveAudioStreamer::handleDisconnect(const std::optional<QString>& error, bo
     const std::uint64_t session = m_session;
     after(delay, [this, session] {
         if (session == m_session && m_isActive)
-            connectSocket();
+            openConnection();
     });
 }
 
 void LiveAudioStreamer::askForToken(std::uint64_t session)
 {
-    postToMainThread(m_self, [this, session] {
-        TokenReply reply = [weak = QPointer<LiveAudioStreamer>(this),
-                            session](const std::optional<QString>& token) {
-            if (!weak)
-                return;
-            LiveAudioStreamer* self = weak.data();
-            self->m_queue->post([self, session, token] { self->finishRefresh(session, token); });
-        };
-        const AuthNeededCallback ask = onAuthNeeded;
-        if (ask)
-            ask(std::move(reply));
-        else
-            reply(std::nullopt);
-    });
+    m_awaitingToken = true;
+    postToMainThread(m_self,
+                     [this, reply = tokenReply(session, &LiveAudioStreamer::finishRefresh)] {
+                         const AuthNeededCallback ask = onAuthNeeded;
+                         if (ask)
+                             ask(reply);
+                         else
+                             reply(std::nullopt);
+                     });
+}
+
+LiveAudioStreamer::TokenReply LiveAudioStreamer::tokenReply(std::uint64_t session,
+                                                            TokenFinish finish)
+{
+    // Called on the main thread, where the streamer is destroyed.
+    return [weak = QPointer<LiveAudioStreamer>(this), session,
+            finish](const std::optional<QString>& token) {
+        if (!weak)
+            return;
+        LiveAudioStreamer* self = weak.data();
+        self->m_queue->post([self, session, token, finish] { (self->*finish)(session, token); });
+    };
 }
 
 void LiveAudioStreamer::finishRefresh(std::uint64_t session, const std::optional<QString>& token)
@@ -478,11 +609,9 @@ void LiveAudioStreamer::finishRefresh(std::uint64_t session, const std::optional
     // A stop (or a new start) since the refresh began has settled things.
     if (session != m_session)
         return;
+    m_awaitingToken = false;
     if (!token || token->isEmpty()) {
-        m_isActive = false;
-        ++m_session;
-        deliver(LiveEvent::Error{QStringLiteral("Authentication failed")});
-        deliver(LiveEvent::Disconnected{});
+        authenticationFailed();
         return;
     }
     if (!m_isActive)
@@ -497,17 +626,31 @@ void LiveAudioStreamer::finishRefresh(std::uint64_t session, const std::optional
     connectSocket();
 }
 
+void LiveAudioStreamer::authenticationFailed()
+{
+    m_isActive = false;
+    ++m_session;
+    m_waitingFrames.clear();
+    deliver(LiveEvent::Error{QStringLiteral("Authentication failed")});
+    deliver(LiveEvent::Disconnected{});
+}
+
 void LiveAudioStreamer::tearDown(bool broken)
 {
     ++m_keepaliveSerial;
     if (m_socket) {
+        // Whole frames still in the socket's buffer go with it.
+        if (m_socketOpen)
+            dropFrames(m_socket->bytesToWrite() / (LivePcmFramer::kFrameBytes + kFrameHeaderBytes));
         QObject::disconnect(m_socket, nullptr, m_queue->context(), nullptr);
         dispose(m_socket, QWebSocketProtocol::CloseCodeGoingAway, {}, broken);
         m_socket = nullptr;
     }
     m_socketOpen = false;
+    m_awaitingToken = false;
     m_pingSilence.reset();
-    m_framesWhileConnecting.clear();
+    dropFrames(std::int64_t(m_waitingFrames.size()));
+    m_waitingFrames.clear();
     m_framer.clear();
 }
 
@@ -547,9 +690,11 @@ void LiveAudioStreamer::closeConnection(int code, const QString& reason)
         m_socket = nullptr;
     }
     m_socketOpen = false;
+    m_awaitingToken = false;
     m_pingSilence.reset();
-    m_framesWhileConnecting.clear();
+    m_waitingFrames.clear();
     m_framer.clear();
+    endDropEpisode();
     consoleLog(QStringLiteral("🌐 Disconnected (%1)").arg(reason));
     deliver(LiveEvent::Disconnected{});
 }

@@ -119,8 +119,8 @@ void ServerTranscriptManager::start(AuthManager& auth, const QString& language)
         setStatus(TranscriptStatus::error(QStringLiteral("Not logged in")));
         return;
     }
-    m_streamer.onAuthNeeded = [this, weakAuth = QPointer<AuthManager>(&auth)](
-                                  const LiveAudioStreamer::TokenReply& reply) {
+    const QPointer<AuthManager> weakAuth(&auth);
+    m_streamer.onAuthNeeded = [this, weakAuth](const LiveAudioStreamer::TokenReply& reply) {
         if (!weakAuth) {
             reply(std::nullopt);
             return;
@@ -130,7 +130,23 @@ void ServerTranscriptManager::start(AuthManager& auth, const QString& language)
             reply(fresh.isEmpty() ? std::nullopt : std::optional<QString>(fresh));
         });
     };
-    m_streamer.start(Settings::serverOrigin(), token, languageHints(language));
+    // A refresh under way (the recording's start begins one) is about to
+    // replace the token: the connection waits for it rather than being
+    // refused and costing a refresh of its own.
+    const auto currentToken = [this, weakAuth](const LiveAudioStreamer::TokenReply& reply) {
+        const auto answer = [weakAuth, reply] {
+            const QString current = weakAuth ? weakAuth->accessToken() : QString();
+            reply(current.isEmpty() ? std::nullopt : std::optional<QString>(current));
+        };
+        if (!weakAuth || !weakAuth->isRefreshing()) {
+            answer();
+            return;
+        }
+        // Joins the refresh under way; whatever its outcome, the session's
+        // token then is the one to use.
+        weakAuth->refreshAccessToken(this, [answer](bool) { answer(); });
+    };
+    m_streamer.start(Settings::serverOrigin(), token, languageHints(language), currentToken);
     m_streaming = true;
 }
 

@@ -89,6 +89,7 @@ private Q_SLOTS:
     void recordingIsNotUploadedWhileItIsWritten();
     void recordingsStartedTogetherGetTheirOwnFiles();
     void liveServerPrintsTheTranscriptWhileRecording();
+    void liveServerWaitsForTheSessionRefreshAtStart();
     void liveOnDeviceReportsSegmentsAsJson();
     void liveServerThatFloodsAndEscapes_data();
     void liveServerThatFloodsAndEscapes();
@@ -465,6 +466,44 @@ void TestRecordCli::liveServerPrintsTheTranscriptWhileRecording()
     QVERIFY(session.sentinel);
     QVERIFY(session.frames > 60); // 9 s at 8⅓ frames a second, less the connecting
     QCOMPARE(session.oddFrames, 0);
+}
+
+void TestRecordCli::liveServerWaitsForTheSessionRefreshAtStart()
+{
+    // The recording's start refreshes the session: the live stream opens
+    // with the new token, not with the one being replaced.
+    IsolatedEnvironment env;
+    PulseSandbox sandbox;
+    QVERIFY2(sandbox.isRunning(), qPrintable(sandbox.errorString()));
+    test::LocalServiceFixture service;
+    qputenv("SORVELANDRIX_SECRETS", "file");
+    QString old;
+    {
+        SecretStore secrets;
+        AuthManager auth(secrets);
+        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
+        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+        old = auth.accessToken();
+    }
+    qunsetenv("SORVELANDRIX_SECRETS");
+    service->expireAccessTokens();
+    service->clearRequestLog();
+    QProcessEnvironment penv = QProcessEnvironment::systemEnvironment();
+    penv.insert(QStringLiteral("SORVELANDRIX_SERVER"), service.origin());
+    penv.insert(QStringLiteral("SORVELANDRIX_SECRETS"), QStringLiteral("file"));
+    QProcess p;
+    p.setProcessEnvironment(penv);
+    p.start(cli(),
+            {QStringLiteral("record"), QStringLiteral("--duration"), QStringLiteral("2"),
+             QStringLiteral("--live"), QStringLiteral("server"), QStringLiteral("--language"),
+             QStringLiteral("de-DE"), QStringLiteral("--discard")});
+    QVERIFY(p.waitForFinished(60000));
+    QVERIFY2(p.exitCode() == 0, p.readAllStandardError().constData());
+    const QList<local::LiveSession> sessions = service->liveSessions();
+    QCOMPARE(sessions.size(), 1);
+    QVERIFY(sessions[0].token != old);
+    QVERIFY(!sessions[0].transcriptionId.isEmpty());
+    QCOMPARE(service->requestCount("POST", QStringLiteral("/api/auth/refresh")), 1);
 }
 
 void TestRecordCli::liveOnDeviceReportsSegmentsAsJson()

@@ -73,12 +73,12 @@ public:
         std::lock_guard lock(m_mutex);
         return m_requests;
     }
-    // The same without the keepalive's 15 s ticks.
+    // The same without the keepalive's 15 s ticks and 10 s waits for a pong.
     QList<qint64> requestsBesidesKeepalive() const
     {
         QList<qint64> out;
         for (qint64 ms : requests())
-            if (ms != 15000)
+            if (ms != 15000 && ms != 10000)
                 out << ms;
         return out;
     }

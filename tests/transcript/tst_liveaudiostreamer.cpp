@@ -1,9 +1,10 @@
 // LiveAudioStreamer against the local service over loopback, on a clock the
 // test moves: the session's wire exchange, the connection URL and its log
-// line, the back-off schedule, the 4001 refresh both ways, the keepalive,
-// the service's own errors and closes, and a service that misbehaves
-// (oversized messages, a flood, a handshake never answered, a fresh token
-// refused).
+// line, the back-off schedule, the 4001 refresh both ways, the wait for the
+// session's current token, the keepalive, the service's own errors and
+// closes, and a service that misbehaves (oversized messages, a flood, a
+// handshake never answered, a fresh token refused, a service that stops
+// reading).
 
 #include "core/log.h"
 #include "core/secretstore.h"
@@ -104,7 +105,10 @@ private Q_SLOTS:
     void closeByTheServiceReconnects();
     void authExpiredAndRefreshFails();
     void authExpiredAndRefreshSucceeds();
-    void keepalivePingsOnlyAfterSilence();
+    void connectionWaitsForTheCurrentToken();
+    void keepalivePingsWhileAudioFlows();
+    void unansweredPingIsAStall();
+    void serviceThatStopsReadingCostsAReconnectNotMemory();
     void serviceErrorKeepsTheConnection();
     void oversizedMessageClosesTheConnection_data();
     void oversizedMessageClosesTheConnection();
@@ -334,24 +338,107 @@ void TestLiveAudioStreamer::authExpiredAndRefreshSucceeds()
     TRY_COMPARE(h.clock.requestsBesidesKeepalive(), (QList<qint64>{1000, 2000, 1000}));
 }
 
-void TestLiveAudioStreamer::keepalivePingsOnlyAfterSilence()
+void TestLiveAudioStreamer::connectionWaitsForTheCurrentToken()
+{
+    Harness h;
+    const QString fresh = signIn();
+    // The session's refresh is under way: its answer is held back.
+    std::vector<LiveAudioStreamer::TokenReply> asked;
+    const auto currentToken = [&asked](const LiveAudioStreamer::TokenReply& reply) {
+        asked.push_back(reply);
+    };
+    h.service->scriptLive(LiveScript().drop(3));
+    h.service->scriptLive(LiveScript());
+    h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")}, currentToken);
+    TRY_COMPARE(asked.size(), std::size_t{1});
+    // The meeting's first words wait with the connection.
+    h.sendFrames(3);
+    QCOMPARE(h.streamer.isActive(), true);
+    QVERIFY(h.service->liveSessions().isEmpty());
+    asked.front()(fresh);
+    TRY_COMPARE(h.service->liveFramesReceived(), 3);
+    QCOMPARE(h.session(0).token, fresh);
+    // A reconnection asks again.
+    TRY_COMPARE(h.clock.requestsBesidesKeepalive(), QList<qint64>{1000});
+    h.clock.advance(1s);
+    TRY_COMPARE(asked.size(), std::size_t{2});
+    asked.back()(h.token);
+    TRY_COMPARE(h.count<Connected>(), 2);
+    QCOMPARE(h.session(1).token, h.token);
+    QCOMPARE(h.streamer.droppedFrames(), 0);
+}
+
+void TestLiveAudioStreamer::keepalivePingsWhileAudioFlows()
 {
     Harness h;
     h.service->scriptLive(LiveScript());
     h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
     TRY_COMPARE(h.count<Connected>(), 1);
-    h.sendFrames(1);
-    TRY_COMPARE(h.service->liveFramesReceived(), 1);
-    h.clock.advance(10s);
-    h.sendFrames(1);
-    TRY_COMPARE(h.service->liveFramesReceived(), 2);
-    h.clock.advance(5s);  // the tick at 15 s: audio went out 5 s ago
-    h.clock.advance(15s); // at 30 s: 20 s of silence
-    TRY_COMPARE(h.session(0).pings, 1);
-    TRY_VERIFY(logged(QStringLiteral("🌐 💓 Keepalive ping sent (silence: 20s)")));
-    h.clock.advance(15s);
-    TRY_COMPARE(h.session(0).pings, 2);
+    // Audio every 5 s; a ping every 15 s all the same.
+    for (int i = 1; i <= 6; ++i) {
+        h.sendFrames(1);
+        TRY_COMPARE(h.service->liveFramesReceived(), i);
+        h.clock.advance(5s);
+        TRY_COMPARE(h.session(0).pings, i / 3);
+        // Answered before its 10 s are up.
+        if (i % 3 == 0)
+            TRY_COMPARE(m_log.count(QStringLiteral("🌐 💓 Keepalive ping sent (silence: 5s)")),
+                        i / 3);
+    }
     QCOMPARE(h.service->liveSessions().size(), 1);
+    QVERIFY(h.clock.requestsBesidesKeepalive().isEmpty());
+}
+
+void TestLiveAudioStreamer::unansweredPingIsAStall()
+{
+    Harness h;
+    h.service->scriptLive(LiveScript().deafen());
+    h.service->scriptLive(LiveScript());
+    h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
+    TRY_COMPARE(h.count<Connected>(), 1);
+    h.clock.advance(15s);
+    h.clock.advance(9999ms);
+    QVERIFY(h.errors().isEmpty());
+    h.clock.advance(1ms);
+    TRY_COMPARE(h.errors(),
+                QStringList{QStringLiteral("Connection lost (no answer to the keepalive ping), "
+                                           "reconnecting in 1s…")});
+    QVERIFY(logged(QStringLiteral("🌐 ⚠️ Keepalive ping failed: no answer in 10 s")));
+    h.clock.advance(1s);
+    TRY_COMPARE(h.count<Connected>(), 2);
+}
+
+void TestLiveAudioStreamer::serviceThatStopsReadingCostsAReconnectNotMemory()
+{
+    Harness h;
+    h.service->scriptLive(LiveScript().deafen(1));
+    h.service->scriptLive(LiveScript());
+    h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
+    TRY_COMPARE(h.count<Connected>(), 1);
+    h.sendFrames(1);
+    TRY_COMPARE(h.session(0).frames, 1);
+    // Minutes of audio, faster than it is made: once the kernel's buffers
+    // are full, only 2 s of it may wait in the socket's.
+    int sent = 0;
+    while (h.streamer.reconnectAttempts() == 0 && sent < 8000) {
+        h.sendFrames(100);
+        sent += 100;
+    }
+    QCOMPARE(h.streamer.reconnectAttempts(), 1);
+    TRY_COMPARE(h.errors(), QStringList{QStringLiteral("Connection lost (the service is not "
+                                                       "taking the audio), reconnecting in 1s…")});
+    h.clock.advance(1s);
+    TRY_COMPARE(h.count<Connected>(), 2);
+    h.sendFrames(1);
+    TRY_COMPARE(h.session(1).frames, 1);
+    // What was lost is told once, with how much.
+    const std::int64_t dropped = h.streamer.droppedFrames();
+    QVERIFY(dropped > 0 && dropped < sent);
+    const QStringList told = m_log.filter(QStringLiteral("did not reach the service"));
+    QCOMPARE(told.size(), 1);
+    QVERIFY2(
+        told.first().endsWith(QStringLiteral("(%1 frames) did not reach the service").arg(dropped)),
+        qPrintable(told.first()));
 }
 
 void TestLiveAudioStreamer::serviceErrorKeepsTheConnection()

@@ -1,8 +1,8 @@
 // ServerTranscriptManager: how the service's events fold into segments and
 // a status, the display names, the bounds on what a service can make it
-// hold, and two whole runs against the local service (its scripted
+// hold, and whole runs against the local service (its scripted
 // conversation in both dialects; an expired token refreshed through the
-// session).
+// session; a start during the session's refresh).
 
 #include "core/secretstore.h"
 #include "service/authmanager.h"
@@ -62,6 +62,7 @@ private Q_SLOTS:
     void stopKeepsSegmentsStartClearsThem();
     void conversationFromTheService();
     void expiredTokenIsRefreshedThroughTheSession();
+    void startDuringARefreshWaitsForItsToken();
 };
 
 void TestServerTranscriptManager::folding_data()
@@ -306,6 +307,29 @@ void TestServerTranscriptManager::expiredTokenIsRefreshedThroughTheSession()
     QCOMPARE(w.service->requestCount("POST", "/api/auth/refresh"), 1);
     // "refreshing" showed as connecting, never as an error.
     QCOMPARE(statuses.count(), 2); // connecting, active
+    m.stop();
+}
+
+void TestServerTranscriptManager::startDuringARefreshWaitsForItsToken()
+{
+    // The recording's start refreshes the session beside the capture, and
+    // the transcript starts with it.
+    SignedIn w;
+    const QString old = w.auth.accessToken();
+    w.service->expireAccessTokens();
+    w.service->clearRequestLog();
+    w.service->script("POST", QStringLiteral("/api/auth/refresh"),
+                      local::ScriptedAnswer::delayed(std::chrono::milliseconds(500)));
+    w.auth.refreshAccessToken(&w.auth, [](bool) {});
+    ServerTranscriptManager m;
+    m.start(w.auth, "de-DE");
+    TRY_COMPARE(m.status(), TranscriptStatus::active());
+    // One connection, with the new token: none refused, no second refresh.
+    const auto sessions = w.service->liveSessions();
+    QCOMPARE(sessions.size(), 1);
+    QVERIFY(sessions[0].token != old);
+    QCOMPARE(sessions[0].token, w.auth.accessToken());
+    QCOMPARE(w.service->requestCount("POST", "/api/auth/refresh"), 1);
     m.stop();
 }
 
