@@ -55,6 +55,7 @@ AudioRecorder::AudioRecorder(std::unique_ptr<RecordingEngine> engine, QObject* p
     m_videoFactory = [](QObject* owner) { return new VideoRecorder(owner); };
     connect(&m_uploader, &RecordingUploader::progress, this,
             [this](double fraction) { setState(RecordingState::uploading(fraction)); });
+    connect(&m_uploader, &RecordingUploader::finished, this, &AudioRecorder::uploadFinished);
     m_uploader.sweepStaleBodies();
     // The engine follows the sound server's devices from now on; the list
     // the views show follows it.
@@ -733,19 +734,14 @@ void AudioRecorder::uploadRecording(const QString& path)
     QStringList companions;
     if (!m_lastWavPath.isEmpty() && m_lastWavPath != path)
         companions << m_lastWavPath;
-    m_uploader.setAuthManager(m_authManager);
-    connect(
-        &m_uploader, &RecordingUploader::finished, this,
-        [this, path](const RecordingUploader::Outcome& outcome) { uploadFinished(path, outcome); },
-        Qt::SingleShotConnection);
     m_uploader.upload(path, companions);
 }
 
-void AudioRecorder::uploadFinished(const QString& path, const RecordingUploader::Outcome& outcome)
+void AudioRecorder::uploadFinished(const RecordingUploader::Outcome& outcome)
 {
     using Kind = RecordingUploader::Outcome::Kind;
     if (outcome.keepForRetry)
-        setFailedUploadPath(path);
+        setFailedUploadPath(outcome.path);
     switch (outcome.kind) {
     case Kind::Uploaded:
         setFailedUploadPath({});
@@ -829,6 +825,7 @@ void AudioRecorder::clearSessionFields()
 void AudioRecorder::setAuthManager(AuthManager* auth)
 {
     m_authManager = auth;
+    m_uploader.setAuthManager(auth);
 }
 
 AuthManager* AudioRecorder::authManager() const

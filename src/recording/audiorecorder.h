@@ -239,7 +239,7 @@ private:
     // Every capture of the last recording has stopped: the next may start.
     void releaseCapture();
     void startWaitingSession();
-    void uploadFinished(const QString& path, const RecordingUploader::Outcome& outcome);
+    void uploadFinished(const RecordingUploader::Outcome& outcome);
     void rewireMixedBuffers();
     void clearSessionFields();
     // The files of a new recording, created and locked; or why not.
