@@ -33,7 +33,11 @@ AudioEngine::AudioEngine(Options options)
         m_options.backend = PulseBackend::shared();
     if (!m_options.devices.backend)
         m_options.devices.backend = m_options.backend;
-    m_health.setReporter([this](const AudioEngineUpdate& update) { report(update); });
+    m_health.setReporter([this](const AudioEngineUpdate& update) {
+        report(update);
+        if (update.kind == AudioEngineUpdate::Kind::FatalError)
+            endAfterFatal();
+    });
     // The device list is wanted before any recording: the monitor starts now.
     m_monitor = std::make_unique<InputDeviceMonitor>(
         [this](const InputDeviceMonitor::Change& change) {
@@ -529,6 +533,17 @@ void AudioEngine::stop(std::function<void()> done)
                 done();
         });
     });
+}
+
+void AudioEngine::endAfterFatal()
+{
+    assertOnQueue();
+    // A microphone given up on would leave the file open, and growing again
+    // should the source wake: the recording ends here, as a stop would end
+    // it. The report is said once; the owner's own stop finds nothing left.
+    consoleLog(QStringLiteral("❌ Microphone given up: the recording ends with what it holds"));
+    m_health.stop();
+    stop({});
 }
 
 void AudioEngine::finishStop(CaptureBackend::Chunk micTail, CaptureBackend::Chunk systemTail)

@@ -29,7 +29,8 @@ namespace sorv {
 // completes on the audio queue.
 //
 // During a recording the microphone is kept alive by MicrophoneHealth (the
-// engine is the microphone it restarts) and follows the sound server's
+// engine is the microphone it restarts; once it gives up, the recording ends
+// with what the file holds) and follows the sound server's
 // device changes as the InputDeviceMonitor reports them. System audio is the
 // default output's monitor, so it follows the output: to the new default, or
 // away from an output that vanished, and back once there is one again. When
@@ -107,6 +108,7 @@ private:
     std::optional<RecorderError> startMicEngine();
     bool connectToServer();
     void finishStop(CaptureBackend::Chunk micTail, CaptureBackend::Chunk systemTail);
+    void endAfterFatal();
     // Runs fn on the audio queue once `delay` has passed, unless the engine
     // has gone by then.
     void after(std::chrono::milliseconds delay, std::function<void()> fn);

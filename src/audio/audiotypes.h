@@ -51,6 +51,8 @@ struct AudioEngineUpdate {
         SystemAudioError,
         MicSilent,
         MicEngineRestarted,
+        // The microphone was given up on: the engine has ended the recording
+        // and closes the file with what it holds. Sent once.
         FatalError,
         // The file stopped taking audio (disk full, I/O error): the recording
         // is over. `text` is the user-facing message; `flag` says whether

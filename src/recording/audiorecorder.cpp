@@ -10,6 +10,7 @@
 #include "service/authmanager.h"
 #include "service/requestrules.h"
 #include "video/screencaptureaccess.h"
+#include "video/videorecorder.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -17,6 +18,8 @@
 #include <QFileInfo>
 
 #include <cmath>
+#include <optional>
+#include <utility>
 
 namespace sorv {
 
@@ -49,8 +52,10 @@ AudioRecorder::AudioRecorder(std::unique_ptr<RecordingEngine> engine, QObject* p
     m_screenProbe = [](const std::function<void(ProbeResult)>& done) {
         done(screenCapturePreflight() ? ProbeResult::Allowed : ProbeResult::Failed);
     };
+    m_videoFactory = [](QObject* owner) { return new VideoRecorder(owner); };
     connect(&m_uploader, &RecordingUploader::progress, this,
             [this](double fraction) { setState(RecordingState::uploading(fraction)); });
+    connect(&m_uploader, &RecordingUploader::finished, this, &AudioRecorder::uploadFinished);
     m_uploader.sweepStaleBodies();
     // The engine follows the sound server's devices from now on; the list
     // the views show follows it.
@@ -203,7 +208,7 @@ void AudioRecorder::setPaths(const QString& output, const QString& wav, const QS
     updateCanRetryUpload();
 }
 
-void AudioRecorder::setVideoRecorder(VideoRecorder* recorder)
+void AudioRecorder::setVideoRecorder(VideoCapture* recorder)
 {
     if (recorder == m_videoRecorder)
         return;
@@ -228,8 +233,8 @@ void AudioRecorder::setFailedUploadPath(const QString& path)
 void AudioRecorder::updateCanRetryUpload()
 {
     const QString file = !m_failedUploadPath.isEmpty() ? m_failedUploadPath : m_outputPath;
-    const bool can =
-        m_state.kind() == RecordingState::Kind::Error && !file.isEmpty() && QFileInfo::exists(file);
+    const bool can = m_state.kind() == RecordingState::Kind::Error && !m_captureBusy &&
+                     !file.isEmpty() && QFileInfo::exists(file);
     setAndNotify(this, m_canRetryUpload, can, &AudioRecorder::canRetryUploadChanged);
 }
 
@@ -373,6 +378,12 @@ AudioRecorder::ReservedFiles AudioRecorder::reserveRecordingFiles(bool video)
 
 void AudioRecorder::startEngine(std::uint64_t session)
 {
+    if (m_captureBusy) {
+        // The last recording's files are still being finished (an error
+        // ended it a moment ago): this one starts once they are.
+        m_waitingSession = session;
+        return;
+    }
     ReservedFiles files = reserveRecordingFiles(m_startVideo);
     if (!files.error.isEmpty()) {
         setState(RecordingState::error(files.error));
@@ -381,6 +392,7 @@ void AudioRecorder::startEngine(std::uint64_t session)
     const QString wav = files.wav;
     // Video mode saves and uploads the MP4; the WAV is its companion.
     const QString mp4 = files.mp4;
+    m_captureBusy = true;
     setPaths(mp4.isEmpty() ? wav : mp4, wav, mp4);
 
     RecordingEngine::StartRequest request;
@@ -391,10 +403,9 @@ void AudioRecorder::startEngine(std::uint64_t session)
     if (m_durationLimit > 0)
         request.frameLimit =
             std::max<std::int64_t>(1, std::llround(m_durationLimit * kCommonSampleRate));
-    auto onUpdate = [this](const AudioEngineUpdate& update) {
-        onMain([this, update] { applyUpdate(update); });
+    auto onUpdate = [this, session](const AudioEngineUpdate& update) {
+        onMain([this, session, update] { applyUpdate(session, update); });
     };
-    m_engineSession = session;
     // The video's lock waits here until its writer takes it over.
     m_engine->start(
         request, onUpdate,
@@ -402,20 +413,28 @@ void AudioRecorder::startEngine(std::uint64_t session)
          mp4Lock = std::move(files.mp4Lock)](const std::optional<RecorderError>& error) {
             onMain([this, session, wav, mp4, mp4Lock, error] {
                 if (session != m_session || m_state.kind() != RecordingState::Kind::Preparing) {
-                    // Abandoned while starting: do not leave capture running,
-                    // unless a newer session has the engine by now.
-                    if (!error && m_engineSession == session) {
-                        m_engine->stop([] {});
-                        QFile::remove(wav);
-                    }
+                    // Abandoned while starting: do not leave capture running.
+                    QFile::remove(wav);
                     if (!mp4.isEmpty())
                         QFile::remove(mp4);
+                    if (error) {
+                        releaseCapture();
+                        startWaitingSession();
+                        return;
+                    }
+                    m_engine->stop([this] {
+                        onMain([this] {
+                            releaseCapture();
+                            startWaitingSession();
+                        });
+                    });
                     return;
                 }
                 if (error) {
                     // The engine removed its file; the video's was never written.
                     if (!mp4.isEmpty())
                         QFile::remove(mp4);
+                    releaseCapture();
                     setPaths({}, {}, {});
                     setState(RecordingState::error(error->description()));
                     return;
@@ -434,17 +453,32 @@ void AudioRecorder::startEngine(std::uint64_t session)
 void AudioRecorder::startVideo(std::uint64_t session, const QString& wav, const QString& mp4,
                                const std::shared_ptr<RecordingFileLock>& mp4Lock)
 {
-    auto* video = new VideoRecorder(this);
+    // Never two: one left over would grab the screen until the app quits.
+    Q_ASSERT_X(!m_video, "AudioRecorder", "a video recorder is still running");
+    if (m_video) {
+        consoleLog(QStringLiteral("⚠️ A video recorder was still running; it is torn down"));
+        m_video->tearDown();
+        m_video->deleteLater();
+    }
+    VideoCapture* video = m_videoFactory(this);
+    m_video = video;
+    m_videoLock = mp4Lock;
     video->start(
         mp4, m_captureTarget,
         [this, session, wav, mp4, video](const std::optional<VideoRecorderError>& error) {
             if (session != m_session || m_state.kind() != RecordingState::Kind::Preparing) {
                 // Abandoned while starting: neither capture goes on.
+                if (!error)
+                    video->tearDown();
                 video->deleteLater();
-                if (m_engineSession == session)
-                    m_engine->stop([] {});
                 QFile::remove(wav);
                 QFile::remove(mp4);
+                m_engine->stop([this] {
+                    onMain([this] {
+                        releaseCapture();
+                        startWaitingSession();
+                    });
+                });
                 return;
             }
             if (error) {
@@ -474,12 +508,33 @@ void AudioRecorder::videoStartFailed(const QString& wav, const QString& mp4,
     setState(RecordingState::error(kVideoStartFailed + error.description()));
     // Without its video the recording is not what was asked for: the engine
     // stops too, and its file goes once it is closed.
-    m_engine->stop([wav] { QFile::remove(wav); });
+    m_engine->stop([this, wav] {
+        QFile::remove(wav);
+        onMain([this] {
+            releaseCapture();
+            startWaitingSession();
+        });
+    });
+}
+
+void AudioRecorder::releaseCapture()
+{
+    m_captureBusy = false;
+    m_video = nullptr;
+    m_videoLock.reset();
+    updateCanRetryUpload();
+}
+
+void AudioRecorder::startWaitingSession()
+{
+    const std::uint64_t session = std::exchange(m_waitingSession, 0);
+    if (session != 0 && session == m_session && m_state.kind() == RecordingState::Kind::Preparing)
+        startEngine(session);
 }
 
 // --- Engine updates ----------------------------------------------------------
 
-void AudioRecorder::applyUpdate(const AudioEngineUpdate& update)
+void AudioRecorder::applyUpdate(std::uint64_t session, const AudioEngineUpdate& update)
 {
     using Kind = AudioEngineUpdate::Kind;
     switch (update.kind) {
@@ -523,44 +578,65 @@ void AudioRecorder::applyUpdate(const AudioEngineUpdate& update)
     case Kind::SoundServer:
         setSoundServerLost(!update.flag);
         break;
+    // The recording's end is this session's alone: a report that comes
+    // again, or late, finds it over and changes nothing.
     case Kind::FatalError:
-        setState(RecordingState::error(update.text.value_or(QString())));
+        if (session != m_session)
+            break;
+        if (m_state.kind() == RecordingState::Kind::Preparing) {
+            // Before the video was under way: the start, abandoned now, stops
+            // the rest and removes both files.
+            ++m_session;
+            setPaths({}, {}, {});
+            setState(RecordingState::error(update.text.value_or(QString())));
+            break;
+        }
+        endWithError(update.text.value_or(QString()), std::nullopt);
         break;
     case Kind::RecordingFailed:
-        endAfterWriteFailure(update.text.value_or(QString()), update.flag);
+        if (session == m_session)
+            endWithError(update.text.value_or(QString()), update.flag);
         break;
     case Kind::DurationReached:
-        stopRecording();
+        if (session == m_session)
+            stopRecording();
         break;
     }
 }
 
-void AudioRecorder::endAfterWriteFailure(const QString& message, bool somethingSaved)
+void AudioRecorder::endWithError(const QString& message, std::optional<bool> somethingSaved)
 {
-    // The file takes no more audio: the recording is over, and says so.
     if (m_state.kind() != RecordingState::Kind::Recording)
         return;
+    // Shown once the capture has ended: the error screen then offers only
+    // finished files, and a program that ends at the error leaves them so.
     const std::uint64_t session = ++m_session;
     m_clock.stop();
-    setState(RecordingState::error(message));
+    setSoundServerLost(false);
+    setState(RecordingState::stopping());
     const QString file = m_outputPath;
     const QString wav = m_lastWavPath;
-    stopCapture([this, session, somethingSaved, file, wav](const QString& videoError) {
+    stopCapture([this, session, message, somethingSaved, file, wav](const QString& videoError) {
+        AudioFileReader reader;
+        const bool wavSaved = somethingSaved.value_or(reader.open(wav) && reader.frames() > 0);
         // An empty WAV is no recording; a video file is kept when it was
         // finished, without the companion that has nothing in it.
         const bool videoMode = file != wav;
-        const bool keep = videoMode ? videoError.isNull() : somethingSaved;
-        if (!somethingSaved)
+        const bool videoKept = videoMode && videoError.isNull();
+        if (!wavSaved)
             QFile::remove(wav);
-        if (!keep)
+        if (videoMode && !videoKept)
             QFile::remove(file);
-        if (session == m_session) {
-            if (!keep)
-                setPaths({}, {}, {});
-            else if (!somethingSaved)
-                setPaths(file, {}, file);
-        }
-        updateCanRetryUpload();
+        if (session != m_session)
+            return;
+        if (videoKept)
+            setPaths(file, wavSaved ? wav : QString(), file);
+        else if (wavSaved)
+            setPaths(wav, wav, {});
+        else
+            setPaths({}, {}, {});
+        showFileDuration();
+        setState(RecordingState::error(message));
     });
 }
 
@@ -585,13 +661,19 @@ void AudioRecorder::stopRecording()
 
 void AudioRecorder::stopCapture(const std::function<void(const QString& videoError)>& done)
 {
-    const std::uint64_t engineSession = m_engineSession;
-    VideoRecorder* video = m_videoRecorder;
+    VideoCapture* video = m_videoRecorder;
     setVideoRecorder(nullptr);
     setIsVideoMode(false);
+    // Every capture has stopped: the files are finished, the next recording
+    // may start.
+    auto finished = [this, done](const QString& videoError) {
+        releaseCapture();
+        done(videoError);
+        startWaitingSession();
+    };
     if (!video) {
         rewireMixedBuffers();
-        m_engine->stop([this, done] { onMain([done] { done(QString()); }); });
+        m_engine->stop([this, finished] { onMain([finished] { finished(QString()); }); });
         return;
     }
 
@@ -608,25 +690,18 @@ void AudioRecorder::stopCapture(const std::function<void(const QString& videoErr
         QString videoError;
     };
     auto seq = std::make_shared<Sequence>();
-    auto finishIfDone = [seq, video, done] {
+    auto finishIfDone = [seq, video, finished] {
         if (!seq->engineStopped || !seq->videoStopped)
             return;
         video->deleteLater();
-        done(seq->videoError);
+        finished(seq->videoError);
     };
-    auto stopEngine = [this, seq, engineSession, finishIfDone] {
+    auto stopEngine = [this, seq, finishIfDone] {
         if (seq->engineStopAsked)
             return;
         seq->engineStopAsked = true;
         m_videoAudioSink = {};
         rewireMixedBuffers();
-        // A newer session owns the engine now (the recording was reset
-        // meanwhile and another started): it is not ours to stop.
-        if (engineSession != m_engineSession) {
-            seq->engineStopped = true;
-            finishIfDone();
-            return;
-        }
         m_engine->stop([this, seq, finishIfDone] {
             onMain([seq, finishIfDone] {
                 seq->engineStopped = true;
@@ -634,8 +709,8 @@ void AudioRecorder::stopCapture(const std::function<void(const QString& videoErr
             });
         });
     };
-    connect(video, &VideoRecorder::audioEnded, this, stopEngine, Qt::SingleShotConnection);
-    video->stop([seq, stopEngine, finishIfDone](const VideoRecorder::StopResult& result) {
+    connect(video, &VideoCapture::audioEnded, this, stopEngine, Qt::SingleShotConnection);
+    video->stop([seq, stopEngine, finishIfDone](const VideoCapture::StopResult& result) {
         seq->videoStopped = true;
         if (result.error)
             seq->videoError = result.error->description();
@@ -661,19 +736,14 @@ void AudioRecorder::uploadRecording(const QString& path)
     QStringList companions;
     if (!m_lastWavPath.isEmpty() && m_lastWavPath != path)
         companions << m_lastWavPath;
-    m_uploader.setAuthManager(m_authManager);
-    connect(
-        &m_uploader, &RecordingUploader::finished, this,
-        [this, path](const RecordingUploader::Outcome& outcome) { uploadFinished(path, outcome); },
-        Qt::SingleShotConnection);
     m_uploader.upload(path, companions);
 }
 
-void AudioRecorder::uploadFinished(const QString& path, const RecordingUploader::Outcome& outcome)
+void AudioRecorder::uploadFinished(const RecordingUploader::Outcome& outcome)
 {
     using Kind = RecordingUploader::Outcome::Kind;
     if (outcome.keepForRetry)
-        setFailedUploadPath(path);
+        setFailedUploadPath(outcome.path);
     switch (outcome.kind) {
     case Kind::Uploaded:
         setFailedUploadPath({});
@@ -709,6 +779,10 @@ void AudioRecorder::discardRecording()
 void AudioRecorder::retryUpload()
 {
     const QString file = !m_failedUploadPath.isEmpty() ? m_failedUploadPath : m_outputPath;
+    if (m_captureBusy && (file == m_outputPath || file == m_lastWavPath)) {
+        consoleLog(QStringLiteral("⚠️ Not sent: the recording is still being written"));
+        return;
+    }
     if (file.isEmpty()) {
         setState(RecordingState::error(kNoRecordingFile));
         return;
@@ -722,10 +796,16 @@ void AudioRecorder::retryUpload()
 
 void AudioRecorder::resetToIdle()
 {
+    const bool recording = m_state.kind() == RecordingState::Kind::Recording;
     ++m_session;
     m_clock.stop();
     setState(RecordingState::idle());
     clearSessionFields();
+    // Start over lets nothing run on. A capture already being ended (an
+    // error, a stop) finishes its files by itself; one starting is
+    // abandoned by its own completion.
+    if (recording)
+        stopCapture([](const QString&) {});
 }
 
 void AudioRecorder::clearSessionFields()
@@ -747,6 +827,7 @@ void AudioRecorder::clearSessionFields()
 void AudioRecorder::setAuthManager(AuthManager* auth)
 {
     m_authManager = auth;
+    m_uploader.setAuthManager(auth);
 }
 
 AuthManager* AudioRecorder::authManager() const

@@ -7,7 +7,7 @@
 #include "recording/recordingstate.h"
 #include "recording/recordinguploader.h"
 #include "video/screencapturetargetoption.h"
-#include "video/videorecorder.h"
+#include "video/videocapture.h"
 
 #include <QElapsedTimer>
 #include <QList>
@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace sorv {
 
@@ -34,6 +35,11 @@ class AuthManager;
 // In video mode a VideoRecorder runs beside the engine: the WAV is kept as
 // the MP4's companion, every mixed buffer goes to both the live transcript's
 // consumer and the video file, and save uploads the MP4.
+//
+// One capture at a time: a start waits until the last recording's capture is
+// finished (an error can end a recording while its files are still being
+// closed), and an error ends the capture before it is shown, so what the
+// error screen offers to send is a finished file.
 class AudioRecorder : public QObject {
     Q_OBJECT
     Q_PROPERTY(sorv::RecordingState state READ state NOTIFY stateChanged)
@@ -56,7 +62,7 @@ class AudioRecorder : public QObject {
     Q_PROPERTY(sorv::InputDeviceModel* inputDevices READ inputDevices CONSTANT)
     Q_PROPERTY(quint32 selectedInputDeviceID READ selectedInputDeviceID NOTIFY
                    selectedInputDeviceIDChanged)
-    Q_PROPERTY(sorv::VideoRecorder* videoRecorder READ videoRecorder NOTIFY videoRecorderChanged)
+    Q_PROPERTY(sorv::VideoCapture* videoRecorder READ videoRecorder NOTIFY videoRecorderChanged)
     Q_PROPERTY(bool isVideoMode READ isVideoMode NOTIFY isVideoModeChanged)
     Q_PROPERTY(QString outputPath READ outputPath NOTIFY pathsChanged)
     Q_PROPERTY(QString lastWavPath READ lastWavPath NOTIFY pathsChanged)
@@ -71,6 +77,8 @@ public:
     // One screen-capture access probe (video mode); answers on any thread.
     enum class ProbeResult { Allowed, Declined, Failed };
     using ScreenCaptureProbe = std::function<void(std::function<void(ProbeResult)> done)>;
+    // Makes the video recorder of one video recording, a child of `parent`.
+    using VideoCaptureFactory = std::function<VideoCapture*(QObject* parent)>;
 
     static constexpr int kClockIntervalMs = 100;
     static constexpr int kScreenProbeAttempts = 4;
@@ -103,7 +111,7 @@ public:
     InputDeviceModel* inputDevices() { return &m_inputDevices; }
     quint32 selectedInputDeviceID() const { return m_selectedInputDeviceID; }
     // The video recorder of the running video recording (null otherwise).
-    VideoRecorder* videoRecorder() const { return m_videoRecorder; }
+    VideoCapture* videoRecorder() const { return m_videoRecorder; }
     bool isVideoMode() const { return m_isVideoMode; }
 
     // The file that save uploads and discard deletes, and its relatives.
@@ -111,7 +119,8 @@ public:
     QString lastWavPath() const { return m_lastWavPath; }
     QString lastVideoPath() const { return m_lastVideoPath; }
     QString failedUploadPath() const { return m_failedUploadPath; }
-    // An error screen may offer "Retry upload": a file to send still exists.
+    // An error screen may offer "Retry upload": a file to send still exists,
+    // and it is finished (no capture writes it any more).
     bool canRetryUpload() const { return m_canRetryUpload; }
     // Where the uploaded recording is shown on the service's web site (empty
     // unless the state is uploaded with an id).
@@ -125,6 +134,11 @@ public:
 
     // Video mode only: the screen-capture probe (X11 allows at once).
     void setScreenCaptureProbe(ScreenCaptureProbe probe) { m_screenProbe = std::move(probe); }
+    // Video mode only: another video recorder (tests substitute one).
+    void setVideoCaptureFactory(VideoCaptureFactory factory)
+    {
+        m_videoFactory = std::move(factory);
+    }
 
     // The live-transcript consumers' tap on the mixed audio; called on the
     // audio queue, so it must copy what it keeps and touch nothing here.
@@ -148,6 +162,7 @@ public Q_SLOTS:
     void retryUpload();
     // Stops an upload under way; the recording is kept for Retry.
     void cancelUpload();
+    // Back to idle; a capture still running is ended, its files kept.
     void resetToIdle();
     void selectInputDevice(quint32 id);
     void refreshInputDevices();
@@ -211,14 +226,20 @@ private:
     void startVideo(std::uint64_t session, const QString& wav, const QString& mp4,
                     const std::shared_ptr<RecordingFileLock>& mp4Lock);
     void videoStartFailed(const QString& wav, const QString& mp4, const VideoRecorderError& error);
-    void setVideoRecorder(VideoRecorder* recorder);
+    void setVideoRecorder(VideoCapture* recorder);
     void setIsVideoMode(bool v);
     // Ends the capture: the video file first, then the engine. `done` gets
     // the video's failure text, a null string when there was none.
     void stopCapture(const std::function<void(const QString& videoError)>& done);
-    void applyUpdate(const AudioEngineUpdate& update);
-    void endAfterWriteFailure(const QString& message, bool somethingSaved);
-    void uploadFinished(const QString& path, const RecordingUploader::Outcome& outcome);
+    void applyUpdate(std::uint64_t session, const AudioEngineUpdate& update);
+    // The capture failed under a recording: it is ended, and the error shown
+    // once its files are finished, with what was saved. `somethingSaved`
+    // unknown: the WAV is looked at.
+    void endWithError(const QString& message, std::optional<bool> somethingSaved);
+    // Every capture of the last recording has stopped: the next may start.
+    void releaseCapture();
+    void startWaitingSession();
+    void uploadFinished(const RecordingUploader::Outcome& outcome);
     void rewireMixedBuffers();
     void clearSessionFields();
     // The files of a new recording, created and locked; or why not.
@@ -256,18 +277,26 @@ private:
     bool m_soundServerLost = false;
     quint32 m_selectedInputDeviceID = 0;
     bool m_isVideoMode = false;
+    VideoCaptureFactory m_videoFactory;
     // A child of this object while it records; handed to the stop, which
     // deletes it once the file is finished.
-    VideoRecorder* m_videoRecorder = nullptr;
+    VideoCapture* m_videoRecorder = nullptr;
+    // The one video recorder there is, from its creation until the capture
+    // is released: never two at once.
+    QPointer<VideoCapture> m_video;
+    // The MP4's lock, held until the engine has stopped too: the recording
+    // is one MP4 and its companion WAV, and neither is sent half-written.
+    std::shared_ptr<RecordingFileLock> m_videoLock;
     // The video file's audio input while it takes audio: from the video's
     // start until its stop has every buffer captured before the stop instant.
-    VideoRecorder::AudioSink m_videoAudioSink;
+    VideoCapture::AudioSink m_videoAudioSink;
+    // From the engine's start until every capture of that recording has
+    // stopped; a start asked for meanwhile waits (its session).
+    bool m_captureBusy = false;
+    std::uint64_t m_waitingSession = 0;
     // What the session being started asked for.
     bool m_startVideo = false;
     ScreenCaptureTargetOption m_captureTarget;
-    // The session whose engine start was asked for last: a stop deferred
-    // until the video file has its audio must not stop a newer session.
-    std::uint64_t m_engineSession = 0;
     bool m_canRetryUpload = false;
     bool m_signInRequired = false;
 

@@ -58,10 +58,11 @@ void RecordingUploader::sweepStaleBodies()
     });
 }
 
-void RecordingUploader::finish(const Outcome& outcome)
+void RecordingUploader::finish(Outcome outcome)
 {
     m_files.clear();
     m_running = false;
+    outcome.path = m_path;
     Q_EMIT finished(outcome);
 }
 
@@ -91,6 +92,7 @@ void RecordingUploader::upload(const QString& path, const QStringList& companion
     if (m_running)
         return;
     m_running = true;
+    m_path = path;
     ++m_generation;
     if (!m_auth) {
         fail(QStringLiteral("Not logged in"), false);

@@ -42,6 +42,7 @@ public:
             SignInRequired, // the session ended: sign in, then Retry
         };
         Kind kind = Kind::Failed;
+        QString path; // the recording asked for
         QString message;
         QString name;              // Uploaded: the file's name
         std::optional<QString> id; // Uploaded: the service's recording id
@@ -62,7 +63,8 @@ public:
     }
 
     // Sends `path`; `companions` are deleted with it after a success (the
-    // WAV beside a video). Progress, then one finished().
+    // WAV beside a video). Progress, then one finished(), which names the
+    // recording; nothing while another upload runs.
     void upload(const QString& path, const QStringList& companions);
 
     // Stops an upload under way at once: finished() reports it, the
@@ -93,7 +95,7 @@ private:
     void succeed(const Attempt& attempt, const std::optional<QString>& id);
     void fail(const QString& message, bool keepForRetry);
     void requireSignIn(const QString& message);
-    void finish(const Outcome& outcome);
+    void finish(Outcome outcome);
     void abortTransfer();
     bool lockFiles(const QString& path, const QStringList& companions);
 
@@ -112,6 +114,7 @@ private:
         std::optional<FileStamp> stamp; // what it was when sent (or locked)
     };
     std::vector<LockedFile> m_files; // the recording first, then its companions
+    QString m_path;                  // the recording of the upload under way
 };
 
 } // namespace sorv

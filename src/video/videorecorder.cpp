@@ -255,7 +255,7 @@ void VideoCore::onAudio(const std::vector<float>& samples, std::int64_t hostTime
 }
 
 VideoRecorder::VideoRecorder(QObject* parent)
-    : QObject(parent),
+    : VideoCapture(parent),
       m_videoQueue(std::make_shared<SerialQueue>(QStringLiteral("com.sorvelandrix.video.screen"))),
       m_captureQueue(
           std::make_unique<SerialQueue>(QStringLiteral("com.sorvelandrix.video.capture"))),

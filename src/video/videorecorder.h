@@ -2,6 +2,7 @@
 
 #include "audio/audiotypes.h"
 #include "video/screencapturetargetoption.h"
+#include "video/videocapture.h"
 #include "video/videorecordererror.h"
 
 #include <QElapsedTimer>
@@ -23,37 +24,6 @@ class SerialQueue;
 struct VideoCore;
 struct CaptureStream;
 
-// The video recorder's state: idle → preparing → recording → finalising →
-// idle; `error` holds the message of a failed stop for display.
-class VideoRecorderState {
-    Q_GADGET
-    Q_PROPERTY(QString name READ name CONSTANT)
-    Q_PROPERTY(QString message READ message CONSTANT)
-
-public:
-    enum class Kind { Error, Idle, Preparing, Recording, Finalising };
-
-    VideoRecorderState() = default;
-    static VideoRecorderState error(const QString& message) { return {Kind::Error, message}; }
-    static VideoRecorderState idle() { return {Kind::Idle, {}}; }
-    static VideoRecorderState preparing() { return {Kind::Preparing, {}}; }
-    static VideoRecorderState recording() { return {Kind::Recording, {}}; }
-    static VideoRecorderState finalising() { return {Kind::Finalising, {}}; }
-
-    Kind kind() const { return m_kind; }
-    const QString& message() const { return m_message; }
-    // "idle", "preparing", "recording", "finalising", "error(…)"
-    QString name() const;
-
-    friend bool operator==(const VideoRecorderState&, const VideoRecorderState&) = default;
-
-private:
-    VideoRecorderState(Kind kind, QString message) : m_kind(kind), m_message(std::move(message)) {}
-
-    Kind m_kind = Kind::Idle;
-    QString m_message;
-};
-
 // Records a display, an application or a window into an MP4 file with the
 // recording's mixed audio: H.264 (libx264, High, 4 Mbit/s, a key frame every
 // 60 frames) and AAC (mono, 44.1 kHz, 128 kbit/s).
@@ -73,22 +43,12 @@ private:
 // recording (a fragment at least twice a second), so a killed process leaves a
 // file that plays to its last fragment. Stop rewrites it as a plain MP4 with
 // its index at the front (a stream copy) and replaces it in one rename.
-class VideoRecorder : public QObject {
+class VideoRecorder : public VideoCapture {
     Q_OBJECT
     Q_PROPERTY(sorv::VideoRecorderState state READ state NOTIFY stateChanged)
     Q_PROPERTY(double elapsed READ elapsed NOTIFY elapsedChanged)
 
 public:
-    using StartCompletion = std::function<void(const std::optional<VideoRecorderError>& error)>;
-    // Either the finished file's path or the error.
-    struct StopResult {
-        QString path;
-        std::optional<VideoRecorderError> error;
-    };
-    using StopCompletion = std::function<void(const StopResult& result)>;
-    // Takes one mixed buffer; callable on any thread, never blocks.
-    using AudioSink = std::function<void(const AudioBuffer& buffer)>;
-
     // Counters since the last start, readable from any thread.
     struct Statistics {
         std::int64_t framesDue = 0;              // timer ticks while capturing (30 a second)
@@ -108,7 +68,7 @@ public:
     // Abandons a recording still running (the file stays as it was written).
     ~VideoRecorder() override;
 
-    const VideoRecorderState& state() const { return m_state; }
+    const VideoRecorderState& state() const override { return m_state; }
     double elapsed() const { return m_elapsed; }
     // The file being written; empty when not recording.
     QString outputPath() const { return m_outputPath; }
@@ -121,7 +81,8 @@ public:
     // without one). `outputLock`, the lock taken with the file's name, is
     // held while the file is written and let go once it is finished.
     void start(const QString& outputPath, const ScreenCaptureTargetOption& target,
-               StartCompletion done, const std::shared_ptr<RecordingFileLock>& outputLock = {});
+               StartCompletion done,
+               const std::shared_ptr<RecordingFileLock>& outputLock = {}) override;
 
     // One mixed buffer (48 kHz mono float, `hostTimeNs` = CLOCK_MONOTONIC of
     // its first sample). Copies the samples and posts them to the video
@@ -129,17 +90,17 @@ public:
     void appendAudio(const AudioBuffer& buffer) const;
     // The same as a value the audio engine's callback can hold: it stays safe
     // to call after the recorder is gone (it then does nothing).
-    AudioSink audioSink() const;
+    AudioSink audioSink() const override;
 
     // Only from recording: finishes the file and hands back its path. Fails
     // with notRecording when there is nothing to stop, invalidState while
     // starting or finishing.
-    void stop(StopCompletion done);
+    void stop(StopCompletion done) override;
 
     // Drops whatever runs (after a failed start, or when the controller
     // abandons a recording): the fragmented file stays as written. Returns at
     // once; the state becomes idle.
-    void tearDown();
+    void tearDown() override;
 
     Statistics statistics() const;
 
@@ -149,10 +110,6 @@ Q_SIGNALS:
     // The screen capture failed while recording (the X server went away);
     // the recording goes on with what it has.
     void captureFailed(const QString& message);
-    // During a stop: every audio buffer captured before the stop is in the
-    // file, later ones are ignored. The audio's source may stop now, while the
-    // file is still being finished.
-    void audioEnded();
 
 private:
     void setState(const VideoRecorderState& state);
@@ -181,5 +138,3 @@ private:
 };
 
 } // namespace sorv
-
-Q_DECLARE_METATYPE(sorv::VideoRecorderState)

@@ -2,7 +2,9 @@
 // each operation does in each state, what the user sees when something
 // fails, and how files are named and cleaned up.
 
+#include "audio/wavwriter.h"
 #include "core/paths.h"
+#include "core/recordingfilelock.h"
 #include "core/secretstore.h"
 #include "core/serialqueue.h"
 #include "localservicefixture.h"
@@ -16,6 +18,9 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include <QTimer>
+
+#include <algorithm>
 #include <atomic>
 
 using namespace sorv;
@@ -58,8 +63,12 @@ public:
         onUpdate = handler;
         auto finish = [this, outputPath, done] {
             queue.post([this, outputPath, done] {
-                if (!startError)
-                    QFile(outputPath).open(QIODevice::WriteOnly); // the WAV file
+                if (!startError) { // the WAV file, with a tenth of a second in it
+                    WavWriter wav;
+                    wav.open(outputPath);
+                    wav.write(std::vector<float>(4800, 0.1f));
+                    wav.close();
+                }
                 done(startError);
             });
         };
@@ -103,10 +112,81 @@ public:
     SerialQueue queue{QStringLiteral("fake.engine")};
 };
 
+// Stands in for the screen recorder, holding the MP4's lock while it writes.
+// Its stop can be held back; how many capture at once is counted.
+struct FakeVideos {
+    bool holdStop = false;
+    std::function<void()> pendingStop;
+    int made = 0;
+    int capturing = 0;
+    int mostCapturing = 0;
+};
+
+class FakeVideo : public VideoCapture {
+public:
+    FakeVideo(QObject* parent, FakeVideos& videos) : VideoCapture(parent), m_videos(videos)
+    {
+        ++m_videos.made;
+    }
+    const VideoRecorderState& state() const override { return m_state; }
+    void start(const QString& path, const ScreenCaptureTargetOption&, StartCompletion done,
+               const std::shared_ptr<RecordingFileLock>& lock) override
+    {
+        m_state = VideoRecorderState::recording();
+        m_path = path;
+        m_lock = lock;
+        m_videos.mostCapturing = std::max(m_videos.mostCapturing, ++m_videos.capturing);
+        QTimer::singleShot(0, this, [done] { done(std::nullopt); });
+    }
+    AudioSink audioSink() const override
+    {
+        return [](const AudioBuffer&) {};
+    }
+    void stop(StopCompletion done) override
+    {
+        m_state = VideoRecorderState::finalising();
+        auto finish = [this, done] {
+            ended();
+            Q_EMIT audioEnded();
+            done({m_path, std::nullopt});
+        };
+        if (m_videos.holdStop)
+            m_videos.pendingStop = finish;
+        else
+            QTimer::singleShot(0, this, finish);
+    }
+    void tearDown() override { ended(); }
+
+private:
+    void ended()
+    {
+        if (m_state.kind() != VideoRecorderState::Kind::Idle)
+            --m_videos.capturing;
+        m_state = VideoRecorderState::idle();
+        m_lock.reset();
+    }
+    FakeVideos& m_videos;
+    VideoRecorderState m_state = VideoRecorderState::idle();
+    QString m_path;
+    std::shared_ptr<RecordingFileLock> m_lock;
+};
+
 struct Fixture {
     test::IsolatedEnvironment env;
     FakeEngine* engine = new FakeEngine;
     AudioRecorder recorder{std::unique_ptr<RecordingEngine>(engine)};
+    FakeVideos videos;
+
+    // Video mode on the stand-in, screen capture allowed.
+    void useFakeVideo()
+    {
+        recorder.setVideoCaptureFactory(
+            [this](QObject* parent) { return new FakeVideo(parent, videos); });
+        recorder.setScreenCaptureProbe(
+            [](const std::function<void(AudioRecorder::ProbeResult)>& done) {
+                done(AudioRecorder::ProbeResult::Allowed);
+            });
+    }
 
     bool startAndWaitFor(Kind kind)
     {
@@ -137,6 +217,7 @@ private Q_SLOTS:
     void fileThatStopsTakingAudioEndsTheSession();
     void durationIsHandedToTheEngine();
     void fatalErrorDuringRecording();
+    void oneCaptureAtATime();
     void silentMicrophoneMessage_data();
     void silentMicrophoneMessage();
     void freshNamesAndNoOverwrite();
@@ -330,20 +411,85 @@ void TestAudioRecorder::durationIsHandedToTheEngine()
 
 void TestAudioRecorder::fatalErrorDuringRecording()
 {
+    // A video recording, so that the stop's order is seen: the video file
+    // first, then the engine; each held back to look at the states between.
     Fixture f;
-    QVERIFY(f.startAndWaitFor(Kind::Recording));
+    f.useFakeVideo();
+    f.recorder.requestStartRecording(true);
+    QTRY_COMPARE(f.recorder.state().kind(), Kind::Recording);
+    const QString mp4 = f.recorder.outputPath();
+    const QString wav = f.recorder.lastWavPath();
+    f.videos.holdStop = true;
+    f.engine->holdStop = true;
     const QString text =
         QStringLiteral("Microphone engine could not be restarted after 5 attempts");
     f.engine->send(AudioEngineUpdate::fatalError(text));
-    QTRY_COMPARE(f.recorder.state(), RecordingState::error(text));
-    // The engine and the clock keep going until the user deals with it.
-    QCOMPARE(f.engine->stopCalls, 0);
+    f.engine->send(AudioEngineUpdate::fatalError(text));
+    QTRY_COMPARE(f.recorder.state().kind(), Kind::Stopping);
+    QVERIFY(!f.recorder.isVideoMode());
+    QTRY_VERIFY(f.videos.pendingStop);
     const double at = f.recorder.elapsed();
-    QTRY_VERIFY(f.recorder.elapsed() > at);
-    // Later updates still reach the meters but never the state.
-    f.engine->send(AudioEngineUpdate::makeMeters({0.3f, 0.0f, 0.1f, 0.3f}));
-    QTRY_COMPARE(f.recorder.micLevel(), 0.3f);
+    QTest::qWait(250);
+    QCOMPARE(f.recorder.elapsed(), at); // the clock stopped with the recording
+
+    // The video is finished; the engine, asked to stop, still writes the WAV:
+    // nothing is offered to send yet, and the MP4 stays locked.
+    f.videos.pendingStop();
+    QTRY_COMPARE(f.engine->stopCalls, 1);
+    QCOMPARE(f.videos.capturing, 0);
+    QCOMPARE(f.recorder.state().kind(), Kind::Stopping);
+    QVERIFY(!f.recorder.canRetryUpload());
+    QCOMPARE(RecordingFileLock::tryLock(mp4).status(), RecordingFileLock::Status::Busy);
+    f.engine->pendingStop();
+
+    // Both finished: the error, with what was saved, which Retry may send.
+    QTRY_COMPARE(f.recorder.state(), RecordingState::error(text));
+    QCOMPARE(f.recorder.outputPath(), mp4);
+    QCOMPARE(f.recorder.lastWavPath(), wav);
+    QVERIFY(f.recorder.canRetryUpload());
+    QVERIFY(RecordingFileLock::tryLock(mp4).isHeld());
+
+    // The report again, and after Start over: nothing changes.
+    f.engine->send(AudioEngineUpdate::fatalError(text));
+    QTest::qWait(50);
     QCOMPARE(f.recorder.state(), RecordingState::error(text));
+    f.recorder.resetToIdle();
+    f.engine->send(AudioEngineUpdate::fatalError(text));
+    QTest::qWait(50);
+    QCOMPARE(f.recorder.state(), RecordingState::idle());
+    QCOMPARE(f.engine->stopCalls, 1);
+}
+
+void TestAudioRecorder::oneCaptureAtATime()
+{
+    Fixture f;
+    f.useFakeVideo();
+    // Start over in the middle of a recording stops both captures.
+    f.recorder.requestStartRecording(true);
+    QTRY_COMPARE(f.recorder.state().kind(), Kind::Recording);
+    f.recorder.resetToIdle();
+    QTRY_COMPARE(f.engine->stopCalls, 1);
+    QCOMPARE(f.videos.capturing, 0);
+
+    // A recording ended by an error, still being finished, then Start over
+    // and a new start: it waits for the last capture to end.
+    f.recorder.requestStartRecording(true);
+    QTRY_COMPARE(f.recorder.state().kind(), Kind::Recording);
+    f.videos.holdStop = true;
+    f.engine->send(AudioEngineUpdate::fatalError(QStringLiteral("gone")));
+    QTRY_VERIFY(f.videos.pendingStop);
+    f.recorder.resetToIdle();
+    QVERIFY(!f.recorder.canRetryUpload());
+    f.recorder.requestStartRecording(true);
+    QTest::qWait(100);
+    QCOMPARE(f.recorder.state().kind(), Kind::Preparing);
+    QCOMPARE(f.engine->startCalls, 2);
+    f.videos.pendingStop();
+    QTRY_COMPARE(f.recorder.state().kind(), Kind::Recording);
+    QCOMPARE(f.engine->startCalls, 3);
+    QCOMPARE(f.engine->stopCalls, 2);
+    QCOMPARE(f.videos.made, 3);
+    QCOMPARE(f.videos.mostCapturing, 1);
 }
 
 void TestAudioRecorder::silentMicrophoneMessage_data()

@@ -522,6 +522,7 @@ void TestUpload::silentServiceTimesOutInWords()
     QCOMPARE(outcome.message,
              QStringLiteral("Upload failed: the service did not answer within 0.5 seconds"));
     QVERIFY(outcome.keepForRetry);
+    QCOMPARE(outcome.path, path); // what Retry is to send
     QVERIFY(QFile::exists(path));
 }
 

@@ -5,6 +5,7 @@
 // file to the end, what the user sees when the video cannot start, and that
 // the MP4 goes up as video with its companion WAV deleted only after success.
 
+#include "audio/audioengine.h"
 #include "core/log.h"
 #include "core/paths.h"
 #include "core/recordingfilelock.h"
@@ -22,6 +23,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QSignalSpy>
 #include <QTest>
 
 #include <atomic>
@@ -75,8 +77,32 @@ private:
     QByteArray m_old;
 };
 
+// Seconds of the file's longest stream, as ffprobe reads it (0 when it cannot).
+double playableSeconds(const QString& path)
+{
+    QProcess probe;
+    probe.start(QStringLiteral("ffprobe"),
+                {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
+                 QStringLiteral("format=duration"), QStringLiteral("-of"),
+                 QStringLiteral("csv=p=0"), path});
+    if (!probe.waitForFinished(10000) || probe.exitCode() != 0)
+        return 0.0;
+    return QString::fromUtf8(probe.readAllStandardOutput()).trimmed().toDouble();
+}
+
+// The application's engine, with a watchdog that gives up on a stalled
+// microphone within a few seconds instead of half a minute.
+std::unique_ptr<RecordingEngine> engineWithQuickWatchdog()
+{
+    AudioEngine::Options options;
+    options.health.watchdogPeriod = std::chrono::milliseconds(250);
+    options.health.firstBufferSeconds = 0.5;
+    return std::make_unique<AudioEngine>(options);
+}
+
 struct World {
-    explicit World(bool signIn = false)
+    explicit World(bool signIn = false, std::unique_ptr<RecordingEngine> engine = {})
+        : recorder(engine ? std::move(engine) : std::make_unique<AudioEngine>())
     {
         if (signIn) {
             service.emplace();
@@ -142,6 +168,7 @@ private Q_SLOTS:
     void refusedUploadKeepsBothDiscardRemovesBoth();
     void videoStartFailures_data();
     void videoStartFailures();
+    void microphoneGivenUpEndsBothFiles();
 
 private:
     std::unique_ptr<XvfbSession> m_x;
@@ -342,6 +369,59 @@ void TestVideoMode::videoStartFailures()
     QTRY_COMPARE_WITH_TIMEOUT(w.recorder.state().kind(), Kind::Recording, 20000);
     QVERIFY(w.recorder.lastVideoPath().isEmpty());
     QVERIFY(w.stop());
+}
+
+void TestVideoMode::microphoneGivenUpEndsBothFiles()
+{
+    if (PulseSandbox::pipeWire())
+        QSKIP("The microphone is stalled by suspending it, which PulseAudio does");
+    World w(false, engineWithQuickWatchdog());
+    QVERIFY2(w.sandbox.isRunning(), qPrintable(w.sandbox.errorString()));
+    QVERIFY(w.sandbox.playIntoMicrophone(m_tones.filePath(QStringLiteral("mic.wav"))));
+    QVERIFY(w.startVideo(ScreenCaptureTargetOption::mainDisplay()));
+    const QString mp4 = w.recorder.outputPath();
+    const QString wav = w.recorder.lastWavPath();
+    // Whenever Retry is offered, the files it would send are no longer written.
+    QStringList offeredWhileWritten;
+    QObject::connect(&w.recorder, &AudioRecorder::canRetryUploadChanged, &w.recorder, [&] {
+        for (const QString& file : {mp4, wav})
+            if (w.recorder.canRetryUpload() && !RecordingFileLock::tryLock(file).isHeld())
+                offeredWhileWritten << file;
+    });
+    QTest::qWait(1500);
+
+    // The microphone stops delivering, and every restart finds it so.
+    QVERIFY(w.sandbox.pactl(
+        {QStringLiteral("suspend-source"), QStringLiteral("virtmic"), QStringLiteral("1")}));
+    QTRY_COMPARE_WITH_TIMEOUT(w.recorder.state().kind(), Kind::Error, 30000);
+    QCOMPARE(w.recorder.state().message(),
+             QStringLiteral("Microphone engine could not be restarted after 5 attempts"));
+    QVERIFY(!w.recorder.isVideoMode());
+    QVERIFY(!w.recorder.videoRecorder());
+    QVERIFY(captureStopped(w.sandbox));
+
+    // What was recorded is kept, finished and playable, and Retry may send it.
+    QCOMPARE(w.recorder.outputPath(), mp4);
+    QCOMPARE(w.recorder.lastWavPath(), wav);
+    QVERIFY(w.recorder.canRetryUpload());
+    QVERIFY2(offeredWhileWritten.isEmpty(), qPrintable(offeredWhileWritten.join(' ')));
+    for (const QString& file : {mp4, wav}) {
+        QVERIFY2(RecordingFileLock::tryLock(file).isHeld(), qPrintable(file));
+        const double seconds = playableSeconds(file);
+        QVERIFY2(seconds > 1.0, qPrintable(QStringLiteral("%1: %2 s").arg(file).arg(seconds)));
+    }
+    // Nothing grabs the screen into the MP4 any more.
+    const qint64 size = QFileInfo(mp4).size();
+
+    // Start over: it stays over, whatever the watchdog had still to say.
+    QSignalSpy states(&w.recorder, &AudioRecorder::stateChanged);
+    w.recorder.resetToIdle();
+    QTest::qWait(1000);
+    QCOMPARE(w.recorder.state(), RecordingState::idle());
+    QCOMPARE(states.count(), 1);
+    QCOMPARE(QFileInfo(mp4).size(), size);
+    QVERIFY(w.sandbox.pactl(
+        {QStringLiteral("suspend-source"), QStringLiteral("virtmic"), QStringLiteral("0")}));
 }
 
 QTEST_GUILESS_MAIN(TestVideoMode)
