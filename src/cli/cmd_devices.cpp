@@ -36,6 +36,8 @@ void printDevices(CommandContext& ctx, const InputDeviceMonitor::Snapshot& snaps
     ctx.finish(kExitOk);
 }
 
+} // namespace
+
 int runDevices(CommandContext& ctx)
 {
     if (!ctx.args.isEmpty()) {
@@ -56,16 +58,6 @@ int runDevices(CommandContext& ctx)
         },
         options);
     return ctx.exec();
-}
-
-} // namespace
-
-Command devicesCommand()
-{
-    return {QStringLiteral("devices"), QStringLiteral("devices"),
-            QStringLiteral("list the microphones: id, name and the default mark (the id is what "
-                           "record --device takes)"),
-            runDevices};
 }
 
 } // namespace sorv::cli

@@ -49,6 +49,8 @@ bool sameFile(const QString& a, const QString& b)
     return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
 }
 
+} // namespace
+
 int runMix(CommandContext& ctx)
 {
     if (ctx.args.size() != 3) {
@@ -120,16 +122,6 @@ int runMix(CommandContext& ctx)
                {QStringLiteral("wav"), out},
                {QStringLiteral("frames"), static_cast<qint64>(written)}});
     return written == totalFrames ? kExitOk : kExitFailure;
-}
-
-} // namespace
-
-Command mixCommand()
-{
-    return {QStringLiteral("mix"), QStringLiteral("mix MIC.wav SYSTEM.wav OUT.wav"),
-            QStringLiteral("mix a microphone and a system-audio file (48 kHz) the way a recording "
-                           "is mixed, into a 32-bit float mono WAV"),
-            runMix};
 }
 
 } // namespace sorv::cli

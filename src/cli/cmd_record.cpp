@@ -38,13 +38,12 @@
 namespace sorv::cli {
 namespace {
 
-const QString kUsage =
-    QStringLiteral("record [--duration SECONDS] [--device ID] [--video] [--target ID] "
-                   "[--live server|on-device] [--language LOCALE] [--save|--discard]");
 // A tenth of a second is the shortest recording worth a file; a day is
 // longer than any meeting.
 constexpr double kMinDurationSeconds = 0.1;
 constexpr double kMaxDurationSeconds = 24 * 3600;
+
+} // namespace
 
 int runRecord(CommandContext& ctx)
 {
@@ -58,7 +57,7 @@ int runRecord(CommandContext& ctx)
     QString language;
     QString speechGrammar; // not in the usage: tests decode known phrases with it
     const auto usage = [&ctx](const QString& why) {
-        ctx.error(why + QStringLiteral("\nUsage: sorvelandrix ") + kUsage);
+        ctx.error(why + QStringLiteral("\nUsage: sorvelandrix ") + recordUsage());
         return kExitUsage;
     };
     for (qsizetype i = 0; i < ctx.args.size(); ++i) {
@@ -329,7 +328,7 @@ int runRecord(CommandContext& ctx)
             }
             if (save) {
                 // The reporter follows the upload and ends the run.
-                uploadReporter = std::make_unique<UploadReporter>(ctx, recorder, path);
+                uploadReporter = std::make_unique<UploadReporter>(ctx, recorder.uploader(), path);
                 recorder.saveRecording();
                 break;
             }
@@ -364,19 +363,6 @@ int runRecord(CommandContext& ctx)
                                        target.value_or(ScreenCaptureTargetOption::mainDisplay()));
     });
     return ctx.exec();
-}
-
-} // namespace
-
-Command recordCommand()
-{
-    return {QStringLiteral("record"), kUsage,
-            QStringLiteral("record the microphone (--device: one from `devices`) and system audio "
-                           "until the duration ends or Ctrl-C, then keep the WAV file and print "
-                           "its path, upload it with --save, or delete it with --discard; --video "
-                           "also records the screen or a target into an MP4; --live shows the "
-                           "service's live transcript or the on-device preview while it records"),
-            runRecord};
 }
 
 } // namespace sorv::cli

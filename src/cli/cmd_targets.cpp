@@ -30,6 +30,8 @@ QString heading(ScreenCaptureTargetOption::Kind::Type type)
     return QStringLiteral("Displays");
 }
 
+} // namespace
+
 int runTargets(CommandContext& ctx)
 {
     if (!ctx.args.isEmpty()) {
@@ -71,16 +73,6 @@ int runTargets(CommandContext& ctx)
     });
     store.reload();
     return ctx.exec();
-}
-
-} // namespace
-
-Command targetsCommand()
-{
-    return {QStringLiteral("targets"), QStringLiteral("targets"),
-            QStringLiteral("list what a video recording can capture: displays, applications, "
-                           "windows"),
-            runTargets};
 }
 
 } // namespace sorv::cli

@@ -13,7 +13,7 @@
 #include "cli/commands.h"
 #include "cli/uploadreporter.h"
 #include "core/signalnotifier.h"
-#include "recording/audiorecorder.h"
+#include "recording/recordinguploader.h"
 
 #include <QFileInfo>
 #include <QTimer>
@@ -41,17 +41,20 @@ int runUpload(CommandContext& ctx)
     CliSession session(ctx);
     if (!session.requireSignedIn())
         return kExitFailure;
-    AudioRecorder recorder;
-    recorder.setAuthManager(&session.auth());
+    // The uploader alone, as Retry uses it: sending a file needs neither the
+    // sound server nor the capture engine.
+    RecordingUploader uploader;
+    uploader.setAuthManager(&session.auth());
+    uploader.sweepStaleBodies();
     const QString path = file.absoluteFilePath();
-    UploadReporter reporter(ctx, recorder, path);
+    UploadReporter reporter(ctx, uploader, path);
     SignalNotifier signals({SIGINT, SIGTERM, SIGHUP, SIGPIPE});
-    QObject::connect(&signals, &SignalNotifier::received, &recorder, [&](int number) {
+    QObject::connect(&signals, &SignalNotifier::received, &uploader, [&](int number) {
         if (number == SIGPIPE)
             ctx.closeOutput();
-        recorder.cancelUpload();
+        uploader.cancel();
     });
-    QTimer::singleShot(0, &recorder, [&] { recorder.uploadRecording(path); });
+    QTimer::singleShot(0, &uploader, [&] { uploader.upload(path, {}); });
     return ctx.exec();
 }
 

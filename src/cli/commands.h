@@ -5,10 +5,7 @@
 namespace sorv::cli {
 
 // One function per command, each in its own file.
-Command recordCommand();
-Command devicesCommand();
 Command uploadCommand();
-Command mixCommand();
 Command loginCommand();
 Command passkeysCommand();
 Command logoutCommand();
@@ -18,6 +15,25 @@ Command meetingsCommand();
 Command joinCommand();
 Command stopBotCommand();
 Command followCommand();
+
+// The commands that record, or ask the sound server or the screen: they need
+// the capture stack (PulseAudio, FFmpeg and x264, xcb, pocketsphinx). Their
+// names and help are here; how they run is the program's choice through
+// captureCommandRun(), which each program defines once: in-process
+// (capturecommands.cpp, part of sorvelandrix_cli) or handed to the capture
+// program (capturehandoff.cpp, in `sorvelandrix`), so that every other
+// command starts without those libraries.
+Command recordCommand();
+Command devicesCommand();
 Command targetsCommand();
+Command mixCommand();
+QString recordUsage();
+CommandFn captureCommandRun(const QString& name);
+
+// The capture commands themselves, each in its own file.
+int runRecord(CommandContext& ctx);
+int runDevices(CommandContext& ctx);
+int runTargets(CommandContext& ctx);
+int runMix(CommandContext& ctx);
 
 } // namespace sorv::cli

@@ -2,8 +2,6 @@
 
 #include "core/terminaltext.h"
 #include "transcript/livetranscriptmanager.h"
-#include "transcript/localtranscriptmanager.h"
-#include "transcript/servertranscriptmanager.h"
 
 #include <QJsonObject>
 #include <QPointer>
@@ -22,39 +20,6 @@ LiveTranscriptReporter::LiveTranscriptReporter(
     : m_ctx(ctx), m_after(ctx.delays ? ctx.delays : timerDelayedCall()),
       m_segments(std::move(segments)), m_isOpen(std::move(isOpen))
 {}
-
-LiveTranscriptReporter::LiveTranscriptReporter(const CommandContext& ctx,
-                                               ServerTranscriptManager& t)
-    : LiveTranscriptReporter(
-          ctx, [&t]() -> const QList<TranscriptSegment>& { return t.segments(); },
-          [&t](int row) {
-              return row == t.segments().size() - 1 && t.currentPartialSpeaker().has_value();
-          })
-{
-    connect(&t, &ServerTranscriptManager::segmentAppended, this, &LiveTranscriptReporter::changed);
-    connect(&t, &ServerTranscriptManager::segmentTextChanged, this,
-            &LiveTranscriptReporter::changed);
-    connect(&t, &ServerTranscriptManager::segmentDisplayNameChanged, this,
-            &LiveTranscriptReporter::changed);
-    connect(&t, &ServerTranscriptManager::segmentsCleared, this, [this] { rowsDropped(-1); });
-    connect(&t, &ServerTranscriptManager::segmentsTrimmed, this,
-            &LiveTranscriptReporter::rowsDropped);
-    connect(&t, &ServerTranscriptManager::statusChanged, this,
-            [this, &t] { statusChanged(t.status()); });
-}
-
-LiveTranscriptReporter::LiveTranscriptReporter(const CommandContext& ctx, LocalTranscriptManager& t)
-    : LiveTranscriptReporter(
-          ctx, [&t]() -> const QList<TranscriptSegment>& { return t.segments(); },
-          [&t](int row) { return row == t.segments().size() - 1; })
-{
-    connect(&t, &LocalTranscriptManager::segmentAppended, this, &LiveTranscriptReporter::changed);
-    connect(&t, &LocalTranscriptManager::segmentTextChanged, this,
-            &LiveTranscriptReporter::changed);
-    connect(&t, &LocalTranscriptManager::segmentsCleared, this, [this] { rowsDropped(-1); });
-    connect(&t, &LocalTranscriptManager::statusChanged, this,
-            [this, &t] { statusChanged(t.status()); });
-}
 
 LiveTranscriptReporter::LiveTranscriptReporter(const CommandContext& ctx, LiveTranscriptManager& t)
     : LiveTranscriptReporter(

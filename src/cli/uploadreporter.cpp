@@ -1,7 +1,7 @@
 #include "uploadreporter.h"
 
 #include "core/format.h"
-#include "recording/audiorecorder.h"
+#include "service/requestrules.h"
 
 #include <QFileInfo>
 #include <QJsonObject>
@@ -10,10 +10,12 @@
 
 namespace sorv::cli {
 
-UploadReporter::UploadReporter(CommandContext& ctx, AudioRecorder& recorder, const QString& path)
-    : m_ctx(ctx), m_recorder(recorder), m_path(path), m_size(QFileInfo(path).size())
+UploadReporter::UploadReporter(CommandContext& ctx, RecordingUploader& uploader,
+                               const QString& path)
+    : m_ctx(ctx), m_path(path), m_size(QFileInfo(path).size())
 {
-    connect(&recorder, &AudioRecorder::stateChanged, this, &UploadReporter::onStateChanged);
+    connect(&uploader, &RecordingUploader::progress, this, &UploadReporter::onProgress);
+    connect(&uploader, &RecordingUploader::finished, this, &UploadReporter::onFinished);
 }
 
 void UploadReporter::drawProgress(double fraction, bool final)
@@ -46,55 +48,50 @@ void UploadReporter::drawProgress(double fraction, bool final)
     m_barShown = true;
 }
 
-void UploadReporter::onStateChanged()
+void UploadReporter::onProgress(double fraction)
 {
-    const RecordingState state = m_recorder.state();
-    switch (state.kind()) {
-    case RecordingState::Kind::Uploading:
-        if (!m_clock.isValid())
-            m_clock.start();
-        drawProgress(state.progress(), false);
-        break;
-    case RecordingState::Kind::Uploaded: {
+    if (!m_clock.isValid())
+        m_clock.start();
+    drawProgress(fraction, false);
+}
+
+void UploadReporter::onFinished(const RecordingUploader::Outcome& outcome)
+{
+    using Kind = RecordingUploader::Outcome::Kind;
+    if (outcome.kind == Kind::Uploaded) {
         if (m_clock.isValid())
             drawProgress(1.0, true);
         if (m_barShown)
             m_ctx.endDrawnLine();
-        const QString id = state.idOrEmpty();
-        const QString address = m_recorder.uploadedRecordingUrl();
-        m_ctx.print(id.isEmpty() ? QStringLiteral("Uploaded %1").arg(state.name())
+        const QString id = outcome.id.value_or(QString());
+        const QString address = id.isEmpty() ? QString() : recordingWebAddress(id);
+        m_ctx.print(id.isEmpty() ? QStringLiteral("Uploaded %1").arg(outcome.name)
                                  : QStringLiteral("Uploaded %1\nRecording id: %2\n%3")
-                                       .arg(state.name(), id, address));
+                                       .arg(outcome.name, id, address));
         QJsonObject e{{QStringLiteral("event"), QStringLiteral("uploaded")},
-                      {QStringLiteral("name"), state.name()}};
+                      {QStringLiteral("name"), outcome.name}};
         if (!id.isEmpty()) {
             e.insert(QStringLiteral("id"), id);
             e.insert(QStringLiteral("url"), address);
         }
         m_ctx.event(e);
         m_ctx.finish(kExitOk);
-        break;
+        return;
     }
-    case RecordingState::Kind::Error: {
-        if (m_barShown)
-            m_ctx.endDrawnLine();
-        const QString retry = m_ctx.commandLine({QStringLiteral("upload"), m_path});
-        // The window's wording points at its own sign-in form; a terminal
-        // needs the commands to run.
-        if (m_recorder.signInRequired())
-            m_ctx.error(QStringLiteral("Sign-in required: the session has ended.\nSign in with: %1")
-                            .arg(m_ctx.commandLine({QStringLiteral("login")})));
-        else
-            m_ctx.error(state.message());
-        if (QFileInfo::exists(m_path))
-            m_ctx.error(
-                QStringLiteral("The recording is kept at %1\nRetry with: %2").arg(m_path, retry));
-        m_ctx.finish(kExitFailure);
-        break;
-    }
-    default:
-        break;
-    }
+    if (m_barShown)
+        m_ctx.endDrawnLine();
+    const QString retry = m_ctx.commandLine({QStringLiteral("upload"), m_path});
+    // The window's wording points at its own sign-in form; a terminal
+    // needs the commands to run.
+    if (outcome.kind == Kind::SignInRequired)
+        m_ctx.error(QStringLiteral("Sign-in required: the session has ended.\nSign in with: %1")
+                        .arg(m_ctx.commandLine({QStringLiteral("login")})));
+    else
+        m_ctx.error(outcome.message);
+    if (QFileInfo::exists(m_path))
+        m_ctx.error(
+            QStringLiteral("The recording is kept at %1\nRetry with: %2").arg(m_path, retry));
+    m_ctx.finish(kExitFailure);
 }
 
 } // namespace sorv::cli

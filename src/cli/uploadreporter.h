@@ -1,31 +1,29 @@
 #pragma once
 
 #include "cli/command.h"
+#include "recording/recordinguploader.h"
 
 #include <QElapsedTimer>
 #include <QObject>
 #include <QString>
 
-namespace sorv {
-class AudioRecorder;
-}
-
 namespace sorv::cli {
 
-// Shows an upload driven by AudioRecorder: a progress bar (percentage, bytes,
+// Shows an upload by RecordingUploader (on its own, or the one an
+// AudioRecorder saves with): a progress bar (percentage, bytes,
 // rate) on a terminal, `progress` events with --json, then the recording's id
 // and web address, or the failure with the command that retries it. Ends the
 // command's event loop once the upload has finished.
 class UploadReporter : public QObject {
 public:
-    UploadReporter(CommandContext& ctx, AudioRecorder& recorder, const QString& path);
+    UploadReporter(CommandContext& ctx, RecordingUploader& uploader, const QString& path);
 
 private:
-    void onStateChanged();
+    void onProgress(double fraction);
+    void onFinished(const RecordingUploader::Outcome& outcome);
     void drawProgress(double fraction, bool final);
 
     CommandContext& m_ctx;
-    AudioRecorder& m_recorder;
     QString m_path;
     qint64 m_size = 0;
     QElapsedTimer m_clock;

@@ -128,6 +128,10 @@ public:
     // The last upload ended because the session did: sign in, then retry.
     bool signInRequired() const { return m_signInRequired; }
 
+    // The uploader that save and Retry use, for views that follow the
+    // transfer itself.
+    RecordingUploader& uploader() { return m_uploader; }
+
     // The session the upload uses; its refresh runs beside each start.
     void setAuthManager(AuthManager* auth);
     AuthManager* authManager() const;

@@ -9,6 +9,7 @@
 #include "support/isolatedenvironment.h"
 #include "support/keyringbus.h"
 
+#include <QDataStream>
 #include <QProcess>
 #include <QtTest>
 
@@ -88,12 +89,77 @@ public:
     QProcessEnvironment env;
 };
 
+// A short silent WAV (16-bit mono, 48 kHz).
+bool writeSilentWav(const QString& path)
+{
+    constexpr quint32 kDataBytes = 48000 * 2 / 10;
+    QByteArray wav;
+    QDataStream out(&wav, QIODevice::WriteOnly);
+    out.setByteOrder(QDataStream::LittleEndian);
+    out.writeRawData("RIFF", 4);
+    out << quint32(36 + kDataBytes);
+    out.writeRawData("WAVEfmt ", 8);
+    out << quint32(16) << quint16(1) << quint16(1) << quint32(48000) << quint32(48000 * 2)
+        << quint16(2) << quint16(16);
+    out.writeRawData("data", 4);
+    out << kDataBytes;
+    wav.append(QByteArray(kDataBytes, '\0'));
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(wav) == wav.size();
+}
+
 } // namespace
 
 class TestCliProcesses : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void commandsThatDoNotRecordLeaveTheCaptureStackAlone_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::newRow("--help") << QStringList{"--help"};
+        QTest::newRow("--version") << QStringList{"--version"};
+        QTest::newRow("whoami") << QStringList{"whoami"};
+        QTest::newRow("recordings") << QStringList{"recordings"};
+        QTest::newRow("meetings") << QStringList{"meetings"};
+        QTest::newRow("passkeys list") << QStringList{"passkeys", "list"};
+        QTest::newRow("upload") << QStringList{"upload", "FILE"};
+    }
+
+    void commandsThatDoNotRecordLeaveTheCaptureStackAlone()
+    {
+        // No sound server and no display, as on a server: the commands that
+        // do not record work all the same, and none of them loads the
+        // capture stack (or libfido2), let alone reaches for those servers.
+        QFETCH(QStringList, args);
+        test::IsolatedEnvironment env;
+        test::LocalServiceFixture service;
+        Cli cli(service.origin());
+        QCOMPARE(cli.signIn().exitCode, 0);
+        const QString wav = env.path(QStringLiteral("kept.wav"));
+        QVERIFY(writeSilentWav(wav));
+        args.replaceInStrings(QStringLiteral("FILE"), wav);
+        cli.env.insert(QStringLiteral("PULSE_SERVER"),
+                       QStringLiteral("unix:") + env.path(QStringLiteral("no-pulse/native")));
+        cli.env.remove(QStringLiteral("DISPLAY"));
+        cli.env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+        cli.env.insert(QStringLiteral("LD_DEBUG"), QStringLiteral("files"));
+        cli.env.insert(QStringLiteral("LD_DEBUG_OUTPUT"), env.path(QStringLiteral("ld")));
+
+        QProcess process;
+        cli.start(process, args);
+        const qint64 pid = process.processId();
+        const Run r = Cli::finish(process);
+        QVERIFY2(r.exitCode == 0, qPrintable(r.err));
+
+        QFile log(env.path(QStringLiteral("ld.%1").arg(pid)));
+        QVERIFY(log.open(QIODevice::ReadOnly));
+        const QString loaded = QString::fromUtf8(log.readAll());
+        for (const char* library : {"libpulse", "libavcodec", "libavformat", "libx264", "libxcb",
+                                    "libpocketsphinx", "libfido2", "libsndfile"})
+            QVERIFY2(!loaded.contains(QStringLiteral("file=") + QLatin1String(library)), library);
+    }
+
     void signInWithTheEmailedCode()
     {
         test::IsolatedEnvironment env;
@@ -206,7 +272,9 @@ private Q_SLOTS:
             loops.back()->start(
                 QStringLiteral("sh"),
                 {QStringLiteral("-c"),
-                 QStringLiteral("for i in $(seq 20); do \"$0\" whoami >/dev/null; done"),
+                 // Each loop spans at least two token lifetimes, however
+                 // quickly the program starts.
+                 QStringLiteral("for i in $(seq 20); do \"$0\" whoami >/dev/null; sleep 0.1; done"),
                  Cli::program()});
         }
         for (auto& loop : loops) {

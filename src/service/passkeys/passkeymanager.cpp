@@ -5,8 +5,8 @@
 #include "core/notify.h"
 #include "core/serialqueue.h"
 #include "core/settings.h"
-#include "service/passkeys/fido2authenticator.h"
 #include "service/passkeys/passkeyprotocol.h"
+#include "service/passkeys/securitykeymodule.h"
 #include "service/passkeys/softwareauthenticator.h"
 
 #include <QCoreApplication>
@@ -110,7 +110,7 @@ std::shared_ptr<Authenticator> PasskeyManager::authenticatorFromEnvironment()
 {
     const QString file = qEnvironmentVariable(kSoftwareAuthenticatorVariable);
     if (file.isEmpty())
-        return std::make_shared<Fido2Authenticator>();
+        return loadSecurityKeyAuthenticator();
     SoftwareAuthenticator::Options options;
     options.file = QFileInfo(file).absoluteFilePath();
     consoleLog(
