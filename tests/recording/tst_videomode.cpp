@@ -373,11 +373,14 @@ void TestVideoMode::videoStartFailures()
 
 void TestVideoMode::microphoneGivenUpEndsBothFiles()
 {
-    if (PulseSandbox::pipeWire())
-        QSKIP("The microphone is stalled by suspending it, which PulseAudio does");
     World w(false, engineWithQuickWatchdog());
     QVERIFY2(w.sandbox.isRunning(), qPrintable(w.sandbox.errorString()));
-    QVERIFY(w.sandbox.playIntoMicrophone(m_tones.filePath(QStringLiteral("mic.wav"))));
+    // A headset that will stop delivering, the default microphone.
+    QVERIFY(w.sandbox.addSlowMicrophone(QStringLiteral("btmic"), QStringLiteral("BT Headset")));
+    w.sandbox.releaseSlowMicrophone();
+    QVERIFY(w.sandbox.pactl({QStringLiteral("set-default-source"), QStringLiteral("btmic")}));
+    QVERIFY(w.sandbox.playIntoSource(QStringLiteral("btmic"),
+                                     m_tones.filePath(QStringLiteral("mic.wav"))));
     QVERIFY(w.startVideo(ScreenCaptureTargetOption::mainDisplay()));
     const QString mp4 = w.recorder.outputPath();
     const QString wav = w.recorder.lastWavPath();
@@ -391,8 +394,7 @@ void TestVideoMode::microphoneGivenUpEndsBothFiles()
     QTest::qWait(1500);
 
     // The microphone stops delivering, and every restart finds it so.
-    QVERIFY(w.sandbox.pactl(
-        {QStringLiteral("suspend-source"), QStringLiteral("virtmic"), QStringLiteral("1")}));
+    w.sandbox.stallSlowMicrophone();
     QTRY_COMPARE_WITH_TIMEOUT(w.recorder.state().kind(), Kind::Error, 30000);
     QCOMPARE(w.recorder.state().message(),
              QStringLiteral("Microphone engine could not be restarted after 5 attempts"));
@@ -420,8 +422,7 @@ void TestVideoMode::microphoneGivenUpEndsBothFiles()
     QCOMPARE(w.recorder.state(), RecordingState::idle());
     QCOMPARE(states.count(), 1);
     QCOMPARE(QFileInfo(mp4).size(), size);
-    QVERIFY(w.sandbox.pactl(
-        {QStringLiteral("suspend-source"), QStringLiteral("virtmic"), QStringLiteral("0")}));
+    w.sandbox.removeSlowMicrophone();
 }
 
 QTEST_GUILESS_MAIN(TestVideoMode)
