@@ -25,3 +25,21 @@ bench_cleanup() {
   wait 2>/dev/null || true
   rm -rf "$work"
 }
+
+# start_signed_in_service BIN_DIR CLI: the local service from BIN_DIR on a
+# free port with its data in $work, private XDG directories and a file
+# secret store, and CLI signed in to it as the demo account.
+start_signed_in_service() {
+  export XDG_CACHE_HOME="$work/cache" XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data"
+  export SORVELANDRIX_SECRETS=file
+  local port=$((20000 + RANDOM % 20000))
+  "$1/localservice/sorvelandrix-local-service" --port "$port" --data "$work/service" >/dev/null 2>&1 &
+  pids+=($!)
+  export SORVELANDRIX_SERVER="http://127.0.0.1:$port"
+  for _ in $(seq 50); do
+    echo demo | "$2" login --email demo@sorvelandrix.local --password-stdin >/dev/null 2>&1 && return 0
+    sleep 0.2
+  done
+  echo "could not sign in to the local service" >&2
+  return 1
+}

@@ -35,16 +35,7 @@ sox -V1 "$work/round.wav" "$work/mic.wav" repeat $((seconds * 7 / 20 + 2))
 paplay --latency-msec=20 --device=micsink "$work/mic.wav" 2>/dev/null &
 pids+=($!)
 
-export XDG_CACHE_HOME="$work/cache" XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data"
-export SORVELANDRIX_SECRETS=file
-port=$((20000 + RANDOM % 20000))
-"$bin/localservice/sorvelandrix-local-service" --port "$port" --data "$work/service" >/dev/null 2>&1 &
-pids+=($!)
-export SORVELANDRIX_SERVER="http://127.0.0.1:$port"
-for _ in $(seq 50); do
-  echo demo | "$cli" login --email demo@sorvelandrix.local --password-stdin >/dev/null 2>&1 && break
-  sleep 0.2
-done
+start_signed_in_service "$bin" "$cli"
 
 cpu_of() {
   /usr/bin/time -f "%U %S" -o "$work/time" "$@" >/dev/null 2>&1 || true

@@ -55,16 +55,7 @@ feed headphones "$work/tone.wav"
 parec --device=headphones.monitor --latency-msec=10 --raw --format=u8 --rate=8000 --channels=1 >/dev/null 2>&1 &
 pids+=($!)
 
-export XDG_CACHE_HOME="$work/cache" XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data"
-export SORVELANDRIX_SECRETS=file
-port=$((20000 + RANDOM % 20000))
-"$bin/localservice/sorvelandrix-local-service" --port "$port" --data "$work/service" >/dev/null 2>&1 &
-pids+=($!)
-export SORVELANDRIX_SERVER="http://127.0.0.1:$port"
-for _ in $(seq 50); do
-  echo demo | "$cli" login --email demo@sorvelandrix.local --password-stdin >/dev/null 2>&1 && break
-  sleep 0.2
-done
+start_signed_in_service "$bin" "$cli"
 
 args=(record --duration "$seconds" --live server --language de-DE)
 if [ "$video" = 1 ]; then
@@ -87,14 +78,8 @@ restart_daemon() {
   kill -9 "$daemon"
   wait "$daemon" 2>/dev/null || true
   sleep 1
-  XDG_RUNTIME_DIR="$work" HOME="$work" pulseaudio -n --daemonize=no --exit-idle-time=-1 \
-    --disallow-exit --use-pid-file=no --realtime=no --high-priority=no \
-    --log-target=file:"$work/daemon2.log" \
-    -L "module-native-protocol-unix auth-anonymous=1 socket=$work/native" \
-    -L "module-null-sink sink_name=speakers sink_properties=device.description=Speakers rate=48000" \
-    -L "module-null-sink sink_name=headphones sink_properties=device.description=Headphones rate=48000" \
-    -L "module-null-sink sink_name=micsink sink_properties=device.description=MicFeed rate=48000" \
-    -L "module-remap-source source_name=virtmic master=micsink.monitor source_properties=device.description=VirtualMic" &
+  pulse_sandbox_daemon "$work" daemon2.log \
+    -L "module-null-sink sink_name=headphones sink_properties=device.description=Headphones rate=48000" &
   pids+=($!)
   until pactl info >/dev/null 2>&1; do sleep 0.05; done
   pactl set-default-sink headphones

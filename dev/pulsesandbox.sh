@@ -2,16 +2,25 @@
 # private PulseAudio daemon in DIR (a null sink "speakers" as default sink, a
 # virtual microphone "virtmic" fed through the null sink "micsink"), exports
 # PULSE_SERVER and appends the processes it starts to the array `pids`.
-start_pulse_sandbox() {
-  local dir="$1"
-  XDG_RUNTIME_DIR="$dir" HOME="$dir" pulseaudio -n --daemonize=no --exit-idle-time=-1 \
+# pulse_sandbox_daemon DIR LOG [ARGS...]: the sandbox's daemon in the
+# foreground (its socket DIR/native, its log DIR/LOG), ARGS added to it; for
+# a script that kills it and starts it again.
+pulse_sandbox_daemon() {
+  local dir="$1" log="$2"
+  shift 2
+  XDG_RUNTIME_DIR="$dir" HOME="$dir" exec pulseaudio -n --daemonize=no --exit-idle-time=-1 \
     --disallow-exit --use-pid-file=no --realtime=no --high-priority=no \
-    --log-target=file:"$dir/daemon.log" \
+    --log-target=file:"$dir/$log" \
     -L "module-native-protocol-unix auth-anonymous=1 socket=$dir/native" \
     -L "module-null-sink sink_name=speakers sink_properties=device.description=Speakers rate=48000" \
     -L "module-null-sink sink_name=micsink sink_properties=device.description=MicFeed rate=48000" \
     -L "module-remap-source source_name=virtmic master=micsink.monitor source_properties=device.description=VirtualMic" \
-    -L module-always-sink &
+    "$@"
+}
+
+start_pulse_sandbox() {
+  local dir="$1"
+  pulse_sandbox_daemon "$dir" daemon.log -L module-always-sink &
   pids+=($!)
   export PULSE_SERVER="unix:$dir/native"
   for _ in $(seq 100); do
