@@ -20,6 +20,8 @@ QVariant InputDeviceModel::data(const QModelIndex& index, int role) const
         return d.id;
     case IsDefaultRole:
         return d.isDefault;
+    case LabelRole:
+        return d.isDefault ? tr("%1 (default)").arg(d.name) : d.name;
     default:
         return {};
     }
@@ -27,7 +29,10 @@ QVariant InputDeviceModel::data(const QModelIndex& index, int role) const
 
 QHash<int, QByteArray> InputDeviceModel::roleNames() const
 {
-    return {{IdRole, "deviceId"}, {NameRole, "name"}, {IsDefaultRole, "isDefault"}};
+    return {{IdRole, "deviceId"},
+            {NameRole, "name"},
+            {IsDefaultRole, "isDefault"},
+            {LabelRole, "label"}};
 }
 
 bool InputDeviceModel::setDevices(const QList<InputDevice>& devices)

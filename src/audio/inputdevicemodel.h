@@ -11,7 +11,8 @@ namespace sorv {
 class InputDeviceModel : public ListModel {
     Q_OBJECT
 public:
-    enum Role { IdRole = Qt::UserRole + 1, NameRole, IsDefaultRole };
+    // LabelRole: the name as the picker shows it (the default one marked).
+    enum Role { IdRole = Qt::UserRole + 1, NameRole, IsDefaultRole, LabelRole };
     Q_ENUM(Role)
 
     using ListModel::ListModel;

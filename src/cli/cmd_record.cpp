@@ -132,7 +132,7 @@ int runRecord(CommandContext& ctx)
         recorder.setAuthManager(&session->auth());
     std::unique_ptr<LiveTranscriptRun> live;
     if (liveMode)
-        live = std::make_unique<LiveTranscriptRun>(ctx, *liveMode, language, speechGrammar);
+        live = std::make_unique<LiveTranscriptRun>(ctx, *liveMode, language, video, speechGrammar);
     if (duration > 0)
         recorder.setDurationLimit(duration);
     std::unique_ptr<UploadReporter> uploadReporter;

@@ -11,25 +11,25 @@
 namespace sorv {
 class AudioRecorder;
 class AuthManager;
-class LocalTranscriptManager;
-class ServerTranscriptManager;
+class LiveTranscriptSession;
 } // namespace sorv
 
 namespace sorv::cli {
 
 class LiveTranscriptReporter;
 
-// `record --live`: the live transcript that runs with one recording, from
-// the service or on the device, shown by a LiveTranscriptReporter.
+// `record --live`: the live transcript session of one recording, from the
+// service or on the device, shown by a LiveTranscriptReporter.
 class LiveTranscriptRun {
 public:
     enum class Mode { Server, OnDevice };
     // "server" or "on-device".
     static std::optional<Mode> parseMode(const QString& text);
 
-    // `language` empty: the stored speech language. `grammarFile` (on the
-    // device only, for tests): decode these phrases only.
-    LiveTranscriptRun(const CommandContext& ctx, Mode mode, QString language,
+    // `language` empty: the stored speech language, else the default for a
+    // video or an audio recording. `grammarFile` (on the device only, for
+    // tests): decode these phrases only.
+    LiveTranscriptRun(const CommandContext& ctx, Mode mode, const QString& language, bool video,
                       const QString& grammarFile = {});
     ~LiveTranscriptRun();
     LiveTranscriptRun(const LiveTranscriptRun&) = delete;
@@ -54,15 +54,9 @@ public:
     void stop();
 
 private:
-    void stopAll();
-
-    const CommandContext& m_ctx;
     Mode m_mode;
-    QString m_language;
-    std::unique_ptr<ServerTranscriptManager> m_server;
-    std::unique_ptr<LocalTranscriptManager> m_local;
+    std::unique_ptr<LiveTranscriptSession> m_session;
     std::unique_ptr<LiveTranscriptReporter> m_reporter;
-    bool m_ended = false;
 };
 
 } // namespace sorv::cli

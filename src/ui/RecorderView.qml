@@ -56,34 +56,34 @@ Item {
                     ColumnLayout {
                         width: parent.width
                         spacing: 8
-                        Caption { text: root.screen.recordingModeLabel }
+                        Caption { text: qsTr("Recording mode") }
                         RowLayout {
                             spacing: 6
                             Layout.fillWidth: true
                             Segment {
                                 objectName: "audioOnlyButton"
-                                text: root.screen.audioOnlyLabel
+                                text: qsTr("Audio only")
                                 symbol: "waveform"
                                 selected: !root.screen.recordVideo
                                 onClicked: root.screen.recordVideo = false
                             }
                             Segment {
                                 objectName: "videoCallButton"
-                                text: root.screen.videoCallLabel
+                                text: qsTr("Video call")
                                 symbol: "display"
                                 selected: root.screen.recordVideo
                                 onClicked: root.screen.recordVideo = true
                             }
                         }
-                        Note { text: root.screen.modeDescription }
-                        Note { objectName: "headphonesHint"; text: root.screen.headphonesHint }
-                        Note { text: root.screen.videoModeNote; visible: root.screen.recordVideo }
+                        Note { text: root.screen.recordVideo ? qsTr("Records your screen plus mic and call audio — best for WhatsApp, Zoom, and Teams.") : qsTr("Records microphone and system audio only (no screen video).") }
+                        Note { objectName: "headphonesHint"; text: qsTr("Use headphones if you hear echo — speakers let the mic pick up the call twice.") }
+                        Note { text: qsTr("Needs screen-sharing permission on Wayland desktops. After allowing, quit (Ctrl+Q) and reopen once."); visible: root.screen.recordVideo }
 
                         ColumnLayout {
                             visible: root.screen.recordVideo
                             Layout.fillWidth: true
                             spacing: 4
-                            Caption { text: root.screen.captureSourceLabel }
+                            Caption { text: qsTr("Capture source") }
                             RowLayout {
                                 Layout.fillWidth: true
                                 Picker {
@@ -94,9 +94,12 @@ Item {
                                     textRole: "title"
                                     currentIndex: root.screen.selectedCaptureSourceIndex
                                     onActivated: index => root.screen.selectCaptureSource(index)
-                                    Accessible.name: root.screen.captureSourceLabel
+                                    Accessible.name: qsTr("Capture source")
                                     delegate: ItemDelegate {
-                                        required property var modelData
+                                        required property string title
+                                        required property string subtitle
+                                        required property string section
+                                        required property bool firstInSection
                                         required property int index
                                         width: sources.width
                                         id: sourceRow
@@ -111,27 +114,27 @@ Item {
                                             spacing: 1
                                             Label {
                                                 id: sectionHeading
-                                                visible: index === 0 || root.screen.captureSources[index - 1].section !== modelData.section
-                                                text: modelData.section
+                                                visible: sourceRow.firstInSection
+                                                text: sourceRow.section
                                                 font.pixelSize: Theme.captionSize
                                                 font.weight: Font.DemiBold
                                                 color: Theme.secondaryText
                                             }
-                                            Label { text: modelData.title; color: sourceRow.highlighted ? sourceRow.palette.highlightedText : Theme.text; elide: Text.ElideRight; Layout.fillWidth: true }
-                                            Label { text: modelData.subtitle; visible: text !== ""; color: sourceRow.highlighted ? sourceRow.palette.highlightedText : Theme.tertiaryText; opacity: sourceRow.highlighted ? 0.8 : 1; font.pixelSize: Theme.captionSize; elide: Text.ElideRight; Layout.fillWidth: true }
+                                            Label { text: sourceRow.title; color: sourceRow.highlighted ? sourceRow.palette.highlightedText : Theme.text; elide: Text.ElideRight; Layout.fillWidth: true }
+                                            Label { text: sourceRow.subtitle; visible: text !== ""; color: sourceRow.highlighted ? sourceRow.palette.highlightedText : Theme.tertiaryText; opacity: sourceRow.highlighted ? 0.8 : 1; font.pixelSize: Theme.captionSize; elide: Text.ElideRight; Layout.fillWidth: true }
                                         }
                                     }
                                 }
                                 SecondaryButton {
                                     objectName: "refreshSourcesButton"
                                     symbol: "arrow-clockwise"
-                                    text: root.screen.refreshLabel
+                                    text: qsTr("Refresh")
                                     enabled: !root.screen.captureSourcesLoading
                                     onClicked: root.screen.refreshCaptureSources()
                                 }
                             }
                             Note { text: root.screen.captureSourcesError; visible: text !== ""; color: Theme.red }
-                            Note { text: root.screen.captureSourceHelp }
+                            Note { text: qsTr("Choose which display, app, or window to record.") }
                         }
                     }
                 }
@@ -151,12 +154,12 @@ Item {
                             textRole: "label"
                             currentIndex: root.screen.selectedMicrophoneIndex
                             onActivated: index => root.screen.selectMicrophone(index)
-                            Accessible.name: "Microphone"
+                            Accessible.name: qsTr("Microphone")
                         }
                         SecondaryButton {
                             objectName: "refreshMicrophonesButton"
                             symbol: "arrow-clockwise"
-                            text: root.screen.refreshDeviceListLabel
+                            text: qsTr("Refresh device list")
                             onClicked: root.screen.refreshMicrophones()
                         }
                     }
@@ -170,32 +173,32 @@ Item {
                     ColumnLayout {
                         width: parent.width
                         spacing: 6
-                        Meter { label: root.screen.microphoneMeterLabel; symbol: "mic"; level: root.recorder.micLevel }
-                        Meter { label: root.screen.systemAudioMeterLabel; symbol: "speaker"; level: root.recorder.systemLevel }
-                        Note { text: root.screen.meterHint }
+                        Meter { label: qsTr("Microphone"); symbol: "mic"; level: root.recorder.micLevel }
+                        Meter { label: qsTr("System Audio"); symbol: "speaker"; level: root.recorder.systemLevel }
+                        Note { text: qsTr("During WhatsApp/Zoom calls, watch the Microphone meter — if it stays flat while you speak, your voice may not be recorded until the call ends.") }
                     }
                 }
 
                 Warning {
                     objectName: "micSilentWarning"
                     visible: root.screen.micSilentWarningVisible
-                    title: root.screen.micSilentTitle
+                    title: qsTr("Microphone is silent")
                     message: root.screen.micSilentMessage
                 }
                 Warning {
                     objectName: "systemAudioWarning"
                     visible: root.screen.systemAudioWarningVisible
-                    title: root.screen.systemAudioWarningTitle
+                    title: qsTr("Mic only — system audio unavailable")
                     message: root.screen.systemAudioError
                     SecondaryButton {
-                        text: root.screen.systemAudioSettingsLabel
+                        text: qsTr("Settings")
                         visible: root.screen.canOpenPrivacySettings
                         onClicked: root.screen.openPrivacySettings()
                     }
                     SecondaryButton {
                         objectName: "retrySystemAudioButton"
                         symbol: "arrow-clockwise"
-                        text: root.screen.systemAudioRetryLabel
+                        text: qsTr("Retry")
                         onClicked: root.screen.retrySystemAudio()
                     }
                 }
@@ -205,12 +208,12 @@ Item {
                     title: ""
                     message: root.screen.screenAccessWarning
                     SecondaryButton {
-                        text: root.screen.openSettingsLabel
+                        text: qsTr("Open Settings")
                         visible: root.screen.canOpenPrivacySettings
                         onClicked: root.screen.openPrivacySettings()
                     }
                     SecondaryButton {
-                        text: root.screen.checkAgainLabel
+                        text: qsTr("I fixed it — check again")
                         onClicked: root.screen.checkScreenAccessAgain()
                     }
                 }
@@ -230,24 +233,24 @@ Item {
                 ColumnLayout {
                     width: parent.width
                     spacing: 10
-                    Title { text: root.screen.saveTitle }
+                    Title { text: qsTr("Save this recording?") }
                     Note { text: root.screen.durationText; font.pixelSize: Theme.bodySize + 2; color: Theme.text }
                     PrimaryButton {
                         objectName: "saveButton"
-                        text: root.screen.saveLabel
+                        text: qsTr("Save & Upload")
                         symbol: "cloud-upload"
                         onClicked: root.screen.saveAndUpload()
                     }
-                    Note { text: root.screen.saveHelp }
+                    Note { text: qsTr("Save and upload recording") }
                     SecondaryButton {
                         objectName: "discardButton"
                         Layout.fillWidth: true
-                        text: root.screen.discardLabel
+                        text: qsTr("Discard")
                         symbol: "trash"
                         tint: Theme.red
                         onClicked: discardConfirmation.open()
                     }
-                    Note { text: root.screen.discardHelp }
+                    Note { text: qsTr("Discard recording") }
                 }
             }
             Card {
@@ -257,7 +260,7 @@ Item {
                 ColumnLayout {
                     width: parent.width
                     spacing: 10
-                    Title { text: root.screen.uploadingTitle }
+                    Title { text: qsTr("Uploading to Sorvelandrix...") }
                     ProgressBar { Layout.fillWidth: true; value: root.screen.uploadProgress }
                     Note { text: Math.round(root.screen.uploadProgress * 100) + " %" }
                 }
@@ -270,16 +273,16 @@ Item {
                     width: parent.width
                     spacing: 10
                     Symbol { Layout.alignment: Qt.AlignHCenter; name: "checkmark-seal"; tint: Theme.green; size: 40 }
-                    Title { Layout.alignment: Qt.AlignHCenter; text: root.screen.uploadedTitle }
+                    Title { Layout.alignment: Qt.AlignHCenter; text: qsTr("Uploaded successfully") }
                     PrimaryButton {
                         objectName: "viewRecordingButton"
                         visible: root.screen.canViewRecording
-                        text: root.screen.viewRecordingLabel
+                        text: qsTr("View Recording")
                         onClicked: root.screen.viewRecording()
                     }
                     SecondaryButton {
                         Layout.fillWidth: true
-                        text: root.screen.recordAnotherLabel
+                        text: qsTr("Record Another")
                         onClicked: root.screen.recordAnother()
                     }
                 }
@@ -295,13 +298,13 @@ Item {
                     PrimaryButton {
                         objectName: "retryUploadButton"
                         visible: root.screen.retryUploadOffered
-                        text: root.screen.retryUploadLabel
+                        text: qsTr("Retry upload")
                         onClicked: root.screen.retryUpload()
                     }
                     SecondaryButton {
                         objectName: "startOverButton"
                         Layout.fillWidth: true
-                        text: root.screen.startOverLabel
+                        text: root.screen.retryUploadOffered ? qsTr("Start over") : qsTr("Try Again")
                         onClicked: root.screen.startOver()
                     }
                 }
@@ -359,7 +362,7 @@ Item {
                 implicitWidth: 84
                 implicitHeight: 84
                 enabled: root.screen.mainButtonEnabled
-                Accessible.name: root.screen.mainButtonAccessibleName
+                Accessible.name: root.screen.isRecording ? qsTr("Stop recording") : qsTr("Start recording")
                 onClicked: root.screen.pressMainButton()
                 background: Rectangle {
                     radius: width / 2

@@ -12,7 +12,7 @@ ColumnLayout {
     SecondaryButton {
         objectName: "transcriptToggle"
         Layout.fillWidth: true
-        text: root.screen.transcriptToggleLabel
+        text: root.screen.transcriptVisible ? qsTr("Hide Live Transcript") : qsTr("Show Live Transcript")
         symbol: "captions"
         onClicked: root.screen.toggleTranscript()
     }
@@ -36,25 +36,25 @@ ColumnLayout {
                 Layout.fillWidth: true
                 Label {
                     objectName: "transcriptModeLabel"
-                    text: root.screen.transcriptModeLabel
+                    text: root.screen.transcriptMode === "onDevice" ? qsTr("On-device preview") : qsTr("Server (diarized)")
                     font.weight: Font.DemiBold
                     color: Theme.text
                 }
                 Item { Layout.fillWidth: true }
-                Label { text: root.screen.languagePickerLabel; color: Theme.secondaryText }
+                Label { text: qsTr("Transcription language:"); color: Theme.secondaryText }
                 Picker {
                     objectName: "languagePicker"
                     model: root.screen.languages
                     textRole: "label"
                     currentIndex: root.screen.languageIndex
                     onActivated: index => root.screen.selectLanguage(index)
-                    Accessible.name: root.screen.languagePickerLabel
+                    Accessible.name: qsTr("Transcription language:")
                 }
             }
             Label {
                 Layout.fillWidth: true
                 wrapMode: Text.Wrap
-                text: root.screen.languageNote
+                text: qsTr("Live shows the original language with speaker labels. English translation is available on the website after you upload.")
                 color: Theme.tertiaryText
                 font.pixelSize: Theme.captionSize + 1
             }
@@ -64,8 +64,8 @@ ColumnLayout {
                 BusyIndicator { implicitWidth: 20; implicitHeight: 20; running: parent.visible }
                 Label {
                     objectName: "transcriptActivity"
-                    text: root.screen.connectingToServer ? root.screen.connectingText
-                                                         : root.screen.listeningText
+                    text: root.screen.connectingToServer ? qsTr("Connecting to server…")
+                                                         : qsTr("Listening...")
                     color: Theme.secondaryText
                 }
             }
@@ -74,8 +74,8 @@ ColumnLayout {
                 objectName: "serverFallback"
                 visible: root.screen.serverFallbackOffered
                 spacing: 8
-                SecondaryButton { text: root.screen.retryServerLabel; onClicked: root.screen.retryServer() }
-                SecondaryButton { text: root.screen.useOnDevicePreviewLabel; onClicked: root.screen.useOnDevicePreview() }
+                SecondaryButton { text: qsTr("Retry server"); onClicked: root.screen.retryServer() }
+                SecondaryButton { text: qsTr("Use on-device preview"); onClicked: root.screen.useOnDevicePreview() }
             }
 
             Label {
@@ -106,8 +106,8 @@ ColumnLayout {
             SecondaryButton {
                 visible: lines.count > 0
                 plain: true
-                text: root.screen.expandLabel
-                ToolTip.text: root.screen.expandHelp
+                text: root.screen.transcriptExpanded ? qsTr("Collapse") : qsTr("Expand")
+                ToolTip.text: root.screen.transcriptExpanded ? qsTr("Use a shorter transcript panel") : qsTr("Show more lines of live transcript")
                 ToolTip.visible: hovered
                 onClicked: root.screen.toggleTranscriptExpanded()
             }

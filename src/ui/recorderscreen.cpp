@@ -1,5 +1,6 @@
 #include "recorderscreen.h"
 
+#include "audio/inputdevicemodel.h"
 #include "core/log.h"
 #include "core/notify.h"
 #include "core/settings.h"
@@ -7,15 +8,15 @@
 #include "service/authmanager.h"
 #include "transcript/localtranscriptmanager.h"
 #include "transcript/servertranscriptmanager.h"
+#include "transcript/speechlanguagemodel.h"
 #include "transcript/speechlanguages.h"
 #include "ui/recordingconsent.h"
 #include "ui/transcriptlistmodel.h"
+#include "video/screencapturetargetmodel.h"
 #include "video/screencapturetargetstore.h"
 
 #include <QFileInfo>
 #include <QStandardPaths>
-#include <QTimer>
-#include <QVariantMap>
 
 #include <cmath>
 
@@ -35,21 +36,6 @@ QString storedLocale()
     return Settings::value(Settings::kSpeechLocaleKey).toString();
 }
 
-QString sectionOf(const ScreenCaptureTargetOption& option)
-{
-    using Type = ScreenCaptureTargetOption::Kind::Type;
-    switch (option.kind.type) {
-    case Type::MainDisplay:
-    case Type::Display:
-        return QStringLiteral("Displays");
-    case Type::Application:
-        return QStringLiteral("Applications");
-    case Type::Window:
-        return QStringLiteral("Windows");
-    }
-    return {};
-}
-
 } // namespace
 
 RecorderScreen::RecorderScreen(AudioRecorder& recorder, AuthManager& auth, QObject* parent)
@@ -59,36 +45,25 @@ RecorderScreen::RecorderScreen(AudioRecorder& recorder, AuthManager& auth, QObje
 RecorderScreen::RecorderScreen(AudioRecorder& recorder, AuthManager& auth, Parts parts,
                                QObject* parent)
     : QObject(parent), m_recorder(&recorder), m_auth(&auth),
-      m_server(std::move(parts.serverTranscript)), m_local(std::move(parts.localTranscript)),
-      m_captureTargets(std::move(parts.captureTargets)), m_schedule(std::move(parts.schedule)),
-      m_privacySettings(privacySettingsCommand())
+      m_captureTargets(std::move(parts.captureTargets)), m_privacySettings(privacySettingsCommand())
 {
-    if (!m_server)
-        m_server = std::make_unique<ServerTranscriptManager>();
-    if (!m_local)
-        m_local = std::make_unique<LocalTranscriptManager>();
     if (!m_captureTargets)
         m_captureTargets = std::make_unique<ScreenCaptureTargetStore>();
-    if (!m_schedule) {
-        m_schedule = [this](std::chrono::milliseconds delay, std::function<void()> fn) {
-            QTimer::singleShot(delay, this, std::move(fn));
-        };
-    }
+    m_live = new LiveTranscriptSession(std::move(parts.live), this);
     m_consent = new RecordingConsent(this);
     m_transcript = new TranscriptListModel(this);
-    m_transcript->follow(m_server.get());
-    m_speechLocale = m_local->currentLocale();
+    m_transcript->follow(&m_live->server());
+    m_microphones = new InputDeviceModel(this);
+    m_captureSources = new ScreenCaptureTargetModel(this);
+    m_languages = new SpeechLanguageModel(this);
     m_lastStateKind = recorder.state().kind();
-
-    // The two transcripts never run together, however the preview is started.
-    m_local->setStopServerTranscript([this] { m_server->stop(); });
 
     // The live transcript speaks with the account's token: it ends with
     // the session (and its lines go with its next start).
     // An upload is the account's too: it stops, and the file is kept for a
     // retry after the next sign-in.
     connect(&auth, &AuthManager::sessionEnded, this, [this] {
-        stopLiveTranscript();
+        m_live->stop();
         if (m_recorder && m_recorder->state().kind() == Kind::Uploading)
             m_recorder->cancelUpload();
     });
@@ -108,11 +83,11 @@ RecorderScreen::RecorderScreen(AudioRecorder& recorder, AuthManager& auth, Parts
         });
     }
     connect(&recorder, &AudioRecorder::elapsedChanged, this, &RecorderScreen::durationTextChanged);
-    m_microphones = recorder.availableInputDevices();
+    m_microphones->setDevices(recorder.availableInputDevices());
     connect(&recorder, &AudioRecorder::availableInputDevicesChanged, this, [this] {
         if (m_recorder->soundServerLost() && m_recorder->availableInputDevices().isEmpty())
             return;
-        m_microphones = m_recorder->availableInputDevices();
+        m_microphones->setDevices(m_recorder->availableInputDevices());
         Q_EMIT microphonesChanged();
     });
     connect(&recorder, &AudioRecorder::soundServerLostChanged, this, [this] {
@@ -132,24 +107,34 @@ RecorderScreen::RecorderScreen(AudioRecorder& recorder, AuthManager& auth, Parts
           &ScreenCaptureTargetStore::loadErrorChanged}) {
         connect(m_captureTargets.get(), signal, this, &RecorderScreen::captureSourcesChanged);
     }
+    connect(m_captureTargets.get(), &ScreenCaptureTargetStore::optionsChanged, this,
+            [this] { m_captureSources->setOptions(m_captureTargets->options()); });
+    m_captureSources->setOptions(m_captureTargets->options());
     // The "Recording: …" line names the selected source.
     connect(m_captureTargets.get(), &ScreenCaptureTargetStore::selectedIDChanged, this,
             &RecorderScreen::displayChanged);
 
-    connect(m_server.get(), &ServerTranscriptManager::statusChanged, this,
+    connect(m_live, &LiveTranscriptSession::modeChanged, this, [this] {
+        // The list shows the transcript that runs; the last one's lines
+        // stay while it is wound down.
+        if (m_live->mode() == TranscriptMode::onDevice())
+            m_transcript->follow(&m_live->local());
+        else if (m_live->mode() == TranscriptMode::server())
+            m_transcript->follow(&m_live->server());
+        Q_EMIT transcriptModeChanged();
+    });
+    connect(m_live, &LiveTranscriptSession::statusChanged, this,
             &RecorderScreen::transcriptDisplayChanged);
-    connect(m_local.get(), &LocalTranscriptManager::statusChanged, this,
-            &RecorderScreen::transcriptDisplayChanged);
+    connect(m_live, &LiveTranscriptSession::languageChanged, this,
+            &RecorderScreen::speechLocaleChanged);
+    connect(m_live, &LiveTranscriptSession::fallbackOfferedChanged, this,
+            &RecorderScreen::serverFallbackOfferedChanged);
     connect(m_transcript, &TranscriptListModel::countChanged, this,
             &RecorderScreen::transcriptDisplayChanged);
 }
 
 RecorderScreen::~RecorderScreen()
 {
-    ++m_watch;
-    // The recorder outlives the screen: it must not feed managers that go.
-    if (m_transcriptMode != TranscriptMode::none() && m_recorder)
-        m_recorder->setOnMixedAudioBuffer({});
     // The parts go after this body: nothing they say on the way may reach
     // this half-destroyed screen or, through it, the views.
     disconnect();
@@ -157,23 +142,17 @@ RecorderScreen::~RecorderScreen()
     m_transcript = nullptr;
     if (m_recorder)
         m_recorder->disconnect(this);
-    m_server->disconnect(this);
-    m_local->disconnect(this);
+    m_live->disconnect(this);
     m_captureTargets->disconnect(this);
     m_retryFileWatcher.disconnect(this);
-    m_local->setStopServerTranscript({});
+    delete m_live;
+    m_live = nullptr;
 }
 
 void RecorderScreen::setDesktopHooks(DesktopHooks hooks)
 {
     m_consent->setDesktopHooks(hooks);
     m_hooks = std::move(hooks);
-}
-
-bool RecorderScreen::transcriptErrorIsTransient(const QString& message)
-{
-    return message.contains(QLatin1String("reconnecting"), Qt::CaseInsensitive) ||
-           message.contains(QLatin1String("refreshing"), Qt::CaseInsensitive);
 }
 
 std::optional<RecorderScreen::Command> RecorderScreen::privacySettingsCommand()
@@ -198,18 +177,14 @@ void RecorderScreen::appear()
     if (!RecordingConsent::isAcknowledged())
         openConsentSheet();
     ensureStoredLocaleDefault(m_recordVideo);
-    const QString stored = storedLocale();
-    setSpeechLocaleField(
-        stored.isEmpty() ? (m_recordVideo ? kVideoLocaleDefault : kAudioLocaleDefault) : stored);
-    m_local->overrideLocale(m_speechLocale);
+    m_live->setLanguage(LiveTranscriptSession::storedLanguage(m_recordVideo));
 }
 
 void RecorderScreen::ensureStoredLocaleDefault(bool video)
 {
     if (!storedLocale().isEmpty())
         return;
-    Settings::setValue(Settings::kSpeechLocaleKey,
-                       video ? kVideoLocaleDefault : kAudioLocaleDefault);
+    Settings::setValue(Settings::kSpeechLocaleKey, LiveTranscriptSession::defaultLanguage(video));
 }
 
 void RecorderScreen::setRecordVideo(bool v)
@@ -230,28 +205,17 @@ void RecorderScreen::applyRecordVideo(bool v)
     Q_EMIT displayChanged();
     if (v) {
         ensureStoredLocaleDefault(true);
-        const QString stored = storedLocale();
-        setSpeechLocaleField(stored.isEmpty() ? kVideoLocaleDefault : stored);
+        m_live->setLanguage(LiveTranscriptSession::storedLanguage(true));
         m_captureTargets->reload();
     }
-    m_local->overrideLocale(m_speechLocale);
 }
 
 void RecorderScreen::setSpeechLocale(const QString& locale)
 {
-    if (locale.isEmpty() || locale == m_speechLocale)
+    if (locale.isEmpty())
         return;
-    setSpeechLocaleField(locale);
     Settings::setValue(Settings::kSpeechLocaleKey, locale);
-    m_local->overrideLocale(locale);
-    if (!m_transcriptVisible || !m_recorder)
-        return;
-    // The running transcript starts again in the new language (a preview
-    // that had no model for the old one included).
-    if (m_transcriptMode == TranscriptMode::server())
-        restartServerTranscript();
-    else if (m_transcriptMode == TranscriptMode::onDevice())
-        m_local->start(*m_recorder);
+    m_live->setLanguage(locale);
 }
 
 void RecorderScreen::selectLanguage(int index)
@@ -283,7 +247,6 @@ void RecorderScreen::pressMainButton()
     const Kind kind = m_recorder->state().kind();
     if (kind == Kind::Recording) {
         m_recorder->stopRecording();
-        stopLiveTranscript();
         return;
     }
     if (!acceptsStart(kind))
@@ -310,9 +273,13 @@ void RecorderScreen::onRecorderStateChanged()
         m_soundServerResumed = false;
         if (kind != Kind::Recording) {
             setTranscriptExpanded(false);
-            // The whole transcript stops, the toggle included: the next
-            // recording starts without one.
-            stopLiveTranscript();
+            // The transcript ends with the recording, the toggle included:
+            // the next recording starts without one. The service hears the
+            // recording's last audio first.
+            if (kind == Kind::Error)
+                m_live->stop();
+            else if (kind != Kind::Stopping)
+                m_live->windDown();
         }
         // Each new session starts in audio-only mode.
         if (kind == Kind::Idle)
@@ -326,88 +293,20 @@ void RecorderScreen::onRecorderStateChanged()
 
 void RecorderScreen::toggleTranscript()
 {
-    if (m_transcriptVisible)
-        stopLiveTranscript();
-    else if (isRecording())
-        showLiveTranscript();
-}
-
-void RecorderScreen::showLiveTranscript()
-{
-    if (!m_recorder || !m_auth)
-        return;
-    setTranscriptVisible(true);
-    setTranscriptMode(TranscriptMode::server());
-    setServerFallbackOffered(false);
-    m_transcript->follow(m_server.get());
-    m_server->start(*m_recorder, *m_auth, m_speechLocale);
-    startFallbackWatch();
-}
-
-void RecorderScreen::stopLiveTranscript()
-{
-    ++m_watch;
-    setTranscriptVisible(false);
-    setServerFallbackOffered(false);
-    if (m_transcriptMode == TranscriptMode::server())
-        m_server->stop();
-    m_local->stop();
-    if (m_recorder)
-        m_recorder->setOnMixedAudioBuffer({});
-    setTranscriptMode(TranscriptMode::none());
-}
-
-void RecorderScreen::restartServerTranscript()
-{
-    m_server->stop();
-    m_local->stop();
-    if (m_recorder)
-        m_recorder->setOnMixedAudioBuffer({});
-    showLiveTranscript();
+    if (m_live->isRunning())
+        m_live->stop();
+    else if (isRecording() && m_auth)
+        m_live->start(*m_recorder, *m_auth);
 }
 
 void RecorderScreen::retryServer()
 {
-    setServerFallbackOffered(false);
-    restartServerTranscript();
+    m_live->retryServer();
 }
 
 void RecorderScreen::useOnDevicePreview()
 {
-    if (!m_recorder || !m_transcriptVisible)
-        return;
-    ++m_watch;
-    setServerFallbackOffered(false);
-    m_server->stop();
-    m_recorder->setOnMixedAudioBuffer({});
-    // Empties the preview, stops it, starts it afresh on the mixed audio.
-    m_local->start(*m_recorder);
-    m_transcript->follow(m_local.get());
-    setTranscriptMode(TranscriptMode::onDevice());
-}
-
-void RecorderScreen::startFallbackWatch()
-{
-    checkFallback(++m_watch, 1);
-}
-
-void RecorderScreen::checkFallback(std::uint64_t watch, int check)
-{
-    if (watch != m_watch || !m_transcriptVisible || m_transcriptMode != TranscriptMode::server())
-        return;
-    const TranscriptStatus& status = m_server->status();
-    if (status.isActive())
-        return;
-    if (check > kFallbackChecks) {
-        // Twelve seconds without a live transcript: offer the preview.
-        setServerFallbackOffered(true);
-        return;
-    }
-    if (status.isError() && !transcriptErrorIsTransient(status.message())) {
-        setServerFallbackOffered(true);
-        return;
-    }
-    m_schedule(kFallbackCheckInterval, [this, watch, check] { checkFallback(watch, check + 1); });
+    m_live->useOnDevice();
 }
 
 void RecorderScreen::setTranscriptExpanded(bool v)
@@ -438,8 +337,9 @@ void RecorderScreen::selectMicrophone(int index)
 {
     if (!m_recorder)
         return;
-    if (index >= 0 && index < m_microphones.size())
-        m_recorder->selectInputDevice(m_microphones.at(index).id);
+    const QList<InputDevice>& devices = m_microphones->devices();
+    if (index >= 0 && index < devices.size())
+        m_recorder->selectInputDevice(devices.at(index).id);
 }
 
 void RecorderScreen::refreshMicrophones()
@@ -546,32 +446,34 @@ bool RecorderScreen::open(const QUrl& url)
 
 // --- Published fields -------------------------------------------------------------------
 
-void RecorderScreen::setTranscriptVisible(bool v)
+bool RecorderScreen::transcriptVisible() const
 {
-    if (v == m_transcriptVisible)
-        return;
-    m_transcriptVisible = v;
-    Q_EMIT transcriptVisibleChanged();
-    Q_EMIT transcriptDisplayChanged();
+    return m_live->isRunning();
 }
 
-void RecorderScreen::setTranscriptMode(TranscriptMode mode)
+TranscriptMode RecorderScreen::transcriptMode() const
 {
-    if (mode == m_transcriptMode)
-        return;
-    m_transcriptMode = mode;
-    Q_EMIT transcriptModeChanged();
-    Q_EMIT transcriptDisplayChanged();
+    return m_live->mode();
 }
 
-void RecorderScreen::setSpeechLocaleField(const QString& locale)
+QString RecorderScreen::speechLocale() const
 {
-    setAndNotify(this, m_speechLocale, locale, &RecorderScreen::speechLocaleChanged);
+    return m_live->language();
 }
 
-void RecorderScreen::setServerFallbackOffered(bool v)
+bool RecorderScreen::serverFallbackOffered() const
 {
-    setAndNotify(this, m_serverFallbackOffered, v, &RecorderScreen::serverFallbackOfferedChanged);
+    return m_live->fallbackOffered();
+}
+
+ServerTranscriptManager* RecorderScreen::serverTranscript() const
+{
+    return &m_live->server();
+}
+
+LocalTranscriptManager* RecorderScreen::localTranscript() const
+{
+    return &m_live->local();
 }
 
 void RecorderScreen::setShowingConsentSheet(bool v)
@@ -620,11 +522,6 @@ bool RecorderScreen::mainButtonEnabled() const
     return kind == Kind::Recording || acceptsStart(kind);
 }
 
-QString RecorderScreen::mainButtonAccessibleName() const
-{
-    return isRecording() ? QStringLiteral("Stop recording") : QStringLiteral("Start recording");
-}
-
 QString RecorderScreen::statusText() const
 {
     if (!m_recorder)
@@ -632,21 +529,19 @@ QString RecorderScreen::statusText() const
     const RecordingState& state = m_recorder->state();
     switch (state.kind()) {
     case Kind::Idle:
-        return m_recordVideo ? QStringLiteral("Tap to record video call")
-                             : QStringLiteral("Tap to start recording");
+        return m_recordVideo ? tr("Tap to record video call") : tr("Tap to start recording");
     case Kind::Preparing:
-        return QStringLiteral("Preparing...");
+        return tr("Preparing...");
     case Kind::Recording:
         return {};
     case Kind::Stopping:
-        return QStringLiteral("Stopping...");
+        return tr("Stopping...");
     case Kind::PendingSave:
-        return QStringLiteral("Recording stopped");
+        return tr("Recording stopped");
     case Kind::Uploading:
-        return QStringLiteral("Uploading... %1%")
-            .arg(static_cast<int>(std::trunc(state.progress() * 100.0)));
+        return tr("Uploading... %1%").arg(static_cast<int>(std::trunc(state.progress() * 100.0)));
     case Kind::Uploaded:
-        return QStringLiteral("Recording uploaded!");
+        return tr("Recording uploaded!");
     case Kind::Error:
         return state.message();
     }
@@ -657,7 +552,7 @@ QString RecorderScreen::recordingSourceLine() const
 {
     if (!m_recordVideo || page() != QLatin1String("capturing"))
         return {};
-    return QStringLiteral("Recording: %1").arg(m_captureTargets->selectedOption().title);
+    return tr("Recording: %1").arg(m_captureTargets->selectedOption().title);
 }
 
 RecorderScreen::SoundServer RecorderScreen::soundServer() const
@@ -667,73 +562,6 @@ RecorderScreen::SoundServer RecorderScreen::soundServer() const
     if (m_recorder->soundServerLost())
         return SoundServer::Waiting;
     return m_soundServerResumed ? SoundServer::Resumed : SoundServer::Answers;
-}
-
-QString RecorderScreen::recordingModeLabel() const
-{
-    return QStringLiteral("Recording mode");
-}
-
-QString RecorderScreen::audioOnlyLabel() const
-{
-    return QStringLiteral("Audio only");
-}
-
-QString RecorderScreen::videoCallLabel() const
-{
-    return QStringLiteral("Video call");
-}
-
-QString RecorderScreen::modeDescription() const
-{
-    return m_recordVideo ? QStringLiteral("Records your screen plus mic and call audio — best for "
-                                          "WhatsApp, Zoom, and Teams.")
-                         : QStringLiteral("Records microphone and system audio only (no screen "
-                                          "video).");
-}
-
-QString RecorderScreen::headphonesHint() const
-{
-    return QStringLiteral(
-        "Use headphones if you hear echo — speakers let the mic pick up the call twice.");
-}
-
-QString RecorderScreen::videoModeNote() const
-{
-    return QStringLiteral("Needs screen-sharing permission on Wayland desktops. After allowing, "
-                          "quit (Ctrl+Q) and reopen once.");
-}
-
-QString RecorderScreen::captureSourceLabel() const
-{
-    return QStringLiteral("Capture source");
-}
-
-QString RecorderScreen::captureSourceHelp() const
-{
-    return QStringLiteral("Choose which display, app, or window to record.");
-}
-
-QString RecorderScreen::refreshLabel() const
-{
-    return QStringLiteral("Refresh");
-}
-
-QStringList RecorderScreen::captureSourceSections() const
-{
-    return {QStringLiteral("Displays"), QStringLiteral("Applications"), QStringLiteral("Windows")};
-}
-
-QVariantList RecorderScreen::captureSources() const
-{
-    QVariantList out;
-    for (const ScreenCaptureTargetOption& option : m_captureTargets->options()) {
-        out << QVariantMap{{QStringLiteral("id"), option.id},
-                           {QStringLiteral("title"), option.title},
-                           {QStringLiteral("subtitle"), option.subtitle},
-                           {QStringLiteral("section"), sectionOf(option)}};
-    }
-    return out;
 }
 
 int RecorderScreen::selectedCaptureSourceIndex() const
@@ -757,31 +585,9 @@ QString RecorderScreen::captureSourcesError() const
     return m_captureTargets->loadError();
 }
 
-QString RecorderScreen::microphoneMeterLabel() const
-{
-    return QStringLiteral("Microphone");
-}
-
-QString RecorderScreen::systemAudioMeterLabel() const
-{
-    return QStringLiteral("System Audio");
-}
-
-QString RecorderScreen::meterHint() const
-{
-    return QStringLiteral("During WhatsApp/Zoom calls, watch the Microphone meter — if it stays "
-                          "flat while you speak, your voice may not be recorded until the call "
-                          "ends.");
-}
-
 bool RecorderScreen::micSilentWarningVisible() const
 {
     return isRecording() && m_recorder->micSilent();
-}
-
-QString RecorderScreen::micSilentTitle() const
-{
-    return QStringLiteral("Microphone is silent");
 }
 
 QString RecorderScreen::micSilentMessage() const
@@ -794,24 +600,9 @@ bool RecorderScreen::systemAudioWarningVisible() const
     return isRecording() && !m_recorder->systemAudioActive();
 }
 
-QString RecorderScreen::systemAudioWarningTitle() const
-{
-    return QStringLiteral("Mic only — system audio unavailable");
-}
-
 QString RecorderScreen::systemAudioError() const
 {
     return m_recorder ? m_recorder->systemAudioError() : QString();
-}
-
-QString RecorderScreen::systemAudioSettingsLabel() const
-{
-    return QStringLiteral("Settings");
-}
-
-QString RecorderScreen::systemAudioRetryLabel() const
-{
-    return QStringLiteral("Retry");
 }
 
 bool RecorderScreen::screenAccessWarningVisible() const
@@ -824,36 +615,11 @@ QString RecorderScreen::screenAccessWarning() const
     return m_recorder ? m_recorder->screenAccessWarning() : QString();
 }
 
-QString RecorderScreen::openSettingsLabel() const
-{
-    return QStringLiteral("Open Settings");
-}
-
-QString RecorderScreen::checkAgainLabel() const
-{
-    return QStringLiteral("I fixed it — check again");
-}
-
-QVariantList RecorderScreen::microphones() const
-{
-    QVariantList out;
-    if (!m_recorder)
-        return out;
-    for (const InputDevice& device : m_microphones) {
-        out << QVariantMap{
-            {QStringLiteral("id"), device.id},
-            {QStringLiteral("label"),
-             device.isDefault ? device.name + QStringLiteral(" (default)") : device.name},
-            {QStringLiteral("isDefault"), device.isDefault}};
-    }
-    return out;
-}
-
 int RecorderScreen::selectedMicrophoneIndex() const
 {
     if (!m_recorder)
         return -1;
-    const QList<InputDevice>& devices = m_microphones;
+    const QList<InputDevice>& devices = m_microphones->devices();
     const quint32 selected = m_recorder->selectedInputDeviceID();
     // 0 is "the system default": the default device's entry stands for it.
     for (qsizetype i = 0; i < devices.size(); ++i) {
@@ -863,93 +629,19 @@ int RecorderScreen::selectedMicrophoneIndex() const
     return -1;
 }
 
-QString RecorderScreen::refreshDeviceListLabel() const
-{
-    return QStringLiteral("Refresh device list");
-}
-
-QString RecorderScreen::transcriptToggleLabel() const
-{
-    return m_transcriptVisible ? QStringLiteral("Hide Live Transcript")
-                               : QStringLiteral("Show Live Transcript");
-}
-
-QString RecorderScreen::transcriptModeLabel() const
-{
-    switch (m_transcriptMode.kind()) {
-    case TranscriptMode::Kind::Server:
-        return QStringLiteral("Server (diarized)");
-    case TranscriptMode::Kind::OnDevice:
-        return QStringLiteral("On-device preview");
-    case TranscriptMode::Kind::None:
-        break;
-    }
-    return {};
-}
-
 bool RecorderScreen::connectingToServer() const
 {
-    return m_transcriptVisible && m_transcriptMode == TranscriptMode::server() &&
-           m_server->status().isConnecting();
-}
-
-QString RecorderScreen::connectingText() const
-{
-    return QStringLiteral("Connecting to server…");
+    return m_live->mode() == TranscriptMode::server() && m_live->status().isConnecting();
 }
 
 bool RecorderScreen::listening() const
 {
-    if (!m_transcriptVisible || m_transcript->count() > 0)
-        return false;
-    switch (m_transcriptMode.kind()) {
-    case TranscriptMode::Kind::Server:
-        return m_server->status().isActive();
-    case TranscriptMode::Kind::OnDevice:
-        return m_local->status().isActive();
-    case TranscriptMode::Kind::None:
-        break;
-    }
-    return false;
-}
-
-QString RecorderScreen::listeningText() const
-{
-    return QStringLiteral("Listening...");
+    return m_transcript->count() == 0 && m_live->status().isActive();
 }
 
 QString RecorderScreen::transcriptError() const
 {
-    switch (m_transcriptMode.kind()) {
-    case TranscriptMode::Kind::Server:
-        return m_server->status().message();
-    case TranscriptMode::Kind::OnDevice:
-        return m_local->status().message();
-    case TranscriptMode::Kind::None:
-        break;
-    }
-    return {};
-}
-
-QString RecorderScreen::retryServerLabel() const
-{
-    return QStringLiteral("Retry server");
-}
-
-QString RecorderScreen::useOnDevicePreviewLabel() const
-{
-    return QStringLiteral("Use on-device preview");
-}
-
-QString RecorderScreen::expandLabel() const
-{
-    return m_transcriptExpanded ? QStringLiteral("Collapse") : QStringLiteral("Expand");
-}
-
-QString RecorderScreen::expandHelp() const
-{
-    return m_transcriptExpanded ? QStringLiteral("Use a shorter transcript panel")
-                                : QStringLiteral("Show more lines of live transcript");
+    return m_live->status().message();
 }
 
 int RecorderScreen::transcriptMaxHeight() const
@@ -957,70 +649,19 @@ int RecorderScreen::transcriptMaxHeight() const
     return m_transcriptExpanded ? kExpandedTranscriptHeight : kTranscriptHeight;
 }
 
-QString RecorderScreen::languagePickerLabel() const
-{
-    return QStringLiteral("Transcription language:");
-}
-
-QVariantList RecorderScreen::languages() const
-{
-    QVariantList out;
-    for (const SpeechLanguage& language : speechLanguages()) {
-        out << QVariantMap{{QStringLiteral("identifier"), language.identifier},
-                           {QStringLiteral("label"), language.label}};
-    }
-    return out;
-}
-
 int RecorderScreen::languageIndex() const
 {
     const QList<SpeechLanguage>& all = speechLanguages();
     for (qsizetype i = 0; i < all.size(); ++i) {
-        if (all.at(i).identifier == m_speechLocale)
+        if (all.at(i).identifier == m_live->language())
             return static_cast<int>(i);
     }
     return -1;
 }
 
-QString RecorderScreen::languageNote() const
-{
-    return QStringLiteral("Live shows the original language with speaker labels. English "
-                          "translation is available on the website after you upload.");
-}
-
-QString RecorderScreen::saveTitle() const
-{
-    return QStringLiteral("Save this recording?");
-}
-
 QString RecorderScreen::durationText() const
 {
     return m_recorder ? m_recorder->elapsedText() : QString();
-}
-
-QString RecorderScreen::saveLabel() const
-{
-    return QStringLiteral("Save & Upload");
-}
-
-QString RecorderScreen::saveHelp() const
-{
-    return QStringLiteral("Save and upload recording");
-}
-
-QString RecorderScreen::discardLabel() const
-{
-    return QStringLiteral("Discard");
-}
-
-QString RecorderScreen::discardHelp() const
-{
-    return QStringLiteral("Discard recording");
-}
-
-QString RecorderScreen::uploadingTitle() const
-{
-    return QStringLiteral("Uploading to Sorvelandrix...");
 }
 
 double RecorderScreen::uploadProgress() const
@@ -1030,24 +671,9 @@ double RecorderScreen::uploadProgress() const
                : 0.0;
 }
 
-QString RecorderScreen::uploadedTitle() const
-{
-    return QStringLiteral("Uploaded successfully");
-}
-
-QString RecorderScreen::viewRecordingLabel() const
-{
-    return QStringLiteral("View Recording");
-}
-
 bool RecorderScreen::canViewRecording() const
 {
     return m_recorder && !m_recorder->uploadedRecordingUrl().isEmpty();
-}
-
-QString RecorderScreen::recordAnotherLabel() const
-{
-    return QStringLiteral("Record Another");
 }
 
 QString RecorderScreen::errorMessage() const
@@ -1059,16 +685,6 @@ bool RecorderScreen::retryUploadOffered() const
 {
     // Looked at now, not when the upload failed: the file may be gone since.
     return m_recorder && m_recorder->canRetryUpload() && QFileInfo::exists(retryUploadFile());
-}
-
-QString RecorderScreen::retryUploadLabel() const
-{
-    return QStringLiteral("Retry upload");
-}
-
-QString RecorderScreen::startOverLabel() const
-{
-    return retryUploadOffered() ? QStringLiteral("Start over") : QStringLiteral("Try Again");
 }
 
 } // namespace sorv

@@ -106,7 +106,6 @@ void TestRecorderEndToEnd::recordTranscribeSaveAndUpload()
     QVERIFY(QFileInfo(wav).size() > 44);
     click("saveButton");
     TRY_VERIFY(shown("uploadedPage"));
-    QCOMPARE(m_app->recorderScreen().uploadedTitle(), QStringLiteral("Uploaded successfully"));
     QVERIFY(!QFile::exists(wav)); // sent, so no longer kept
     QCOMPARE(service->requestCount("POST", QStringLiteral("/api/upload")), 1);
     m_app.reset();
