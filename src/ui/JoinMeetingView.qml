@@ -28,7 +28,7 @@ Item {
         }
         Label {
             Layout.alignment: Qt.AlignHCenter
-            text: "Join a Meeting"
+            text: qsTr("Join a Meeting")
             font.pixelSize: Theme.titleSize
             font.weight: Font.Bold
             color: Theme.text
@@ -36,7 +36,7 @@ Item {
         Label {
             Layout.fillWidth: true
             horizontalAlignment: Text.AlignHCenter
-            text: "Paste a Google Meet, Zoom, Teams, or Webex link\nto start recording and transcribing."
+            text: qsTr("Paste a Google Meet, Zoom, Teams, or Webex link\nto start recording and transcribing.")
             color: Theme.secondaryText
         }
 
@@ -44,7 +44,7 @@ Item {
             id: linkField
             Layout.fillWidth: true
             Layout.topMargin: 6
-            label: "MEETING LINK"
+            label: qsTr("MEETING LINK")
             symbol: "link"
             fieldObjectName: "meetingUrlField"
             placeholderText: "https://meet.google.com/abc-defg-hij"
@@ -59,7 +59,7 @@ Item {
 
         PrimaryButton {
             objectName: "joinButton"
-            text: root.controller ? root.controller.buttonText : "Join & Record"
+            text: root.controller && root.controller.isJoining ? qsTr("Joining...") : qsTr("Join & Record")
             symbol: "video-badge-plus"
             tint: Theme.blue
             enabled: root.controller && root.controller.canJoin
@@ -75,7 +75,7 @@ Item {
             Label {
                 Layout.fillWidth: true
                 wrapMode: Text.Wrap
-                text: root.controller ? root.controller.successMessage : ""
+                text: qsTr("Bot sent! Switching to Meetings tab...")
                 color: Theme.green
             }
         }
@@ -87,7 +87,7 @@ Item {
 
         Label {
             Layout.topMargin: 10
-            text: "Supported platforms:"
+            text: qsTr("Supported platforms:")
             color: Theme.secondaryText
             font.pixelSize: Theme.captionSize + 1
         }

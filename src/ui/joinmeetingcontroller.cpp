@@ -38,11 +38,6 @@ bool JoinMeetingController::canJoin() const
     return m_canJoin;
 }
 
-QString JoinMeetingController::buttonText() const
-{
-    return m_joining ? QStringLiteral("Joining...") : QStringLiteral("Join & Record");
-}
-
 QVariantList JoinMeetingController::platforms()
 {
     const auto platform = [](const char* name, const char* icon) {

@@ -12,7 +12,7 @@ namespace sorv {
 
 class AuthManager;
 
-// What the "Join Meeting" tab shows and does: the link field, sending the
+// The "Join Meeting" tab's view-model: the link field, sending the
 // service's bot into that meeting, and the outcome. After a bot was sent
 // the tab says so and, 1.5 s later, asks to switch to the recordings list.
 class JoinMeetingController : public QObject {
@@ -21,11 +21,8 @@ class JoinMeetingController : public QObject {
     // The trimmed link is not empty and no join is under way.
     Q_PROPERTY(bool canJoin READ canJoin NOTIFY canJoinChanged)
     Q_PROPERTY(bool isJoining READ isJoining NOTIFY isJoiningChanged)
-    // "Join & Record", or "Joining..." while a join is under way.
-    Q_PROPERTY(QString buttonText READ buttonText NOTIFY isJoiningChanged)
+    // A bot was sent; the tab switches to the recordings list soon.
     Q_PROPERTY(bool succeeded READ succeeded NOTIFY succeededChanged)
-    // "Bot sent! Switching to Meetings tab..." after a success, else empty.
-    Q_PROPERTY(QString successMessage READ successMessage NOTIFY succeededChanged)
     // Why the last join failed, else empty.
     Q_PROPERTY(QString errorMessage READ errorMessage NOTIFY errorMessageChanged)
     // The platforms the tab lists, in order: {"name": "Google Meet", "icon": "GoogleMeet"}, …
@@ -33,8 +30,6 @@ class JoinMeetingController : public QObject {
 
 public:
     static inline const QString kBotName = QStringLiteral("Sorvelandrix Recorder");
-    static inline const QString kSuccessMessage =
-        QStringLiteral("Bot sent! Switching to Meetings tab...");
     static constexpr std::chrono::milliseconds kSwitchDelay{1500};
 
     explicit JoinMeetingController(AuthManager& auth, QObject* parent = nullptr);
@@ -46,9 +41,7 @@ public:
     void setMeetingUrl(const QString& url);
     bool canJoin() const;
     bool isJoining() const { return m_joining; }
-    QString buttonText() const;
     bool succeeded() const { return m_succeeded; }
-    QString successMessage() const { return m_succeeded ? kSuccessMessage : QString(); }
     QString errorMessage() const { return m_errorMessage; }
     static QVariantList platforms();
 
