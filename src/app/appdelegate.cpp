@@ -84,15 +84,13 @@ void AppDelegate::buildMenu()
     m_titleAction->setVisible(!m_display.title.isEmpty());
     m_titleSeparator->setVisible(!m_display.title.isEmpty());
 
-    m_menu->addAction(QStringLiteral("Open Sorvelandrix"), this, &AppDelegate::showMainWindow);
+    m_menu->addAction(tr("Open Sorvelandrix"), this, &AppDelegate::showMainWindow);
     m_menu->addSeparator();
-    m_menu->addAction(QStringLiteral("Open Dashboard in Browser"), this,
-                      &AppDelegate::openDashboard);
+    m_menu->addAction(tr("Open Dashboard in Browser"), this, &AppDelegate::openDashboard);
     m_menu->addSeparator();
-    m_menu->addAction(QStringLiteral("Check for Updates…"), this, &AppDelegate::checkForUpdates);
+    m_menu->addAction(tr("Check for Updates…"), this, &AppDelegate::checkForUpdates);
     m_menu->addSeparator();
-    QAction* quit =
-        m_menu->addAction(QStringLiteral("Quit Sorvelandrix"), this, &AppDelegate::quitApp);
+    QAction* quit = m_menu->addAction(tr("Quit Sorvelandrix"), this, &AppDelegate::quitApp);
     quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
 }
 

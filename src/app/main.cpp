@@ -26,12 +26,13 @@ int main(int argc, char** argv)
 
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        QStringLiteral("Records meetings and calls on this computer."));
+        QCoreApplication::translate("main", "Records meetings and calls on this computer."));
     parser.addHelpOption();
     parser.addVersionOption();
     const QCommandLineOption serverOption(
         QStringLiteral("server"),
-        QStringLiteral("Use this service origin for this run (also SORVELANDRIX_SERVER)."),
+        QCoreApplication::translate(
+            "main", "Use this service origin for this run (also SORVELANDRIX_SERVER)."),
         QStringLiteral("URL"));
     parser.addOption(serverOption);
     parser.process(app);

@@ -3,6 +3,8 @@
 #include "core/format.h"
 #include "core/settings.h"
 
+#include <QCoreApplication>
+
 namespace sorv {
 
 StatusDisplay::Icon recordingIcon(bool pulseToggle)
@@ -19,16 +21,18 @@ StatusDisplay statusDisplayFor(bool isRecording, bool isProcessing, double elaps
         d.kind = StatusDisplay::Kind::Recording;
         d.icon = recordingIcon(pulseToggle);
         d.title = QStringLiteral(" REC ") + time;
-        d.tooltip = QStringLiteral("Sorvelandrix — RECORDING (%1)").arg(time);
-        d.accessibleName = QStringLiteral("Sorvelandrix — RECORDING");
+        d.tooltip =
+            QCoreApplication::translate("StatusDisplay", "Sorvelandrix — RECORDING (%1)").arg(time);
+        d.accessibleName = QCoreApplication::translate("StatusDisplay", "Sorvelandrix — RECORDING");
     } else if (isProcessing) {
         d.kind = StatusDisplay::Kind::Processing;
         d.icon = StatusDisplay::Icon::Processing;
-        d.tooltip = QStringLiteral("Sorvelandrix — processing…");
-        d.accessibleName = QStringLiteral("Sorvelandrix — processing");
+        d.tooltip = QCoreApplication::translate("StatusDisplay", "Sorvelandrix — processing…");
+        d.accessibleName =
+            QCoreApplication::translate("StatusDisplay", "Sorvelandrix — processing");
     } else {
         d.tooltip = QStringLiteral("Sorvelandrix");
-        d.accessibleName = QStringLiteral("Sorvelandrix — idle");
+        d.accessibleName = QCoreApplication::translate("StatusDisplay", "Sorvelandrix — idle");
     }
     return d;
 }

@@ -24,8 +24,8 @@ Rectangle {
         "microsoft_teams": "Microsoft Teams", "webex": "Webex"
     })
     readonly property var statusNames: ({
-        "joining": "Joining", "waiting_room": "In the waiting room",
-        "in_meeting": "In the meeting", "recording": "Recording"
+        "joining": qsTr("Joining"), "waiting_room": qsTr("In the waiting room"),
+        "in_meeting": qsTr("In the meeting"), "recording": qsTr("Recording")
     })
 
     implicitHeight: row.implicitHeight + 18
@@ -52,7 +52,7 @@ Rectangle {
             spacing: 2
             Label {
                 Layout.fillWidth: true
-                text: (root.platformNames[root.platform] || root.platform || "Meeting")
+                text: (root.platformNames[root.platform] || root.platform || qsTr("Meeting"))
                       + (root.meetingCode !== "" ? " · " + root.meetingCode : "")
                 elide: Text.ElideRight
                 font.weight: Font.DemiBold
@@ -69,14 +69,14 @@ Rectangle {
         }
         SecondaryButton {
             objectName: "liveButton"
-            text: "Live"
+            text: qsTr("Live")
             symbol: "text-bubble"
             tint: Theme.orange
-            ToolTip.text: "View live transcript"
+            ToolTip.text: qsTr("View live transcript")
             ToolTip.visible: hovered
             ToolTip.delay: 500
-            Accessible.name: "Live"
-            Accessible.description: "View live transcript"
+            Accessible.name: qsTr("Live")
+            Accessible.description: qsTr("View live transcript")
             onClicked: root.liveRequested()
         }
         BusyIndicator {
@@ -89,14 +89,14 @@ Rectangle {
             objectName: "stopButton"
             visible: !root.isStopping
             enabled: root.stopEnabled
-            text: "Stop"
+            text: qsTr("Stop")
             symbol: "stop-fill"
             tint: Theme.red
-            ToolTip.text: "Stop meeting bot"
+            ToolTip.text: qsTr("Stop meeting bot")
             ToolTip.visible: hovered
             ToolTip.delay: 500
-            Accessible.name: "Stop"
-            Accessible.description: "Stop meeting bot"
+            Accessible.name: qsTr("Stop")
+            Accessible.description: qsTr("Stop meeting bot")
             onClicked: root.stopRequested()
         }
     }

@@ -54,13 +54,13 @@ Popup {
                 ColumnLayout {
                     spacing: 2
                     Label {
-                        text: "Before you record"
+                        text: qsTr("Before you record")
                         font.pixelSize: Theme.titleSize
                         font.weight: Font.Bold
                         color: Theme.text
                     }
                     Label {
-                        text: "A quick recording-consent check"
+                        text: qsTr("A quick recording-consent check")
                         color: Theme.secondaryText
                     }
                 }
@@ -122,14 +122,14 @@ Popup {
                 id: acknowledged
                 objectName: "acknowledgeCheckBox"
                 Layout.fillWidth: true
-                text: "I understand and accept these obligations."
+                text: qsTr("I understand and accept these obligations.")
                 checked: root.consent ? root.consent.acknowledged : false
                 onToggled: root.consent.acknowledged = checked
             }
             CheckBox {
                 objectName: "remindCheckBox"
                 Layout.fillWidth: true
-                text: "Remind me before every recording"
+                text: qsTr("Remind me before every recording")
                 checked: root.consent ? root.consent.remindEachRecording : false
                 onToggled: root.consent.remindEachRecording = checked
             }
@@ -138,7 +138,7 @@ Popup {
                 objectName: "termsLink"
                 plain: true
                 leftPadding: 0
-                text: "Read our Recording Consent terms"
+                text: qsTr("Read our Recording Consent terms")
                 Accessible.name: text
                 symbol: "external-link"
                 tint: Theme.accent
@@ -156,12 +156,12 @@ Popup {
                     objectName: "consentCancelButton"
                     Layout.fillWidth: true
                     implicitHeight: 38
-                    text: "Cancel"
+                    text: qsTr("Cancel")
                     onClicked: root.consent.cancel()
                 }
                 PrimaryButton {
                     objectName: "agreeButton"
-                    text: "I Agree, Start Recording"
+                    text: qsTr("I Agree, Start Recording")
                     symbol: "checkmark-seal"
                     tint: Theme.red
                     enabled: root.consent ? root.consent.canAgree : false

@@ -13,7 +13,7 @@ Window {
     // The close button; the controller closes the panel.
     signal closeRequested()
 
-    title: "Live Transcript"
+    title: qsTr("Live Transcript")
     color: "transparent"
     width: 340
     height: 420

@@ -35,7 +35,7 @@ Rectangle {
             Layout.bottomMargin: 8
             spacing: 8
             Label {
-                text: "Live Transcript"
+                text: qsTr("Live Transcript")
                 font.weight: Font.DemiBold
                 font.pixelSize: Theme.bodySize + 1
                 color: Theme.text
@@ -51,7 +51,7 @@ Rectangle {
                 objectName: "statusLabel"
                 Layout.fillWidth: true
                 Layout.minimumWidth: 0
-                text: root.manager ? root.manager.connectionStatus.label : "Disconnected"
+                text: root.manager ? root.manager.connectionStatus.label : qsTr("Disconnected")
                 color: Theme.secondaryText
                 font.pixelSize: Theme.captionSize + 1
                 elide: Text.ElideRight
@@ -59,8 +59,8 @@ Rectangle {
             ToolButton {
                 id: closeButton
                 objectName: "closeTranscriptButton"
-                Accessible.name: "Close transcript"
-                ToolTip.text: "Close transcript"
+                Accessible.name: qsTr("Close transcript")
+                ToolTip.text: qsTr("Close transcript")
                 ToolTip.visible: hovered
                 ToolTip.delay: 500
                 onClicked: root.closeRequested()
@@ -106,10 +106,10 @@ Rectangle {
                 horizontalAlignment: Text.AlignHCenter
                 wrapMode: Text.Wrap
                 color: Theme.secondaryText
-                text: root.status === "connected" ? "Waiting for speech..."
-                      : root.status === "connecting" ? "Connecting to meeting..."
+                text: root.status === "connected" ? qsTr("Waiting for speech...")
+                      : root.status === "connecting" ? qsTr("Connecting to meeting...")
                       : root.status === "error" ? root.manager.connectionStatus.message
-                      : "Disconnected"
+                      : qsTr("Disconnected")
             }
             Item { Layout.fillHeight: true }
         }

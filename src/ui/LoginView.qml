@@ -54,14 +54,14 @@ Item {
 
                 Label {
                     Layout.alignment: Qt.AlignHCenter
-                    text: "SorvelandrixRecorder"
+                    text: qsTr("SorvelandrixRecorder")
                     font.pixelSize: Theme.titleSize + 2
                     font.weight: Font.Bold
                     color: Theme.text
                 }
                 Label {
                     Layout.alignment: Qt.AlignHCenter
-                    text: "Connect to your Sorvelandrix account"
+                    text: qsTr("Connect to your Sorvelandrix account")
                     color: Theme.secondaryText
                     font.pixelSize: Theme.bodySize + 1
                 }
@@ -98,7 +98,7 @@ Item {
                     id: emailBox
                     Layout.fillWidth: true
                     Layout.topMargin: 6
-                    label: "EMAIL"
+                    label: qsTr("EMAIL")
                     symbol: "envelope"
                     placeholderText: "you@example.com"
                     fieldObjectName: "emailField"
@@ -108,9 +108,9 @@ Item {
                 FieldBox {
                     id: passwordBox
                     Layout.fillWidth: true
-                    label: "PASSWORD"
+                    label: qsTr("PASSWORD")
                     symbol: "lock"
-                    placeholderText: "Password"
+                    placeholderText: qsTr("Password")
                     fieldObjectName: "passwordField"
                     echoMode: root.showPassword ? TextInput.Normal : TextInput.Password
                     onAccepted: root.signIn()
@@ -139,7 +139,7 @@ Item {
                 PrimaryButton {
                     objectName: "signInButton"
                     Layout.topMargin: 4
-                    text: root.auth.isLoggingIn ? "Signing in..." : "Sign In"
+                    text: root.auth.isLoggingIn ? qsTr("Signing in...") : qsTr("Sign In")
                     enabled: root.trimmedEmail !== "" && password.text !== ""
                              && !root.auth.isLoggingIn
                     onClicked: root.signIn()
@@ -156,7 +156,7 @@ Item {
                     Layout.fillWidth: true
                     implicitHeight: 36
                     enabled: !root.auth.isLoggingIn && root.passkeyOps !== null
-                    text: "Sign in with Passkey"
+                    text: qsTr("Sign in with Passkey")
                     Accessible.name: text
                     symbol: "person-key"
                     onClicked: root.passkeyOps.loginWithPasskey(root.trimmedEmail)
@@ -171,7 +171,7 @@ Item {
 
                 Label {
                     Layout.alignment: Qt.AlignHCenter
-                    text: "Verify it's you"
+                    text: qsTr("Verify it's you")
                     font.pixelSize: Theme.titleSize + 2
                     font.weight: Font.Bold
                     color: Theme.text
@@ -181,7 +181,7 @@ Item {
                     Layout.fillWidth: true
                     horizontalAlignment: Text.AlignHCenter
                     wrapMode: Text.Wrap
-                    text: "Enter the 6-digit code we sent to "
+                    text: qsTr("Enter the 6-digit code we sent to ")
                           + (root.auth.pendingMfaMaskedEmail !== "" ? root.auth.pendingMfaMaskedEmail
                                                                      : "your email")
                     color: Theme.secondaryText
@@ -198,7 +198,7 @@ Item {
                     font.letterSpacing: 6
                     font.family: "monospace"
                     inputMethodHints: Qt.ImhDigitsOnly
-                    Accessible.name: "Verification code"
+                    Accessible.name: qsTr("Verification code")
                     // Whatever is typed or pasted, only the first six digits stay.
                     onTextChanged: {
                         const digits = root.helpers.mfaDigits(text)
@@ -209,7 +209,7 @@ Item {
                 }
                 PrimaryButton {
                     objectName: "verifyButton"
-                    text: root.auth.isLoggingIn ? "Verifying…" : "Verify and sign in"
+                    text: root.auth.isLoggingIn ? qsTr("Verifying…") : qsTr("Verify and sign in")
                     enabled: code.text.length === 6 && !root.auth.isLoggingIn
                     onClicked: root.verify()
                 }
@@ -221,7 +221,7 @@ Item {
                     objectName: "differentAccountButton"
                     Layout.alignment: Qt.AlignHCenter
                     plain: true
-                    text: "Use a different account"
+                    text: qsTr("Use a different account")
                     Accessible.name: text
                     onClicked: {
                         root.auth.cancelMfa()

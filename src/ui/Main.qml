@@ -23,7 +23,7 @@ ApplicationWindow {
     height: 660
     minimumWidth: 420
     minimumHeight: 520
-    title: "Sorvelandrix"
+    title: qsTr("Sorvelandrix")
     color: Theme.background
 
     ContentView {

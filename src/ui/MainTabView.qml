@@ -44,7 +44,7 @@ Item {
                 spacing: 8
                 Symbol { name: "waveform-circle"; tint: Theme.red; size: 22 }
                 Label {
-                    text: "Sorvelandrix"
+                    text: qsTr("Sorvelandrix")
                     font.pixelSize: Theme.bodySize + 4
                     font.weight: Font.Bold
                     color: Theme.text
@@ -52,21 +52,21 @@ Item {
                 Badge {
                     objectName: "recBadge"
                     visible: root.recorder.isRecording
-                    text: "REC"
+                    text: qsTr("REC")
                     tint: Theme.red
                     pulsing: true
                 }
                 Badge {
                     objectName: "videoBadge"
                     visible: root.recorder.isRecording && root.recorder.isVideoMode
-                    text: "VIDEO"
+                    text: qsTr("VIDEO")
                     tint: Theme.blue
                 }
                 Item { Layout.fillWidth: true }
                 ToolButton {
                     id: userButton
                     objectName: "userMenuButton"
-                    Accessible.name: "User menu"
+                    Accessible.name: qsTr("User menu")
                     onClicked: root.showLogout = !root.showLogout
                     contentItem: Symbol { name: "person-circle"; tint: Theme.secondaryText; size: 24 }
                     background: Rectangle {
@@ -98,7 +98,7 @@ Item {
                     flat: true
                     checkable: false
                     readonly property bool selected: root.selectedTab === index
-                    Accessible.name: modelData.title + " tab"
+                    Accessible.name: qsTr("%1 tab").arg(modelData.title)
                     Accessible.role: Accessible.PageTab
                     Accessible.selected: selected
                     onClicked: root.selectedTab = index
@@ -193,7 +193,7 @@ Item {
             }
             MenuRow {
                 objectName: "managePasskeysButton"
-                text: "Manage Passkeys"
+                text: qsTr("Manage Passkeys")
                 symbol: "person-key"
                 onClicked: {
                     root.showLogout = false
@@ -202,7 +202,7 @@ Item {
             }
             MenuRow {
                 objectName: "signOutButton"
-                text: "Sign Out"
+                text: qsTr("Sign Out")
                 symbol: "sign-out"
                 tint: Theme.red
                 onClicked: {

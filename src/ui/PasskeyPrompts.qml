@@ -37,7 +37,7 @@ Item {
                 Symbol { name: "lock-shield"; tint: Theme.accent; size: 28 }
                 Label {
                     Layout.fillWidth: true
-                    text: "Enter your security key's PIN"
+                    text: qsTr("Enter your security key's PIN")
                     font.pixelSize: Theme.bodySize + 3
                     font.weight: Font.DemiBold
                     wrapMode: Text.Wrap
@@ -50,29 +50,28 @@ Item {
                 color: Theme.secondaryText
                 font.pixelSize: Theme.bodySize
                 text: root.passkeyManager && root.passkeyManager.pinAttemptsLeft >= 0
-                      ? "The key allows " + root.passkeyManager.pinAttemptsLeft
-                        + " more attempts before it locks."
-                      : "The key asks for its PIN before it signs."
+                      ? qsTr("The key allows %1 more attempts before it locks.").arg(root.passkeyManager.pinAttemptsLeft)
+                      : qsTr("The key asks for its PIN before it signs.")
             }
             TextField {
                 id: pin
                 objectName: "pinField"
                 Layout.fillWidth: true
                 echoMode: TextInput.Password
-                placeholderText: "PIN"
-                Accessible.name: "Security key PIN"
+                placeholderText: qsTr("PIN")
+                Accessible.name: qsTr("Security key PIN")
                 onAccepted: if (text !== "") ok.clicked()
             }
             RowLayout {
                 Layout.alignment: Qt.AlignRight
                 spacing: 8
                 SecondaryButton {
-                    text: "Cancel"
+                    text: qsTr("Cancel")
                     onClicked: pinDialog.close()
                 }
                 SecondaryButton {
                     id: ok
-                    text: "Continue"
+                    text: qsTr("Continue")
                     enabled: pin.text !== ""
                     onClicked: {
                         const value = pin.text
@@ -107,7 +106,7 @@ Item {
             Label {
                 Layout.fillWidth: true
                 horizontalAlignment: Text.AlignHCenter
-                text: "Touch your security key…"
+                text: qsTr("Touch your security key…")
                 font.pixelSize: Theme.bodySize + 3
                 font.weight: Font.DemiBold
                 color: Theme.text
@@ -115,7 +114,7 @@ Item {
             BusyIndicator { Layout.alignment: Qt.AlignHCenter; running: touchPrompt.visible }
             SecondaryButton {
                 Layout.alignment: Qt.AlignHCenter
-                text: "Cancel"
+                text: qsTr("Cancel")
                 onClicked: root.passkeyManager.cancel()
             }
         }

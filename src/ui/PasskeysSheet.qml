@@ -36,14 +36,14 @@ Popup {
                 Layout.fillWidth: true
                 spacing: 2
                 Label {
-                    text: "Passkeys"
+                    text: qsTr("Passkeys")
                     font.pixelSize: Theme.titleSize
                     font.weight: Font.Bold
                     color: Theme.text
                 }
                 Label {
                     Layout.fillWidth: true
-                    text: "Sign in without a password using your security key."
+                    text: qsTr("Sign in without a password using your security key.")
                     wrapMode: Text.Wrap
                     color: Theme.secondaryText
                     font.pixelSize: Theme.bodySize
@@ -51,7 +51,7 @@ Popup {
             }
             ToolButton {
                 objectName: "closePasskeysButton"
-                Accessible.name: "Close passkeys"
+                Accessible.name: qsTr("Close passkeys")
                 Layout.alignment: Qt.AlignTop
                 onClicked: root.close()
                 contentItem: Symbol { name: "xmark-circle"; tint: Theme.tertiaryText; size: 20 }
@@ -79,7 +79,7 @@ Popup {
                 Symbol { Layout.alignment: Qt.AlignHCenter; name: "warning"; tint: Theme.orange; size: 30 }
                 Label {
                     Layout.alignment: Qt.AlignHCenter
-                    text: "Couldn't load your passkeys"
+                    text: qsTr("Couldn't load your passkeys")
                     font.weight: Font.DemiBold
                     font.pixelSize: Theme.bodySize + 2
                     color: Theme.text
@@ -93,7 +93,7 @@ Popup {
                 }
                 SecondaryButton {
                     Layout.alignment: Qt.AlignHCenter
-                    text: "Retry"
+                    text: qsTr("Retry")
                     onClicked: root.passkeys.reload()
                 }
             }
@@ -107,7 +107,7 @@ Popup {
                 Symbol { Layout.alignment: Qt.AlignHCenter; name: "person-key"; tint: Theme.tertiaryText; size: 34 }
                 Label {
                     Layout.alignment: Qt.AlignHCenter
-                    text: "No passkeys yet"
+                    text: qsTr("No passkeys yet")
                     font.weight: Font.DemiBold
                     font.pixelSize: Theme.bodySize + 2
                     color: Theme.text
@@ -116,7 +116,7 @@ Popup {
                     Layout.fillWidth: true
                     horizontalAlignment: Text.AlignHCenter
                     wrapMode: Text.Wrap
-                    text: "Add your first passkey to skip the password next time."
+                    text: qsTr("Add your first passkey to skip the password next time.")
                     color: Theme.secondaryText
                 }
             }
@@ -173,7 +173,7 @@ Popup {
 
         PrimaryButton {
             objectName: "addPasskeyButton"
-            text: root.passkeys ? root.passkeys.addButtonText : "Add a passkey"
+            text: root.passkeys ? root.passkeys.addButtonText : qsTr("Add a passkey")
             symbol: "plus-circle"
             enabled: root.passkeys && !root.passkeys.registering
             onClicked: root.passkeys.add()
@@ -195,18 +195,18 @@ Popup {
         ColumnLayout {
             anchors.fill: parent
             spacing: 10
-            Label { text: "Remove this passkey?"; font.weight: Font.Bold; font.pixelSize: Theme.bodySize + 3; color: Theme.text }
+            Label { text: qsTr("Remove this passkey?"); font.weight: Font.Bold; font.pixelSize: Theme.bodySize + 3; color: Theme.text }
             Label {
                 Layout.fillWidth: true
                 wrapMode: Text.Wrap
                 color: Theme.secondaryText
-                text: "You won't be able to use this passkey to sign in. You can always add another one later."
+                text: qsTr("You won't be able to use this passkey to sign in. You can always add another one later.")
             }
             RowLayout {
                 Layout.alignment: Qt.AlignRight
-                SecondaryButton { text: "Cancel"; onClicked: root.passkeys.cancelRemove() }
+                SecondaryButton { text: qsTr("Cancel"); onClicked: root.passkeys.cancelRemove() }
                 SecondaryButton {
-                    text: "Remove"
+                    text: qsTr("Remove")
                     tint: Theme.red
                     onClicked: root.passkeys.confirmRemove()
                 }

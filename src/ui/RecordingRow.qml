@@ -31,7 +31,7 @@ Item {
             objectName: "batchHeader"
             visible: root.isGroupStart
             Layout.topMargin: 4
-            text: "Batch · " + root.groupSize + (root.groupSize === 1 ? " part" : " parts")
+            text: root.groupSize === 1 ? qsTr("Batch · 1 part") : qsTr("Batch · %1 parts").arg(root.groupSize)
             color: Theme.secondaryText
             font.pixelSize: Theme.captionSize
             font.weight: Font.DemiBold

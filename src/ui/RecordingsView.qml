@@ -30,7 +30,7 @@ Item {
         RowLayout {
             Layout.fillWidth: true
             Label {
-                text: "Your recordings"
+                text: qsTr("Your recordings")
                 font.pixelSize: Theme.bodySize + 3
                 font.weight: Font.DemiBold
                 color: Theme.text
@@ -46,8 +46,8 @@ Item {
                 id: refreshButton
                 objectName: "refreshButton"
                 enabled: root.controller && !root.controller.refreshing
-                Accessible.name: "Refresh"
-                ToolTip.text: "Refresh"
+                Accessible.name: qsTr("Refresh")
+                ToolTip.text: qsTr("Refresh")
                 ToolTip.visible: hovered
                 ToolTip.delay: 500
                 onClicked: root.controller.refresh()
@@ -78,7 +78,7 @@ Item {
             Symbol { Layout.alignment: Qt.AlignHCenter; name: "warning"; tint: Theme.orange; size: 34 }
             Label {
                 Layout.alignment: Qt.AlignHCenter
-                text: "Couldn't load your recordings"
+                text: qsTr("Couldn't load your recordings")
                 font.pixelSize: Theme.bodySize + 2
                 font.weight: Font.DemiBold
                 color: Theme.text
@@ -96,7 +96,7 @@ Item {
             SecondaryButton {
                 objectName: "retryButton"
                 Layout.alignment: Qt.AlignHCenter
-                text: "Retry"
+                text: qsTr("Retry")
                 onClicked: root.controller.refresh()
             }
             Item { Layout.fillHeight: true }
@@ -113,7 +113,7 @@ Item {
             Symbol { Layout.alignment: Qt.AlignHCenter; name: "waveform"; tint: Theme.tertiaryText; size: 34 }
             Label {
                 Layout.alignment: Qt.AlignHCenter
-                text: "No recordings yet"
+                text: qsTr("No recordings yet")
                 font.pixelSize: Theme.bodySize + 2
                 font.weight: Font.DemiBold
                 color: Theme.text
@@ -124,7 +124,7 @@ Item {
                 Layout.rightMargin: 24
                 horizontalAlignment: Text.AlignHCenter
                 wrapMode: Text.Wrap
-                text: "Recordings made on the web or with the recorder in your tray will show up here."
+                text: qsTr("Recordings made on the web or with the recorder in your tray will show up here.")
                 color: Theme.secondaryText
             }
             Item { Layout.fillHeight: true }
@@ -147,7 +147,7 @@ Item {
                 spacing: 6
                 SectionLabel {
                     visible: root.controller && root.controller.hasActiveBots
-                    text: "ACTIVE BOTS"
+                    text: qsTr("ACTIVE BOTS")
                 }
                 Repeater {
                     model: root.controller && root.controller.hasActiveBots
@@ -169,7 +169,7 @@ Item {
                 SectionLabel {
                     Layout.topMargin: root.controller && root.controller.hasActiveBots ? 8 : 0
                     visible: list.count > 0
-                    text: "RECORDINGS"
+                    text: qsTr("RECORDINGS")
                 }
                 Item { implicitHeight: 0 }
             }

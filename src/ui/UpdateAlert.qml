@@ -38,7 +38,7 @@ Popup {
                 objectName: "updateAlertTitle"
                 Layout.fillWidth: true
                 wrapMode: Text.Wrap
-                text: root.alerting ? root.alert.title : "Checking for Updates"
+                text: root.alerting ? root.alert.title : qsTr("Checking for Updates")
                 font.pixelSize: Theme.bodySize + 3
                 font.weight: Font.Bold
                 color: Theme.text

@@ -87,72 +87,69 @@ QUrl RecordingConsent::termsUrl() const
 QStringList RecordingConsent::obligations() const
 {
     QStringList out{
-        QStringLiteral("You must inform all people whose voices you will record. A spoken "
-                       "disclosure at the start of the recording is the safest practice."),
-        QStringLiteral("In some jurisdictions — California (CIPA), Illinois, Maryland, "
-                       "Massachusetts, Florida, the EU and the UK — the law requires consent "
-                       "from EVERY participant, not just one party."),
-        QStringLiteral("Voice biometric processing (speaker identification) is opt-in; for "
-                       "users in Illinois it is blocked by default under BIPA."),
-        QStringLiteral("You confirm that you have the authority to make this recording on the "
-                       "device, network, or premises where you are recording."),
+        tr("You must inform all people whose voices you will record. A spoken "
+           "disclosure at the start of the recording is the safest practice."),
+        tr("In some jurisdictions — California (CIPA), Illinois, Maryland, "
+           "Massachusetts, Florida, the EU and the UK — the law requires consent "
+           "from EVERY participant, not just one party."),
+        tr("Voice biometric processing (speaker identification) is opt-in; for "
+           "users in Illinois it is blocked by default under BIPA."),
+        tr("You confirm that you have the authority to make this recording on the "
+           "device, network, or premises where you are recording."),
     };
     if (m_recordsVideo)
-        out << QStringLiteral(
-            "I understand that the screen video will record everything visible on my main "
-            "display — including private messages, browser tabs, and other open apps — and I "
-            "have closed anything I don't want captured.");
+        out << tr("I understand that the screen video will record everything visible on my main "
+                  "display — including private messages, browser tabs, and other open apps — and I "
+                  "have closed anything I don't want captured.");
     return out;
 }
 
 QString RecordingConsent::title() const
 {
-    return QStringLiteral("Before you record");
+    return tr("Before you record");
 }
 
 QString RecordingConsent::subtitle() const
 {
-    return QStringLiteral("A quick recording-consent check");
+    return tr("A quick recording-consent check");
 }
 
 QString RecordingConsent::introduction() const
 {
-    return QStringLiteral(
-        "Recording other people’s voices is regulated. Before Sorvelandrix starts capturing "
-        "audio on this device, please confirm that you understand and accept the following "
-        "obligations.");
+    return tr("Recording other people’s voices is regulated. Before Sorvelandrix starts capturing "
+              "audio on this device, please confirm that you understand and accept the following "
+              "obligations.");
 }
 
 QString RecordingConsent::note() const
 {
-    return QStringLiteral(
-        "If you’re in a one-party-consent state and recording your own meeting, your own "
-        "consent is enough — but the safest habit is still to tell everyone the bot is on.");
+    return tr("If you’re in a one-party-consent state and recording your own meeting, your own "
+              "consent is enough — but the safest habit is still to tell everyone the bot is on.");
 }
 
 QString RecordingConsent::acknowledgeLabel() const
 {
-    return QStringLiteral("I understand and accept these obligations.");
+    return tr("I understand and accept these obligations.");
 }
 
 QString RecordingConsent::remindLabel() const
 {
-    return QStringLiteral("Remind me before every recording");
+    return tr("Remind me before every recording");
 }
 
 QString RecordingConsent::termsLinkLabel() const
 {
-    return QStringLiteral("Read our Recording Consent terms");
+    return tr("Read our Recording Consent terms");
 }
 
 QString RecordingConsent::cancelLabel() const
 {
-    return QStringLiteral("Cancel");
+    return tr("Cancel");
 }
 
 QString RecordingConsent::agreeLabel() const
 {
-    return QStringLiteral("I Agree, Start Recording");
+    return tr("I Agree, Start Recording");
 }
 
 } // namespace sorv

@@ -36,7 +36,7 @@ QVariant TranscriptListModel::data(const QModelIndex& index, int role) const
     case ColorRole:
         return colorForSpeaker(s.speaker);
     case AccessibleNameRole:
-        return QStringLiteral("%1 said: %2").arg(s.displayName, s.text);
+        return tr("%1 said: %2").arg(s.displayName, s.text);
     default:
         return {};
     }
@@ -52,7 +52,7 @@ QHash<int, QByteArray> TranscriptListModel::roleNames() const
 
 QString TranscriptListModel::placeholder() const
 {
-    return QStringLiteral("Waiting for speech...");
+    return tr("Waiting for speech...");
 }
 
 int TranscriptListModel::colorIndexForSpeaker(const QString& speaker) const
