@@ -2,15 +2,14 @@
 // each operation does in each state, what the user sees when something
 // fails, and how files are named and cleaned up.
 
-#include "audio/wavwriter.h"
 #include "core/paths.h"
 #include "core/recordingfilelock.h"
 #include "core/secretstore.h"
-#include "core/serialqueue.h"
 #include "localservicefixture.h"
 #include "recording/audiorecorder.h"
 #include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
+#include "support/scriptedengine.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -27,90 +26,6 @@ using namespace sorv;
 using Kind = RecordingState::Kind;
 
 namespace {
-
-// Answers from its own thread, like the real engine's audio queue. Each
-// answer can be held back to observe the states in between.
-class FakeEngine : public RecordingEngine {
-public:
-    bool grantAccess = true;
-    std::optional<RecorderError> startError;
-    bool holdStart = false;
-    bool holdStop = false;
-    QList<InputDevice> devices;
-
-    int startCalls = 0;
-    int stopCalls = 0;
-    QList<std::uint32_t> selectedIds;
-    QString lastOutputPath;
-    std::int64_t lastFrameLimit = 0;
-    UpdateHandler onUpdate;
-    std::function<void()> pendingStart;
-    std::function<void()> pendingStop;
-
-    ~FakeEngine() override { queue.shutdown(); }
-
-    void requestMicrophoneAccess(std::function<void(bool)> done) override
-    {
-        queue.post([this, done] { done(grantAccess); });
-    }
-    void start(const StartRequest& request, UpdateHandler handler,
-               std::function<void(std::optional<RecorderError>)> done) override
-    {
-        ++startCalls;
-        const QString outputPath = request.outputPath;
-        lastOutputPath = outputPath;
-        lastFrameLimit = request.frameLimit;
-        onUpdate = handler;
-        auto finish = [this, outputPath, done] {
-            queue.post([this, outputPath, done] {
-                if (!startError) { // the WAV file, with a tenth of a second in it
-                    WavWriter wav;
-                    wav.open(outputPath);
-                    wav.write(std::vector<float>(4800, 0.1f));
-                    wav.close();
-                }
-                done(startError);
-            });
-        };
-        if (holdStart)
-            pendingStart = finish;
-        else
-            finish();
-    }
-    void stop(std::function<void()> done) override
-    {
-        ++stopCalls;
-        auto finish = [this, done] { queue.post(done); };
-        if (holdStop)
-            pendingStop = finish;
-        else
-            finish();
-    }
-    void retrySystemAudio() override { ++systemAudioRetries; }
-    int systemAudioRetries = 0;
-    void selectInputDevice(std::uint32_t id, std::function<void()> done) override
-    {
-        selectedIds << id;
-        queue.post(done);
-    }
-    void setMixedBufferCallback(MixedBufferCallback) override {}
-    QList<InputDevice> listInputDevices() const override { return devices; }
-    void setInputDevicesChangedHandler(InputDevicesChangedHandler handler) override
-    {
-        devicesChanged = std::move(handler);
-    }
-    InputDevicesChangedHandler devicesChanged;
-
-    void send(const AudioEngineUpdate& u)
-    {
-        queue.post([this, u] {
-            if (onUpdate)
-                onUpdate(u);
-        });
-    }
-
-    SerialQueue queue{QStringLiteral("fake.engine")};
-};
 
 // Stands in for the screen recorder, holding the MP4's lock while it writes.
 // Its stop can be held back; how many capture at once is counted.
@@ -173,7 +88,7 @@ private:
 
 struct Fixture {
     test::IsolatedEnvironment env;
-    FakeEngine* engine = new FakeEngine;
+    test::ScriptedEngine* engine = new test::ScriptedEngine;
     AudioRecorder recorder{std::unique_ptr<RecordingEngine>(engine)};
     FakeVideos videos;
 
@@ -568,7 +483,7 @@ void TestAudioRecorder::startsInTheSameMomentGetTheirOwnFiles()
     // Two controllers (two programs, as far as the folder can tell) start
     // before either engine has made its file.
     Fixture a;
-    auto* engine = new FakeEngine;
+    auto* engine = new test::ScriptedEngine;
     AudioRecorder b{std::unique_ptr<RecordingEngine>(engine)};
     a.engine->holdStart = true;
     engine->holdStart = true;
