@@ -8,12 +8,16 @@
 #include "localservicefixture.h"
 #include "recording/audiorecorder.h"
 #include "service/authmanager.h"
+#include "signedin.h"
 #include "support/isolatedenvironment.h"
 #include "support/scriptedengine.h"
 
+#include <QAbstractItemModelTester>
+#include <QCryptographicHash>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -61,6 +65,11 @@ public:
     {
         m_state = VideoRecorderState::finalising();
         auto finish = [this, done] {
+            QFile file(m_path);
+            if (file.open(QIODevice::WriteOnly))
+                file.write("\0\0\0\x18"
+                           "ftypisom",
+                           12);
             ended();
             Q_EMIT audioEnded();
             done({m_path, std::nullopt});
@@ -138,6 +147,7 @@ private Q_SLOTS:
     void freshNamesAndNoOverwrite();
     void startsInTheSameMomentGetTheirOwnFiles();
     void retryUploadRefusals();
+    void videoGoesUpAsTheMp4WithItsCompanion();
     void screenCaptureProbe();
     void screenCaptureCheckedAgain();
     void systemAudioRetriedOnlyWhenItGaveUp();
@@ -517,6 +527,70 @@ void TestAudioRecorder::retryUploadRefusals()
     }
 }
 
+void TestAudioRecorder::videoGoesUpAsTheMp4WithItsCompanion()
+{
+    // The MP4 is the recording and goes up as video; the WAV of the same
+    // stem stays beside it while it waits, and goes with it.
+    test::SignedIn s;
+    Fixture f;
+    f.recorder.setAuthManager(&s.auth);
+    f.useFakeVideo();
+    const auto record = [&f] {
+        f.recorder.requestStartRecording(true, ScreenCaptureTargetOption::mainDisplay());
+        if (!QTest::qWaitFor([&] { return f.recorder.state().kind() == Kind::Recording; }, 5000))
+            return false;
+        f.recorder.stopRecording();
+        return QTest::qWaitFor([&] { return f.recorder.state().kind() == Kind::PendingSave; },
+                               5000) &&
+               QFile::exists(f.recorder.outputPath()) && QFile::exists(f.recorder.lastWavPath());
+    };
+
+    // Refused: both wait for Retry.
+    QVERIFY(record());
+    const QString refused = f.recorder.outputPath();
+    QVERIFY(refused.endsWith(QStringLiteral(".mp4")));
+    s.service->script("POST", QStringLiteral("/api/upload"), local::ScriptedAnswer::reply(503));
+    f.recorder.saveRecording();
+    QTRY_COMPARE(f.recorder.state(),
+                 RecordingState::error(QStringLiteral("Upload failed (HTTP 503)")));
+    QCOMPARE(f.recorder.failedUploadPath(), refused);
+    QVERIFY(f.recorder.canRetryUpload());
+    QVERIFY(QFile::exists(refused) && QFile::exists(f.recorder.lastWavPath()));
+
+    // Discarded: both go.
+    QVERIFY(record());
+    const QString discarded = f.recorder.outputPath();
+    const QString discardedWav = f.recorder.lastWavPath();
+    f.recorder.discardRecording();
+    QVERIFY(!QFile::exists(discarded) && !QFile::exists(discardedWav));
+    QCOMPARE(f.recorder.state(), RecordingState::idle());
+
+    // Sent: one request whose single part is the MP4, as video; then both go.
+    QVERIFY(record());
+    const QString mp4 = f.recorder.outputPath();
+    const QString wav = f.recorder.lastWavPath();
+    QFile file(mp4);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray video = file.readAll();
+    s.service->clearRequestLog();
+    f.recorder.saveRecording();
+    QTRY_COMPARE(f.recorder.state().kind(), Kind::Uploaded);
+    QVERIFY(!QFile::exists(mp4) && !QFile::exists(wav));
+    const QList<local::LoggedRequest> log = s.service->requestLog();
+    const auto upload = std::find_if(log.begin(), log.end(), [](const local::LoggedRequest& r) {
+        return r.path == QStringLiteral("/api/upload");
+    });
+    QVERIFY(upload != log.end());
+    const QByteArray contentType = upload->header("Content-Type");
+    const QByteArray boundary = contentType.mid(contentType.indexOf("boundary=") + 9);
+    const QByteArray body =
+        "--" + boundary + "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"" +
+        QFileInfo(mp4).fileName().toUtf8() + "\"\r\nContent-Type: video/mp4\r\n\r\n" + video +
+        "\r\n--" + boundary + "--\r\n";
+    QCOMPARE(upload->streamedBodySha256,
+             QCryptographicHash::hash(body, QCryptographicHash::Sha256).toHex());
+}
+
 void TestAudioRecorder::screenCaptureProbe()
 {
     Fixture f;
@@ -658,6 +732,20 @@ void TestAudioRecorder::deviceListFollowsTheEngine()
     QTRY_COMPARE(changed.count(), 1);
     QCOMPARE(f.recorder.availableInputDevices().value(0).name, QStringLiteral("Built-in"));
     QCOMPARE(f.recorder.inputDevices()->rowCount(), 1);
+
+    // The same list again leaves the picker alone (an open menu stays open);
+    // a new one replaces it.
+    QAbstractItemModelTester tester(f.recorder.inputDevices(),
+                                    QAbstractItemModelTester::FailureReportingMode::QtTest);
+    QSignalSpy resets(f.recorder.inputDevices(), &QAbstractItemModel::modelReset);
+    f.engine->queue.post([e = f.engine] {
+        e->devicesChanged();
+        e->devices = {{3, QStringLiteral("Built-in"), true}, {4, QStringLiteral("Headset"), false}};
+        e->devicesChanged();
+    });
+    QTRY_COMPARE(f.recorder.inputDevices()->rowCount(), 2);
+    QCOMPARE(resets.count(), 1);
+    QCOMPARE(changed.count(), 2);
 }
 
 void TestAudioRecorder::microphoneReportsDuringRecording()
