@@ -1,8 +1,9 @@
 # sorv_add_test(NAME SOURCES a.cpp ... LIBS lib ... [LABELS l ...] [TIMEOUT s] [PIPEWIRE])
 # One QtTest executable per test file, registered with CTest and labelled
 # with its folder (core, audio, service, …) besides any LABELS given: "pulse"
-# marks the tests that need the private PulseAudio daemon (they are "slow"
-# too: `ctest -LE slow` is the quick loop), "x11" those that need a display.
+# marks the tests that need the private PulseAudio daemon, "x11" those that
+# need a display. Both are acceptance tests on the real thing and labelled
+# "slow" too: `ctest -LE slow` (dev/test --quick) is the inner loop.
 # PIPEWIRE registers the executable a second time as NAME_pipewire (label
 # "pipewire"), its sound server then a private PipeWire session. Every test gets its own XDG directories so settings,
 # secrets and recordings never touch the user's.
@@ -14,7 +15,7 @@ function(sorv_add_test name)
   if(NOT T_TIMEOUT)
     set(T_TIMEOUT 300)
   endif()
-  if("pulse" IN_LIST T_LABELS)
+  if("pulse" IN_LIST T_LABELS OR "x11" IN_LIST T_LABELS)
     list(APPEND T_LABELS slow)
   endif()
   get_filename_component(folder ${CMAKE_CURRENT_SOURCE_DIR} NAME)

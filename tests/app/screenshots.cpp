@@ -9,10 +9,10 @@
 #include "localservicefixture.h"
 #include "qmlfinder.h"
 #include "recording/audiorecorder.h"
-#include "scriptedengine.h"
 #include "service/authmanager.h"
 #include "service/recordingslistcontroller.h"
 #include "support/isolatedenvironment.h"
+#include "support/scriptedengine.h"
 #include "support/xvfbsession.h"
 #include "transcript/livetranscriptmanager.h"
 #include "transcript/servertranscriptmanager.h"
@@ -724,6 +724,8 @@ int main(int argc, char** argv)
 
     QQuickStyle::setStyle(QStringLiteral("Fusion"));
     auto* engine = new sorv::test::ScriptedEngine;
+    engine->devices = sorv::test::ScriptedEngine::twoMicrophones();
+    engine->seconds = 2;
     sorv::SorvelandrixRecorderApp recorderApp{std::unique_ptr<sorv::RecordingEngine>(engine)};
     recorderApp.helpers().setUrlOpener([](const QUrl&) {});
     if (!recorderApp.launch())

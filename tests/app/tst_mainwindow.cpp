@@ -8,11 +8,11 @@
 #include "localservicefixture.h"
 #include "qmlfinder.h"
 #include "recording/audiorecorder.h"
-#include "scriptedengine.h"
 #include "service/authmanager.h"
 #include "service/recordingslistcontroller.h"
 #include "service/recordingsmodel.h"
 #include "support/isolatedenvironment.h"
+#include "support/scriptedengine.h"
 #include "transcript/livetranscriptmanager.h"
 #include "ui/joinmeetingcontroller.h"
 #include "ui/recorderscreen.h"
@@ -133,6 +133,8 @@ private Q_SLOTS:
         options.meetingStreamPace = std::chrono::milliseconds(5);
         m_service = std::make_unique<test::LocalServiceFixture>(options);
         m_engine = new test::ScriptedEngine;
+        m_engine->devices = test::ScriptedEngine::twoMicrophones();
+        m_engine->seconds = 2;
         m_app =
             std::make_unique<SorvelandrixRecorderApp>(std::unique_ptr<RecordingEngine>(m_engine));
         m_app->helpers().setUrlOpener([](const QUrl&) {});

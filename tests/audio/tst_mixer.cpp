@@ -1,12 +1,11 @@
 // The mix is the recording: ring-buffer order and overwrite, the gain
 // control's invariants and one pinned reference run, and the pipeline every
-// buffer takes (the two mix paths, file, consumer, meters, log cadence, a
-// file that stops taking audio, a duration cut to the frame).
+// buffer takes (the two mix paths, file, consumer, meters, a file that
+// stops taking audio, a duration cut to the frame).
 
 #include "audio/audioringbuffer.h"
 #include "audio/mixer.h"
 #include "audio/mixpipeline.h"
-#include "core/log.h"
 #include "support/toneprobe.h"
 
 #include <QTemporaryDir>
@@ -74,7 +73,6 @@ struct Pipeline {
 class TestMixer : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void ringBufferKeepsNewestInOrder();
     void ringBufferMatchesReferenceQueue();
     void referenceRun();
     void silenceDecaysLevelsAndHoldsGains();
@@ -85,27 +83,11 @@ private Q_SLOTS:
 
     void micOnlyPathLimitsInPlaceWithoutCounting();
     void systemActivePathPadsCountsWritesDelivers();
-    void logCadence();
     void metersAtMostThirtyPerSecond();
     void noOutputFileDropsBuffers();
     void fileThatStopsTakingAudioEndsTheRecordingOnce();
     void durationLimitCutsToTheFrame();
 };
-
-void TestMixer::ringBufferKeepsNewestInOrder()
-{
-    AudioRingBuffer ring;
-    std::vector<float> in(100'000);
-    for (size_t i = 0; i < in.size(); ++i)
-        in[i] = float(i);
-    ring.write(in);
-    QCOMPARE(ring.count(), qint64(96'000));
-    const auto out = ring.read(100'000);
-    QCOMPARE(out.size(), size_t(96'000));
-    for (size_t i = 0; i < out.size(); ++i)
-        QCOMPARE(out[i], float(i + 4'000));
-    QVERIFY(ring.read(10).empty());
-}
 
 void TestMixer::ringBufferMatchesReferenceQueue()
 {
@@ -296,35 +278,6 @@ void TestMixer::systemActivePathPadsCountsWritesDelivers()
     QCOMPARE(p.delivered[0].hostTimeNs, qint64(123));
     QCOMPARE(p.delivered[0].samples, expected.samples);
     QCOMPARE(p.readBack(), expected.samples);
-}
-
-void TestMixer::logCadence()
-{
-    QStringList lines;
-    setLogSink([&](const QString& l) { lines << l; });
-    Pipeline p;
-    QVERIFY(p.open());
-    for (int i = 0; i < 1000; ++i)
-        p.feed(constant(16, 0.01f));
-    setLogSink({});
-    QList<int> mixes, writes, buffers;
-    const auto number = [](const QString& l) {
-        return l.section(QLatin1Char('#'), 1).section(QLatin1Char(':'), 0, 0).toInt();
-    };
-    for (const QString& l : lines) {
-        if (l.startsWith(QStringLiteral("🔊 Mix #")))
-            mixes << number(l);
-        if (l.startsWith(QStringLiteral("📝 Write #")))
-            writes << number(l);
-        if (l.startsWith(QStringLiteral("🎤 Mic buffer #")))
-            buffers << number(l);
-    }
-    QCOMPARE(mixes, (QList<int>{1, 2, 3, 4, 5, 500, 1000}));
-    QCOMPARE(writes, (QList<int>{1, 2, 3, 500, 1000}));
-    QCOMPARE(buffers, (QList<int>{1, 2, 3, 4, 5, 500, 1000}));
-    QVERIFY(lines.contains(QStringLiteral("📝 Write #500: 16 frames, file length: 8000")));
-    QVERIFY(lines.contains(
-        QStringLiteral("🔊 Mix #1: micRMS=0.00300 sysRMS=0.00000 micGain=2.5x sysGain=1.00x")));
 }
 
 void TestMixer::metersAtMostThirtyPerSecond()

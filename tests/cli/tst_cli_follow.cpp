@@ -1,8 +1,9 @@
 // `sorvelandrix join` then `sorvelandrix follow`, in-process against the
 // local service: the transcript as JSON events and as lines (rewritten in
 // place on a terminal), the ends of a follow (the meeting stopped, a
-// refused token), a transport error that does not end it, and a stream
-// that misbehaves (escape sequences in its words, an endless line).
+// refused token), a transport error that does not end it, and an endless
+// line. What the service's words cannot do to the terminal is
+// tst_cli_commands' (every command prints through the same context).
 
 #include "cli/command.h"
 #include "core/log.h"
@@ -108,8 +109,6 @@ private Q_SLOTS:
     void linesOnATerminal();
     void aRefusedTokenEndsWithItsStatus();
     void aTransportErrorKeepsFollowing();
-    void serviceTextCannotDriveTheTerminal_data();
-    void serviceTextCannotDriveTheTerminal();
     void anEndlessLineIsDroppedAsItArrives();
     void usage();
 };
@@ -269,45 +268,6 @@ void TestCliFollow::aTransportErrorKeepsFollowing()
     QCOMPARE(lines.at(3), QStringLiteral("Connected."));
     QCOMPARE(lines.at(4), QStringLiteral("0: Before after"));
     QVERIFY(r.err.isEmpty());
-}
-
-void TestCliFollow::serviceTextCannotDriveTheTerminal_data()
-{
-    QTest::addColumn<bool>("json");
-    QTest::newRow("text on a terminal") << false;
-    QTest::newRow("json") << true;
-}
-
-void TestCliFollow::serviceTextCannotDriveTheTerminal()
-{
-    QFETCH(bool, json);
-    World w;
-    const QString id = w.join();
-    // The clipboard, the window title, a cleared screen.
-    w.service->scriptMeetingStream(
-        MeetingStreamScript()
-            .data({{"type", "status"}, {"status", "rec\x1b[2Jording"}})
-            .data({{"type", "transcript"},
-                   {"segments", QJsonArray{QJsonObject{{"speaker", "0"},
-                                                       {"display_name", "Eve\x1b]0;owned\x07"},
-                                                       {"text", "hi\x1b]52;c;ZXZpbA==\x07"}}}}})
-            .data(transcript("1", "ok"))
-            .end());
-    QStringList args{"follow", id};
-    if (json)
-        args.prepend("--json");
-    const Run r = runCli(args, !json);
-    QCOMPARE(r.status, cli::kExitOk);
-    if (json) {
-        QVERIFY2(!r.out.contains(QChar(0x1b)), qPrintable(r.out));
-        QVERIFY(r.out.contains(QStringLiteral("hi\\u001b]52;c;ZXZpbA==\\u0007")));
-        return;
-    }
-    QString rest = r.out;
-    rest.remove(QStringLiteral("\r\033[K"));
-    QVERIFY2(!rest.contains(QChar(0x1b)) && !rest.contains(QChar(0x07)), qPrintable(rest));
-    QVERIFY(rest.contains(QStringLiteral("Meeting status: rec�[2Jording\n")));
-    QVERIFY(rest.contains(QStringLiteral("Eve�]0;owned�: hi�]52;c;ZXZpbA==�\n")));
 }
 
 void TestCliFollow::anEndlessLineIsDroppedAsItArrives()

@@ -9,8 +9,10 @@
 #include "audio/audioengine.h"
 #include "audio/fakecapturebackend.h"
 #include "cli/command.h"
+#include "core/paths.h"
 #include "support/isolatedenvironment.h"
 
+#include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTest>
@@ -63,6 +65,11 @@ Run runCli(const std::shared_ptr<FakeCaptureBackend>& fake, const QStringList& a
     return r;
 }
 
+QStringList recordings()
+{
+    return QDir(recordingsDirectory()).entryList(QDir::Files);
+}
+
 QString headsetId()
 {
     return QString::number(inputDeviceIdForSourceName(QStringLiteral("headset")));
@@ -77,7 +84,8 @@ class TestCliMicrophone : public QObject {
 private Q_SLOTS:
     void init();
     void devicesListsTheMicrophones();
-    void devicesWithoutSoundServer();
+    void withoutSoundServer_data();
+    void withoutSoundServer();
     void recordShowsTheSilentMicrophoneByName();
     void recordReportsTheMicrophoneAsItHappens();
     void recordFollowsTheOutput();
@@ -117,13 +125,26 @@ void TestCliMicrophone::devicesListsTheMicrophones()
     QCOMPARE(devices.at(0).value(QStringLiteral("isDefault")).toBool(), true);
 }
 
-void TestCliMicrophone::devicesWithoutSoundServer()
+void TestCliMicrophone::withoutSoundServer_data()
 {
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("devices") << "devices"
+                             << "Could not connect to the sound server";
+    QTest::newRow("record") << "record"
+                            << "No microphone available";
+}
+
+void TestCliMicrophone::withoutSoundServer()
+{
+    QFETCH(QString, command);
+    QFETCH(QString, error);
     m_fake->setRunning(false);
-    const Run r = runCli(m_fake, {QStringLiteral("--json"), QStringLiteral("devices")});
+    const Run r = runCli(m_fake, {QStringLiteral("--json"), command});
     QCOMPARE(r.status, 1);
-    QCOMPARE(r.err.trimmed(), QStringLiteral("Could not connect to the sound server"));
+    QVERIFY2(r.err.trimmed().startsWith(error), qPrintable(r.err));
     QCOMPARE(r.events(QStringLiteral("error")).size(), 1);
+    QVERIFY(recordings().isEmpty());
 }
 
 void TestCliMicrophone::recordReportsTheMicrophoneAsItHappens()
@@ -162,6 +183,7 @@ void TestCliMicrophone::recordReportsTheMicrophoneAsItHappens()
     QCOMPARE(restarts.at(0).value(QStringLiteral("count")).toInt(), 1);
     QVERIFY(r.events(QStringLiteral("error")).isEmpty());
     QCOMPARE(r.events(QStringLiteral("discarded")).size(), 1);
+    QVERIFY(recordings().isEmpty());
 }
 
 void TestCliMicrophone::recordShowsTheSilentMicrophoneByName()

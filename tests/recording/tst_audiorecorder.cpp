@@ -2,19 +2,22 @@
 // each operation does in each state, what the user sees when something
 // fails, and how files are named and cleaned up.
 
-#include "audio/wavwriter.h"
 #include "core/paths.h"
 #include "core/recordingfilelock.h"
 #include "core/secretstore.h"
-#include "core/serialqueue.h"
 #include "localservicefixture.h"
 #include "recording/audiorecorder.h"
 #include "service/authmanager.h"
+#include "signedin.h"
 #include "support/isolatedenvironment.h"
+#include "support/scriptedengine.h"
 
+#include <QAbstractItemModelTester>
+#include <QCryptographicHash>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -27,90 +30,6 @@ using namespace sorv;
 using Kind = RecordingState::Kind;
 
 namespace {
-
-// Answers from its own thread, like the real engine's audio queue. Each
-// answer can be held back to observe the states in between.
-class FakeEngine : public RecordingEngine {
-public:
-    bool grantAccess = true;
-    std::optional<RecorderError> startError;
-    bool holdStart = false;
-    bool holdStop = false;
-    QList<InputDevice> devices;
-
-    int startCalls = 0;
-    int stopCalls = 0;
-    QList<std::uint32_t> selectedIds;
-    QString lastOutputPath;
-    std::int64_t lastFrameLimit = 0;
-    UpdateHandler onUpdate;
-    std::function<void()> pendingStart;
-    std::function<void()> pendingStop;
-
-    ~FakeEngine() override { queue.shutdown(); }
-
-    void requestMicrophoneAccess(std::function<void(bool)> done) override
-    {
-        queue.post([this, done] { done(grantAccess); });
-    }
-    void start(const StartRequest& request, UpdateHandler handler,
-               std::function<void(std::optional<RecorderError>)> done) override
-    {
-        ++startCalls;
-        const QString outputPath = request.outputPath;
-        lastOutputPath = outputPath;
-        lastFrameLimit = request.frameLimit;
-        onUpdate = handler;
-        auto finish = [this, outputPath, done] {
-            queue.post([this, outputPath, done] {
-                if (!startError) { // the WAV file, with a tenth of a second in it
-                    WavWriter wav;
-                    wav.open(outputPath);
-                    wav.write(std::vector<float>(4800, 0.1f));
-                    wav.close();
-                }
-                done(startError);
-            });
-        };
-        if (holdStart)
-            pendingStart = finish;
-        else
-            finish();
-    }
-    void stop(std::function<void()> done) override
-    {
-        ++stopCalls;
-        auto finish = [this, done] { queue.post(done); };
-        if (holdStop)
-            pendingStop = finish;
-        else
-            finish();
-    }
-    void retrySystemAudio() override { ++systemAudioRetries; }
-    int systemAudioRetries = 0;
-    void selectInputDevice(std::uint32_t id, std::function<void()> done) override
-    {
-        selectedIds << id;
-        queue.post(done);
-    }
-    void setMixedBufferCallback(MixedBufferCallback) override {}
-    QList<InputDevice> listInputDevices() const override { return devices; }
-    void setInputDevicesChangedHandler(InputDevicesChangedHandler handler) override
-    {
-        devicesChanged = std::move(handler);
-    }
-    InputDevicesChangedHandler devicesChanged;
-
-    void send(const AudioEngineUpdate& u)
-    {
-        queue.post([this, u] {
-            if (onUpdate)
-                onUpdate(u);
-        });
-    }
-
-    SerialQueue queue{QStringLiteral("fake.engine")};
-};
 
 // Stands in for the screen recorder, holding the MP4's lock while it writes.
 // Its stop can be held back; how many capture at once is counted.
@@ -146,6 +65,11 @@ public:
     {
         m_state = VideoRecorderState::finalising();
         auto finish = [this, done] {
+            QFile file(m_path);
+            if (file.open(QIODevice::WriteOnly))
+                file.write("\0\0\0\x18"
+                           "ftypisom",
+                           12);
             ended();
             Q_EMIT audioEnded();
             done({m_path, std::nullopt});
@@ -173,7 +97,7 @@ private:
 
 struct Fixture {
     test::IsolatedEnvironment env;
-    FakeEngine* engine = new FakeEngine;
+    test::ScriptedEngine* engine = new test::ScriptedEngine;
     AudioRecorder recorder{std::unique_ptr<RecordingEngine>(engine)};
     FakeVideos videos;
 
@@ -223,6 +147,7 @@ private Q_SLOTS:
     void freshNamesAndNoOverwrite();
     void startsInTheSameMomentGetTheirOwnFiles();
     void retryUploadRefusals();
+    void videoGoesUpAsTheMp4WithItsCompanion();
     void screenCaptureProbe();
     void screenCaptureCheckedAgain();
     void systemAudioRetriedOnlyWhenItGaveUp();
@@ -568,7 +493,7 @@ void TestAudioRecorder::startsInTheSameMomentGetTheirOwnFiles()
     // Two controllers (two programs, as far as the folder can tell) start
     // before either engine has made its file.
     Fixture a;
-    auto* engine = new FakeEngine;
+    auto* engine = new test::ScriptedEngine;
     AudioRecorder b{std::unique_ptr<RecordingEngine>(engine)};
     a.engine->holdStart = true;
     engine->holdStart = true;
@@ -600,6 +525,70 @@ void TestAudioRecorder::retryUploadRefusals()
         QCOMPARE(f.recorder.state(),
                  RecordingState::error(QStringLiteral("Sign in first, then tap Retry upload.")));
     }
+}
+
+void TestAudioRecorder::videoGoesUpAsTheMp4WithItsCompanion()
+{
+    // The MP4 is the recording and goes up as video; the WAV of the same
+    // stem stays beside it while it waits, and goes with it.
+    test::SignedIn s;
+    Fixture f;
+    f.recorder.setAuthManager(&s.auth);
+    f.useFakeVideo();
+    const auto record = [&f] {
+        f.recorder.requestStartRecording(true, ScreenCaptureTargetOption::mainDisplay());
+        if (!QTest::qWaitFor([&] { return f.recorder.state().kind() == Kind::Recording; }, 5000))
+            return false;
+        f.recorder.stopRecording();
+        return QTest::qWaitFor([&] { return f.recorder.state().kind() == Kind::PendingSave; },
+                               5000) &&
+               QFile::exists(f.recorder.outputPath()) && QFile::exists(f.recorder.lastWavPath());
+    };
+
+    // Refused: both wait for Retry.
+    QVERIFY(record());
+    const QString refused = f.recorder.outputPath();
+    QVERIFY(refused.endsWith(QStringLiteral(".mp4")));
+    s.service->script("POST", QStringLiteral("/api/upload"), local::ScriptedAnswer::reply(503));
+    f.recorder.saveRecording();
+    QTRY_COMPARE(f.recorder.state(),
+                 RecordingState::error(QStringLiteral("Upload failed (HTTP 503)")));
+    QCOMPARE(f.recorder.failedUploadPath(), refused);
+    QVERIFY(f.recorder.canRetryUpload());
+    QVERIFY(QFile::exists(refused) && QFile::exists(f.recorder.lastWavPath()));
+
+    // Discarded: both go.
+    QVERIFY(record());
+    const QString discarded = f.recorder.outputPath();
+    const QString discardedWav = f.recorder.lastWavPath();
+    f.recorder.discardRecording();
+    QVERIFY(!QFile::exists(discarded) && !QFile::exists(discardedWav));
+    QCOMPARE(f.recorder.state(), RecordingState::idle());
+
+    // Sent: one request whose single part is the MP4, as video; then both go.
+    QVERIFY(record());
+    const QString mp4 = f.recorder.outputPath();
+    const QString wav = f.recorder.lastWavPath();
+    QFile file(mp4);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray video = file.readAll();
+    s.service->clearRequestLog();
+    f.recorder.saveRecording();
+    QTRY_COMPARE(f.recorder.state().kind(), Kind::Uploaded);
+    QVERIFY(!QFile::exists(mp4) && !QFile::exists(wav));
+    const QList<local::LoggedRequest> log = s.service->requestLog();
+    const auto upload = std::find_if(log.begin(), log.end(), [](const local::LoggedRequest& r) {
+        return r.path == QStringLiteral("/api/upload");
+    });
+    QVERIFY(upload != log.end());
+    const QByteArray contentType = upload->header("Content-Type");
+    const QByteArray boundary = contentType.mid(contentType.indexOf("boundary=") + 9);
+    const QByteArray body =
+        "--" + boundary + "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"" +
+        QFileInfo(mp4).fileName().toUtf8() + "\"\r\nContent-Type: video/mp4\r\n\r\n" + video +
+        "\r\n--" + boundary + "--\r\n";
+    QCOMPARE(upload->streamedBodySha256,
+             QCryptographicHash::hash(body, QCryptographicHash::Sha256).toHex());
 }
 
 void TestAudioRecorder::screenCaptureProbe()
@@ -743,6 +732,20 @@ void TestAudioRecorder::deviceListFollowsTheEngine()
     QTRY_COMPARE(changed.count(), 1);
     QCOMPARE(f.recorder.availableInputDevices().value(0).name, QStringLiteral("Built-in"));
     QCOMPARE(f.recorder.inputDevices()->rowCount(), 1);
+
+    // The same list again leaves the picker alone (an open menu stays open);
+    // a new one replaces it.
+    QAbstractItemModelTester tester(f.recorder.inputDevices(),
+                                    QAbstractItemModelTester::FailureReportingMode::QtTest);
+    QSignalSpy resets(f.recorder.inputDevices(), &QAbstractItemModel::modelReset);
+    f.engine->queue.post([e = f.engine] {
+        e->devicesChanged();
+        e->devices = {{3, QStringLiteral("Built-in"), true}, {4, QStringLiteral("Headset"), false}};
+        e->devicesChanged();
+    });
+    QTRY_COMPARE(f.recorder.inputDevices()->rowCount(), 2);
+    QCOMPARE(resets.count(), 1);
+    QCOMPARE(changed.count(), 2);
 }
 
 void TestAudioRecorder::microphoneReportsDuringRecording()

@@ -52,17 +52,6 @@ class TestAPIClient : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void trailingSlashesGiveOneSlash()
-    {
-        World w;
-        Settings::setServerOverride(w.service.origin() + QStringLiteral("////"));
-        const auto meetings = await<QList<Meeting>>(
-            [&](const QObject* c, auto done) { w.client.fetchMeetings(c, done); }, &w.context);
-        QVERIFY(meetings.isEmpty());
-        QCOMPARE(w.service->requestLog().size(), 1);
-        QCOMPARE(w.service->requestLog().at(0).target, QStringLiteral("/api/meetings"));
-    }
-
     void headersWithAndWithoutToken()
     {
         World w(false);

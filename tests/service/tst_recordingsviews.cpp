@@ -72,8 +72,6 @@ ScriptedAnswer recordingsAnswer(const QJsonArray& items)
 class TestRecordingsViews : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void durations_data();
-    void durations();
     void dates_data();
     void dates();
     void ages_data();
@@ -86,30 +84,6 @@ private Q_SLOTS:
     void joinSwitchesTabsOneAndAHalfSecondsLater();
     void joinFailureShowsTheMessage();
 };
-
-void TestRecordingsViews::durations_data()
-{
-    QTest::addColumn<qint64>("ms");
-    QTest::addColumn<QString>("fromMs");
-    QTest::addColumn<QString>("fromSeconds");
-    QTest::newRow("just under a minute") << qint64(59'999) << "0:59"
-                                         << "00:59";
-    QTest::newRow("an hour") << qint64(3'600'000) << "1:00:00"
-                             << "1:00:00";
-    QTest::newRow("an hour, a minute, a second") << qint64(3'661'000) << "1:01:01"
-                                                 << "1:01:01";
-    QTest::newRow("zero") << qint64(0) << "0:00"
-                          << "00:00";
-}
-
-void TestRecordingsViews::durations()
-{
-    QFETCH(qint64, ms);
-    QFETCH(QString, fromMs);
-    QFETCH(QString, fromSeconds);
-    QCOMPARE(formatDurationMs(ms), fromMs);
-    QCOMPARE(formatElapsed(double(ms / 1000)), fromSeconds);
-}
 
 void TestRecordingsViews::dates_data()
 {

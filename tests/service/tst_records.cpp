@@ -214,19 +214,6 @@ private Q_SLOTS:
         QFETCH(QString, duration);
         QCOMPARE(formatDurationMs(ms), duration);
     }
-
-    void recordingDates()
-    {
-        QCOMPARE(formatRecordingDate(std::nullopt), QStringLiteral("--"));
-        QCOMPARE(formatRecordingDate(QStringLiteral("2025-03-04T05:06:07")),
-                 QStringLiteral("4 Mar"));
-        QCOMPARE(formatRecordingDate(QStringLiteral("2025-12-24T05:06:07.123")),
-                 QStringLiteral("2025-12-24"));
-        QCOMPARE(formatRecordingDate(QStringLiteral("2025-11-02T23:00:00Z")),
-                 QStringLiteral("2 Nov"));
-        QCOMPARE(formatRecordingDate(QStringLiteral("yesterday afternoon")),
-                 QStringLiteral("yesterday "));
-    }
 };
 
 QTEST_GUILESS_MAIN(TestRecords)

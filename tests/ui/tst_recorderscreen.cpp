@@ -6,14 +6,13 @@
 // screens.
 
 #include "audio/inputdevicemodel.h"
-#include "audio/wavwriter.h"
 #include "core/secretstore.h"
-#include "core/serialqueue.h"
 #include "core/settings.h"
 #include "localservicefixture.h"
 #include "recording/audiorecorder.h"
 #include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
+#include "support/scriptedengine.h"
 #include "transcript/livetranscriptsession.h"
 #include "transcript/localtranscriptmanager.h"
 #include "transcript/servertranscriptmanager.h"
@@ -30,7 +29,6 @@
 #include <QThreadPool>
 
 #include <atomic>
-#include <mutex>
 
 // Generous waits: the service and other builds share a busy machine; a wait
 // ends as soon as its condition holds.
@@ -42,78 +40,6 @@ using namespace std::chrono_literals;
 using Kind = RecordingState::Kind;
 
 namespace {
-
-// Stands in for the PulseAudio engine: answers on its own thread, writes a
-// short WAV file, and keeps the mixed-buffer consumer it was given so that
-// the test can feed it and see it cleared.
-class FakeEngine : public RecordingEngine {
-public:
-    QList<InputDevice> devices;
-    std::optional<RecorderError> startError;
-    double fileSeconds = 0.1; // what each recording's WAV holds
-    int systemAudioRetries = 0;
-
-    ~FakeEngine() override { queue.shutdown(); }
-
-    void requestMicrophoneAccess(std::function<void(bool)> done) override
-    {
-        queue.post([done] { done(true); });
-    }
-    void start(const StartRequest& request, UpdateHandler handler,
-               std::function<void(std::optional<RecorderError>)> done) override
-    {
-        onUpdate = std::move(handler);
-        queue.post([this, path = request.outputPath, done] {
-            if (!startError) {
-                WavWriter wav;
-                wav.open(path);
-                wav.write(std::vector<float>(std::size_t(fileSeconds * 48000), 0.0f));
-            }
-            done(startError);
-        });
-    }
-    void stop(std::function<void()> done) override
-    {
-        setMixedBufferCallback({});
-        queue.post(done);
-    }
-    void retrySystemAudio() override { ++systemAudioRetries; }
-    void selectInputDevice(std::uint32_t, std::function<void()> done) override { queue.post(done); }
-    void setMixedBufferCallback(MixedBufferCallback callback) override
-    {
-        std::lock_guard lock(mutex);
-        mixed = std::move(callback);
-    }
-    QList<InputDevice> listInputDevices() const override { return devices; }
-    void setInputDevicesChangedHandler(InputDevicesChangedHandler) override {}
-
-    bool hasConsumer()
-    {
-        std::lock_guard lock(mutex);
-        return bool(mixed);
-    }
-    // One mixed buffer, as the engine's queue would hand it on.
-    void feed(const AudioBuffer& buffer)
-    {
-        std::lock_guard lock(mutex);
-        if (mixed)
-            mixed(buffer);
-    }
-    void send(const AudioEngineUpdate& u)
-    {
-        queue.post([this, u] {
-            if (onUpdate)
-                onUpdate(u);
-        });
-    }
-
-    UpdateHandler onUpdate;
-    SerialQueue queue{QStringLiteral("fake.engine")};
-
-private:
-    std::mutex mutex;
-    MixedBufferCallback mixed;
-};
 
 // The fallback watch's clock: time moves only in advance().
 class ManualSchedule {
@@ -222,7 +148,7 @@ struct World {
     std::unique_ptr<test::LocalServiceFixture> service;
     SecretStore secrets{SecretStore::Options::fileOnly()};
     AuthManager auth{secrets};
-    FakeEngine* engine = new FakeEngine;
+    test::ScriptedEngine* engine = new test::ScriptedEngine;
     std::unique_ptr<AudioRecorder> recorder;
     ManualSchedule clock;
     std::atomic<int> targetReloads = 0;
@@ -670,7 +596,7 @@ void TestRecorderScreen::pickersAndWarnings()
 void TestRecorderScreen::soundServerGoesAway()
 {
     World w;
-    w.engine->fileSeconds = 2.5;
+    w.engine->seconds = 2.5;
     QVERIFY(w.record());
     w.engine->send(AudioEngineUpdate::makeMeters({.mic = 0.5f, .system = 0.4f}));
     TRY_COMPARE(w.recorder->micLevel(), 0.5f);

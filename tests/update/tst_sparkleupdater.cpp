@@ -467,39 +467,6 @@ private Q_SLOTS:
         QCOMPARE(service->appcastPublicKey(), key);
     }
 
-    void itemsWithoutAValidSignatureOrLengthAreSkipped()
-    {
-        test::IsolatedEnvironment env;
-        LogCapture log;
-        test::LocalServiceFixture service;
-        const Enclosure real = servedEnclosure(service);
-        const QString shortSignature = QString::fromLatin1(QByteArray(63, 's').toBase64());
-        service->script(
-            "GET", QStringLiteral("/updates/appcast.xml"),
-            ScriptedAnswer::reply(
-                200, feedWithItems(item("9.0", real.url, real.length, shortSignature) +
-                                   item("8.0", real.url, real.length, QString()) +
-                                   item("7.0", real.url, -1, real.signature) +
-                                   item("2.0", real.url, real.length, real.signature))));
-        SparkleUpdater updater(releaseBuild(service, QStringLiteral("1.0")));
-        const UpdateAlert alert = checkOnce(updater);
-        QCOMPARE(alert.kind(), UpdateAlert::Kind::Available);
-        QCOMPARE(alert.version(), QStringLiteral("2.0"));
-        QCOMPARE(
-            log.linesStartingWith(QStringLiteral("⚠️ Update skipped")),
-            (QStringList{"⚠️ Update skipped, 9.0: its EdDSA signature is missing or malformed",
-                         "⚠️ Update skipped, 8.0: its EdDSA signature is missing or malformed",
-                         "⚠️ Update skipped, 7.0: its enclosure has no length"}));
-
-        // With nothing signed there is nothing to offer, nor to fetch.
-        service->clearRequestLog();
-        service->script("GET", QStringLiteral("/updates/appcast.xml"),
-                        ScriptedAnswer::reply(
-                            200, feedWithItems(item("9.0", real.url, real.length, QString()))));
-        QCOMPARE(checkOnce(updater).kind(), UpdateAlert::Kind::UpToDate);
-        QCOMPARE(service->requestCount("GET", real.url.path()), 0);
-    }
-
     void failedCheckIsLoggedAndShown_data()
     {
         QTest::addColumn<QString>("failure");
