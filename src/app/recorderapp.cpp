@@ -1,6 +1,8 @@
 #include "recorderapp.h"
 
 #include "app/floatingpanelcontroller.h"
+#include "app/recordercontrol.h"
+#include "app/singleinstance.h"
 #include "audio/recordingengine.h"
 #include "core/log.h"
 #include "core/secretstore.h"
@@ -84,6 +86,8 @@ SorvelandrixRecorderApp::SorvelandrixRecorderApp(std::unique_ptr<RecordingEngine
     hooks.openUrl = [](const QUrl& url) { QDesktopServices::openUrl(url); };
     hooks.quit = [this] { requestQuit(); };
     m_delegate = std::make_unique<AppDelegate>(std::move(hooks));
+    m_control =
+        std::make_unique<RecorderControl>(*m_recorderScreen, *m_auth, [this] { showMainWindow(); });
 }
 
 SorvelandrixRecorderApp::~SorvelandrixRecorderApp()
@@ -96,7 +100,7 @@ SorvelandrixRecorderApp::~SorvelandrixRecorderApp()
         delete root;
 }
 
-bool SorvelandrixRecorderApp::launch()
+bool SorvelandrixRecorderApp::launch(bool hidden)
 {
     m_engine.addImageProvider(QStringLiteral("symbol"), new SymbolImageProvider);
     m_engine.addImportPath(QStringLiteral("qrc:/"));
@@ -137,8 +141,20 @@ bool SorvelandrixRecorderApp::launch()
         if (!QSystemTrayIcon::isSystemTrayAvailable())
             requestQuit();
     });
-    showMainWindow();
+    m_control->registerOn(QDBusConnection::sessionBus());
+    if (!hidden || !QSystemTrayIcon::isSystemTrayAvailable())
+        showMainWindow();
+    else
+        contentAppeared(); // the tray follows the recorder from the start
     return true;
+}
+
+void SorvelandrixRecorderApp::listenTo(SingleInstance& instance)
+{
+    connect(&instance, &SingleInstance::activationRequested, this,
+            &SorvelandrixRecorderApp::showMainWindow);
+    connect(&instance, &SingleInstance::commandReceived, m_control.get(),
+            &RecorderControl::perform);
 }
 
 void SorvelandrixRecorderApp::contentAppeared()

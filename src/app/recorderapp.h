@@ -19,7 +19,9 @@ class PasskeyManager;
 class RecordingEngine;
 class PasskeyOperations;
 class PasskeysModel;
+class RecorderControl;
 class RecorderScreen;
+class SingleInstance;
 class RecordingsListController;
 class SecretStore;
 class SparkleUpdater;
@@ -39,9 +41,14 @@ public:
                                      QObject* parent = nullptr);
     ~SorvelandrixRecorderApp() override;
 
-    // Loads the main window and creates the tray. False when the views
-    // could not be loaded (the reasons are on standard error).
-    bool launch();
+    // Loads the main window, creates the tray and offers the control
+    // interface on the session bus. False when the views could not be
+    // loaded (the reasons are on standard error). `hidden` (a start at
+    // login) leaves the window closed when there is a tray to reach it from.
+    bool launch(bool hidden = false);
+    // Later starts of the application show the window or pass on their
+    // recording command.
+    void listenTo(SingleInstance& instance);
 
     AuthManager& auth() { return *m_auth; }
     AudioRecorder& recorder() { return *m_recorder; }
@@ -52,6 +59,7 @@ public:
     RecordingsListController& recordingsList() { return *m_recordingsList; }
     JoinMeetingController& joinMeeting() { return *m_joinMeeting; }
     FloatingPanelController& floatingPanel() { return *m_floatingPanel; }
+    RecorderControl& control() { return *m_control; }
     QQuickWindow* mainWindow() const { return m_window; }
     QQmlApplicationEngine& engine() { return m_engine; }
 
@@ -80,6 +88,7 @@ private:
     std::unique_ptr<RecordingsListController> m_recordingsList;
     std::unique_ptr<JoinMeetingController> m_joinMeeting;
     std::unique_ptr<AppDelegate> m_delegate;
+    std::unique_ptr<RecorderControl> m_control;
     QQmlApplicationEngine m_engine;
     // Builds its panel with the engine, so it goes first.
     std::unique_ptr<FloatingPanelController> m_floatingPanel;

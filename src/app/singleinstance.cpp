@@ -10,7 +10,8 @@ namespace sorv {
 
 namespace {
 constexpr int kConnectTimeoutMs = 1000;
-const QByteArray kShowMessage = "show\n";
+const QStringList kCommands = {QStringLiteral("start"), QStringLiteral("stop"),
+                               QStringLiteral("toggle")};
 } // namespace
 
 SingleInstance::SingleInstance(QString name, QObject* parent)
@@ -20,9 +21,14 @@ SingleInstance::SingleInstance(QString name, QObject* parent)
         while (QLocalSocket* socket = m_server.nextPendingConnection()) {
             connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
             connect(socket, &QLocalSocket::readyRead, this, [this, socket] {
-                if (socket->readAll().contains("show"))
-                    Q_EMIT activationRequested();
+                if (!socket->canReadLine())
+                    return;
+                const QString line = QString::fromUtf8(socket->readLine()).trimmed();
                 socket->disconnectFromServer();
+                if (line == QLatin1String("show"))
+                    Q_EMIT activationRequested();
+                else if (kCommands.contains(line))
+                    Q_EMIT commandReceived(line);
             });
         }
     });
@@ -41,13 +47,13 @@ QString SingleInstance::socketPath() const
     return QDir(dir).filePath(m_name);
 }
 
-bool SingleInstance::claim()
+bool SingleInstance::claim(const QString& command)
 {
     const QString path = socketPath();
     QLocalSocket probe;
     probe.connectToServer(path);
     if (probe.waitForConnected(kConnectTimeoutMs)) {
-        probe.write(kShowMessage);
+        probe.write((command.isEmpty() ? QStringLiteral("show") : command).toUtf8() + '\n');
         probe.waitForBytesWritten(kConnectTimeoutMs);
         probe.disconnectFromServer();
         return false;

@@ -201,6 +201,14 @@ Item {
                 }
             }
             MenuRow {
+                objectName: "startAtLoginButton"
+                text: "Start at login"
+                symbol: root.helpers.autostart.enabled ? "checkmark-circle" : "clock"
+                Accessible.role: Accessible.CheckBox
+                Accessible.checked: root.helpers.autostart.enabled
+                onClicked: root.helpers.autostart.enabled = !root.helpers.autostart.enabled
+            }
+            MenuRow {
                 objectName: "signOutButton"
                 text: qsTr("Sign Out")
                 symbol: "sign-out"

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ui/autostartentry.h"
+
 #include <QObject>
 #include <QString>
 #include <QUrl>
@@ -14,6 +16,7 @@ namespace sorv {
 class ViewHelpers : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString serverOrigin READ serverOrigin CONSTANT)
+    Q_PROPERTY(sorv::AutostartEntry* autostart READ autostart CONSTANT)
 
 public:
     using UrlOpener = std::function<void(const QUrl&)>;
@@ -24,6 +27,8 @@ public:
     void setUrlOpener(UrlOpener opener) { m_opener = std::move(opener); }
 
     QString serverOrigin() const;
+    // "Start at login" in the user menu.
+    AutostartEntry* autostart() { return &m_autostart; }
     Q_INVOKABLE QString mfaDigits(const QString& typed) const;
     Q_INVOKABLE void openUrl(const QString& url) const;
 
@@ -32,6 +37,7 @@ Q_SIGNALS:
 
 private:
     UrlOpener m_opener;
+    AutostartEntry m_autostart;
 };
 
 } // namespace sorv

@@ -23,6 +23,7 @@
 #include <QQuickItem>
 #include <QQuickStyle>
 #include <QQuickWindow>
+#include <QSettings>
 #include <QSignalSpy>
 #include <QTest>
 #include <QtQml/qqmlextensionplugin.h>
@@ -233,6 +234,30 @@ private Q_SLOTS:
         QVERIFY(!m_app->auth().isLoggedIn());
         QTRY_VERIFY(!showsTabs());
         QVERIFY(item("signInButton") != nullptr);
+    }
+
+    // The entry starts this very program, hidden in the tray, at the next
+    // login; switched off, nothing of it stays behind.
+    void startAtLoginWritesAndRemovesTheAutostartEntry()
+    {
+        signIn();
+        const QString entry = m_env->path(QStringLiteral("config/autostart/"
+                                                         "sorvelandrix-recorder.desktop"));
+        QCOMPARE(AutostartEntry::filePath(), entry);
+        press("userMenuButton");
+        QTRY_VERIFY(shown("userMenu"));
+        press("startAtLoginButton");
+        QTRY_VERIFY(QFile::exists(entry));
+        const QSettings desktop(entry, QSettings::IniFormat);
+        QCOMPARE(desktop.value("Desktop Entry/Exec").toString(),
+                 QCoreApplication::applicationFilePath() + QStringLiteral(" --hidden"));
+        QVERIFY(m_app->helpers().autostart()->isEnabled());
+        press("startAtLoginButton");
+        QTRY_VERIFY(!QFile::exists(entry));
+        // The desktop's own settings switch it off with Hidden=true.
+        QVERIFY(m_app->helpers().autostart()->setEnabled(true));
+        QSettings(entry, QSettings::IniFormat).setValue("Desktop Entry/Hidden", true);
+        QVERIFY(!m_app->helpers().autostart()->isEnabled());
     }
 
     void tabsSwitchTheContent()
