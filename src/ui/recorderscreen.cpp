@@ -41,10 +41,12 @@ QString sectionOf(const ScreenCaptureTargetOption& option)
     switch (option.kind.type) {
     case Type::MainDisplay:
     case Type::Display:
+    case Type::PortalMonitor:
         return QStringLiteral("Displays");
     case Type::Application:
         return QStringLiteral("Applications");
     case Type::Window:
+    case Type::PortalWindow:
         return QStringLiteral("Windows");
     }
     return {};
