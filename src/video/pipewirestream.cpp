@@ -116,7 +116,8 @@ PipeWireStream::open(int fd, std::uint32_t nodeID, std::shared_ptr<FramePool> po
     s->m_listener = std::make_unique<spa_hook>();
     pw_stream_add_listener(s->m_stream, s->m_listener.get(), &events, s.get());
     std::array<std::uint8_t, 1024> buffer{};
-    spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer.data(), buffer.size());
+    spa_pod_builder b{};
+    spa_pod_builder_init(&b, buffer.data(), std::uint32_t(buffer.size()));
     const spa_pod* params[] = {formatParam(&b)};
     const int rc = pw_stream_connect(
         s->m_stream, PW_DIRECTION_INPUT, nodeID,
@@ -217,7 +218,8 @@ void PipeWireStream::onParamChanged(void* data, std::uint32_t id, const spa_pod*
            size.width(), size.height());
     self->m_formatKnown.notify_all();
     std::array<std::uint8_t, 1024> buffer{};
-    spa_pod_builder b = SPA_POD_BUILDER_INIT(buffer.data(), buffer.size());
+    spa_pod_builder b{};
+    spa_pod_builder_init(&b, buffer.data(), std::uint32_t(buffer.size()));
     const spa_pod* params[] = {buffersParam(&b, size.width() * 4, size.height())};
     pw_stream_update_params(self->m_stream, params, 1);
 }

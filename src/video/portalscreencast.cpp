@@ -112,6 +112,11 @@ int PortalScreenCast::dialogTimeoutMs()
 
 void PortalScreenCast::probe(QObject* context, const std::function<void(bool)>& done)
 {
+    // A call on a bus that is not there would never answer.
+    if (!QDBusConnection::sessionBus().isConnected()) {
+        QTimer::singleShot(0, context, [done] { done(false); });
+        return;
+    }
     QDBusMessage get = QDBusMessage::createMethodCall(
         serviceName(), objectPath(), QStringLiteral("org.freedesktop.DBus.Properties"),
         QStringLiteral("Get"));
@@ -214,46 +219,45 @@ void PortalScreenCast::startSession()
 {
     // No parent window handle: a Wayland one needs xdg-foreign, and the
     // dialog then simply comes up on its own.
-    request(QStringLiteral("Start"),
-            {QVariant::fromValue(QDBusObjectPath(m_sessionPath)), QString()}, {}, dialogTimeoutMs(),
-            [this](std::uint32_t, const QVariantMap& results) {
-                const QString token = results.value(QStringLiteral("restore_token")).toString();
-                if (!token.isEmpty())
-                    Settings::setValue(restoreTokenKey(m_source), token);
-                else if (!m_sentToken.isEmpty())
-                    Settings::remove(restoreTokenKey(m_source));
-                const QDBusArgument streams =
-                    results.value(QStringLiteral("streams")).value<QDBusArgument>();
-                bool found = false;
-                streams.beginArray();
-                while (!streams.atEnd()) {
-                    std::uint32_t node = 0;
-                    QVariantMap props;
-                    streams.beginStructure();
-                    streams >> node >> props;
-                    streams.endStructure();
-                    if (found)
-                        continue;
-                    found = true;
-                    m_nodeID = node;
-                    const QVariant size = props.value(QStringLiteral("size"));
-                    if (size.canConvert<QDBusArgument>()) {
-                        int w = 0;
-                        int h = 0;
-                        const QDBusArgument arg = size.value<QDBusArgument>();
-                        arg.beginStructure();
-                        arg >> w >> h;
-                        arg.endStructure();
-                        m_size = QSize(w, h);
-                    }
+    request(
+        QStringLiteral("Start"), {QVariant::fromValue(QDBusObjectPath(m_sessionPath)), QString()},
+        {}, dialogTimeoutMs(), [this](std::uint32_t, const QVariantMap& results) {
+            const QString token = results.value(QStringLiteral("restore_token")).toString();
+            if (!token.isEmpty())
+                Settings::setValue(restoreTokenKey(m_source), token);
+            else if (!m_sentToken.isEmpty())
+                Settings::remove(restoreTokenKey(m_source));
+            const auto streams = results.value(QStringLiteral("streams")).value<QDBusArgument>();
+            bool found = false;
+            streams.beginArray();
+            while (!streams.atEnd()) {
+                std::uint32_t node = 0;
+                QVariantMap props;
+                streams.beginStructure();
+                streams >> node >> props;
+                streams.endStructure();
+                if (found)
+                    continue;
+                found = true;
+                m_nodeID = node;
+                const QVariant size = props.value(QStringLiteral("size"));
+                if (size.canConvert<QDBusArgument>()) {
+                    int w = 0;
+                    int h = 0;
+                    const auto arg = size.value<QDBusArgument>();
+                    arg.beginStructure();
+                    arg >> w >> h;
+                    arg.endStructure();
+                    m_size = QSize(w, h);
                 }
-                streams.endArray();
-                if (!found) {
-                    fail(QStringLiteral("The desktop shared no screen or window."));
-                    return;
-                }
-                openRemote();
-            });
+            }
+            streams.endArray();
+            if (!found) {
+                fail(QStringLiteral("The desktop shared no screen or window."));
+                return;
+            }
+            openRemote();
+        });
 }
 
 void PortalScreenCast::openRemote()
@@ -407,7 +411,7 @@ void PortalScreenCast::fail(const QString& message)
     finish({Result::Status::Failed, message, {}, 0, {}});
 }
 
-void PortalScreenCast::finish(Result result)
+void PortalScreenCast::finish(const Result& result)
 {
     if (m_done == nullptr)
         return;

@@ -85,7 +85,7 @@ private:
                  Next next);
     void listen(const QString& requestPath);
     void stopListening();
-    void finish(Result result);
+    void finish(const Result& result);
     void fail(const QString& message);
 
     Source m_source = Source::Monitor;
