@@ -136,6 +136,9 @@ PipeWireStream::~PipeWireStream()
 {
     if (m_loop)
         pw_thread_loop_stop(m_loop);
+    // Our own disconnect is no failure to report.
+    if (m_listener && m_stream)
+        spa_hook_remove(m_listener.get());
     if (m_stream)
         pw_stream_destroy(m_stream);
     if (m_core)
