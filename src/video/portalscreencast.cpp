@@ -193,7 +193,11 @@ void PortalScreenCast::createSession()
 
 void PortalScreenCast::selectSources()
 {
-    const std::uint32_t wanted = m_source == Source::Window ? kWindow : kMonitor;
+    std::uint32_t wanted = m_source == Source::Window ? kWindow : kMonitor;
+    // A portal that shares no single windows (some wlroots ones) is asked
+    // for a screen instead of failing.
+    if (m_sourceTypes != 0 && (m_sourceTypes & wanted) == 0)
+        wanted = kMonitor;
     QVariantMap options{{QStringLiteral("types"), QVariant::fromValue(wanted)},
                         {QStringLiteral("multiple"), false}};
     // Versions before 2 know no cursor modes; an unknown option is an error

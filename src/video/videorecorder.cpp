@@ -26,6 +26,7 @@
 #include <cstdio>
 #include <ctime>
 #include <limits>
+#include <utility>
 
 namespace sorv {
 
@@ -445,9 +446,15 @@ void VideoRecorder::startPortal(std::uint64_t session, const ScreenCaptureTarget
     auto* portal = new PortalScreenCast(this);
     m_portal = portal;
     // The desktop's "Stop sharing": the recording ends as a Stop would end it.
+    // Still starting, it ends as soon as it has started.
+    m_endAfterStart = false;
     connect(portal, &PortalScreenCast::closed, this, [this, session] {
-        if (session == m_session && m_state.kind() == VideoRecorderState::Kind::Recording)
+        if (session != m_session)
+            return;
+        if (m_state.kind() == VideoRecorderState::Kind::Recording)
             Q_EMIT captureEnded();
+        else if (m_state.kind() == VideoRecorderState::Kind::Preparing)
+            m_endAfterStart = true;
     });
     const Type type = target.kind.type;
     const auto source =
@@ -554,6 +561,11 @@ void VideoRecorder::finishStart(std::uint64_t session, const QString& outputPath
     setState(VideoRecorderState::recording());
     m_elapsedTimer.start();
     done(std::nullopt);
+    if (std::exchange(m_endAfterStart, false))
+        QTimer::singleShot(0, this, [this, session] {
+            if (session == m_session && m_state.kind() == VideoRecorderState::Kind::Recording)
+                Q_EMIT captureEnded();
+        });
 }
 
 void VideoRecorder::failStart(std::uint64_t session, const VideoRecorderError& error,

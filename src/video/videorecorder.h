@@ -146,6 +146,7 @@ private:
     std::shared_ptr<VideoCore> m_core;
     std::shared_ptr<CaptureStream> m_capture;
     QPointer<PortalScreenCast> m_portal; // Wayland: the desktop's sharing session
+    bool m_endAfterStart = false;        // the desktop stopped sharing while starting
 
     QTimer m_elapsedTimer;
     QElapsedTimer m_startWallClock;

@@ -8,9 +8,10 @@ gone when the session closes.
     screencastportal.py FORMAT_FILE BEHAVIOUR_FILE LOG_FILE
 
 FORMAT_FILE holds the pattern's pixel format (BGRx, RGBx, ...) and
-BEHAVIOUR_FILE what to do; both are read at every Start. The behaviour is: "share", "cancel" (the user cancelled
-the dialog), "silent" (no Response ever comes) or "close" (shares, then ends
-the session a moment later, as "Stop sharing" does). LOG_FILE gets one JSON
+BEHAVIOUR_FILE what to do, both read at every Start: "share", "cancel" (the
+user cancelled the dialog) or "silent" (no Response ever comes). The test's
+own method org.sorvelandrix.Test.StopSharing ends every session as the
+desktop's "Stop sharing" does. LOG_FILE gets one JSON
 line per call with its options, and "dialog" lines when the user would have
 been asked."""
 
@@ -182,11 +183,15 @@ class ScreenCast(dbus.service.Object):
                                                    signature="ii", variant_level=1),
                                "source_type": dbus.UInt32(s.types, variant_level=1)}),
                              signature="ua{sv}")
-        if mode == "close":
-            GLib.timeout_add(1500, lambda: (s.Closed({}), s.end(), False)[2])
         return self.request(sender, options, 0, {
             "streams": dbus.Array([stream], signature="(ua{sv})"),
             "restore_token": dbus.String(token)})
+
+    @dbus.service.method("org.sorvelandrix.Test")
+    def StopSharing(self):
+        for s in list(sessions.values()):
+            s.Closed({})
+            s.end()
 
     @dbus.service.method(IFACE, in_signature="oa{sv}", out_signature="h")
     def OpenPipeWireRemote(self, session, options):

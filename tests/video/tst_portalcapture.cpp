@@ -13,6 +13,7 @@
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
+#include <QDBusMessage>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -83,7 +84,7 @@ public:
         return QTest::qWaitFor([] { return !portalRegistered(); }, 5000);
     }
 
-    // What the portal does at the next Start: share, cancel, silent, close;
+    // What the portal does at the next Start: share, cancel, silent;
     // and the shared pattern's pixel format.
     void setBehaviour(const QString& behaviour, const QString& format = QStringLiteral("BGRx"))
     {
@@ -285,15 +286,20 @@ void TestPortalCapture::recordsTheSharedScreenAskingOnce()
 
 void TestPortalCapture::desktopStopsSharing()
 {
-    m_desktop->setBehaviour(QStringLiteral("close"));
+    m_desktop->setBehaviour(QStringLiteral("share"));
     VideoRecorder recorder;
     QSignalSpy ended(&recorder, &VideoCapture::captureEnded);
     const QString path = m_isolated.path(QStringLiteral("closed.mp4"));
     const auto error = startAndWait(recorder, path, QStringLiteral("portal:window"));
     QVERIFY2(!error, qPrintable(error ? error->description() : QString()));
     QCOMPARE(m_desktop->calls(QStringLiteral("SelectSources")).back().value("types").toInt(), 2);
+    QTRY_VERIFY_WITH_TIMEOUT(recorder.statistics().framesWritten >= 5, 20000);
+    // The desktop's "Stop sharing".
+    const QDBusMessage stop = QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
+        PortalScreenCast::serviceName(), PortalScreenCast::objectPath(),
+        QStringLiteral("org.sorvelandrix.Test"), QStringLiteral("StopSharing")));
+    QCOMPARE(stop.type(), QDBusMessage::ReplyMessage);
     QVERIFY(ended.wait(10000));
-    QVERIFY(recorder.statistics().framesWritten > 0);
     // What the recording controller does with it: the file is finished.
     const auto result = stopAndWait(recorder);
     QVERIFY2(!result.error, qPrintable(result.error ? result.error->description() : ""));
