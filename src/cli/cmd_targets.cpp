@@ -22,9 +22,11 @@ QString heading(ScreenCaptureTargetOption::Kind::Type type)
     case Type::Application:
         return QStringLiteral("Applications");
     case Type::Window:
+    case Type::PortalWindow:
         return QStringLiteral("Windows");
     case Type::Display:
     case Type::MainDisplay:
+    case Type::PortalMonitor:
         break;
     }
     return QStringLiteral("Displays");

@@ -48,9 +48,13 @@ AudioRecorder::AudioRecorder(std::unique_ptr<RecordingEngine> engine, QObject* p
     qRegisterMetaType<InputDevice>();
     m_clock.setInterval(kClockIntervalMs);
     connect(&m_clock, &QTimer::timeout, this, [this] { setElapsed(recordedSeconds()); });
-    // X11 lets every client capture: the probe answers at once.
-    m_screenProbe = [](const std::function<void(ProbeResult)>& done) {
-        done(screenCapturePreflight() ? ProbeResult::Allowed : ProbeResult::Failed);
+    // X11 lets every client capture: the probe answers at once. On Wayland
+    // the desktop asks in its own dialog when the video starts; the probe
+    // only finds out whether a ScreenCast portal is there to ask.
+    m_screenProbe = [this](const std::function<void(ProbeResult)>& done) {
+        probeScreenCaptureAvailable(this, [done](bool available) {
+            done(available ? ProbeResult::Allowed : ProbeResult::Failed);
+        });
     };
     m_videoFactory = [](QObject* owner) { return new VideoRecorder(owner); };
     connect(&m_uploader, &RecordingUploader::progress, this,
@@ -488,6 +492,11 @@ void AudioRecorder::startVideo(std::uint64_t session, const QString& wav, const 
             }
             setVideoRecorder(video);
             setIsVideoMode(true);
+            // The desktop's "Stop sharing" ends the recording as Stop does.
+            connect(video, &VideoCapture::captureEnded, this, [this, video] {
+                if (video == m_videoRecorder)
+                    stopRecording();
+            });
             m_videoAudioSink = video->audioSink();
             rewireMixedBuffers();
             startClock();
@@ -505,7 +514,10 @@ void AudioRecorder::videoStartFailed(const QString& wav, const QString& mp4,
     setVideoRecorder(nullptr);
     setIsVideoMode(false);
     setPaths({}, {}, {});
-    setState(RecordingState::error(kVideoStartFailed + error.description()));
+    // The user's own choice needs no "failed to start" in front of it.
+    setState(RecordingState::error(error.code() == VideoRecorderError::Code::SharingCancelled
+                                       ? error.description()
+                                       : kVideoStartFailed + error.description()));
     // Without its video the recording is not what was asked for: the engine
     // stops too, and its file goes once it is closed.
     m_engine->stop([this, wav] {

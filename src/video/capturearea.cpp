@@ -62,7 +62,10 @@ std::optional<CaptureArea> resolveCaptureArea(const ShareableContent& content,
 {
     using Type = ScreenCaptureTargetOption::Kind::Type;
     switch (kind.type) {
+    case Type::PortalWindow:
+        return std::nullopt; // only the desktop's dialog can pick one
     case Type::MainDisplay:
+    case Type::PortalMonitor:
         if (const DisplayInfo* d = content.mainDisplay())
             return displayArea(*d, CaptureArea::Mode::Display);
         return std::nullopt;

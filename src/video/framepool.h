@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QRect>
+#include <QSize>
 #include <QString>
 
 #include <array>
@@ -46,6 +48,17 @@ private:
     std::array<Slot, kCapacity> m_slots{};
     mutable std::mutex m_mutex;
     std::array<bool, kCapacity> m_busy{};
+};
+
+// One captured picture in a pool slot: `size` pixels of bgr0 at `stride`
+// bytes a row, to be placed at `destination` inside the video frame (the rest
+// is black). An empty size stands for a black frame.
+struct GrabbedFrame {
+    int slot = -1;
+    QSize size;
+    int stride = 0;
+    QRect destination;
+    std::int64_t hostTimeNs = 0; // CLOCK_MONOTONIC, the moment of the capture
 };
 
 } // namespace sorv

@@ -1,15 +1,56 @@
 #include "screencaptureaccess.h"
 
+#include "video/portalscreencast.h"
+
 #include <QtGlobal>
+
+#include <atomic>
 
 namespace sorv {
 
+namespace {
+
+// What the last probe found; until one has run, a portal is assumed.
+std::atomic<bool> g_portalAnswered{true};
+
+} // namespace
+
+ScreenCaptureBackend screenCaptureBackend()
+{
+    const QByteArray forced = qgetenv("SORVELANDRIX_SCREEN_CAPTURE");
+    if (forced == "portal")
+        return ScreenCaptureBackend::Portal;
+    if (forced == "x11")
+        return ScreenCaptureBackend::X11;
+    const bool wayland =
+        !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") || qgetenv("XDG_SESSION_TYPE") == "wayland";
+    return wayland ? ScreenCaptureBackend::Portal : ScreenCaptureBackend::X11;
+}
+
 bool screenCapturePreflight()
 {
-    // A saved portal restore token will make a Wayland session "allowed"
-    // once the portal path exists.
-    return qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") ||
-           !qEnvironmentVariableIsEmpty("DISPLAY");
+    if (screenCaptureBackend() == ScreenCaptureBackend::X11)
+        return true;
+    return PortalScreenCast::hasRestoreToken(PortalScreenCast::Source::Monitor) ||
+           PortalScreenCast::hasRestoreToken(PortalScreenCast::Source::Window);
+}
+
+void probeScreenCaptureAvailable(QObject* context, const std::function<void(bool)>& done)
+{
+    if (screenCaptureBackend() == ScreenCaptureBackend::X11) {
+        done(true);
+        return;
+    }
+    PortalScreenCast::probe(context, [done](bool available) {
+        g_portalAnswered.store(available);
+        done(available);
+    });
+}
+
+QString screenCastPortalMissingText()
+{
+    return QStringLiteral("Screen sharing needs xdg-desktop-portal and a portal for your desktop "
+                          "(GNOME, KDE or wlroots).");
 }
 
 QString screenCaptureAllowedButNotAppliedText()
@@ -37,6 +78,8 @@ QString screenCaptureNotAllowedText()
 
 QString screenCaptureAdviceText()
 {
+    if (screenCaptureBackend() == ScreenCaptureBackend::Portal && !g_portalAnswered.load())
+        return screenCastPortalMissingText();
     return screenCapturePreflight() ? screenCaptureAllowedButNotAppliedText()
                                     : screenCaptureNotAllowedText();
 }

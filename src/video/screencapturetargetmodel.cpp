@@ -49,10 +49,12 @@ QString ScreenCaptureTargetModel::section(const ScreenCaptureTargetOption& optio
     switch (option.kind.type) {
     case Type::MainDisplay:
     case Type::Display:
+    case Type::PortalMonitor:
         return tr("Displays");
     case Type::Application:
         return tr("Applications");
     case Type::Window:
+    case Type::PortalWindow:
         return tr("Windows");
     }
     return {};

@@ -11,10 +11,28 @@ QString ScreenCaptureTargetOption::Kind::name() const
         return QStringLiteral("application");
     case Type::Window:
         return QStringLiteral("window");
+    case Type::PortalMonitor:
+        return QStringLiteral("portalMonitor");
+    case Type::PortalWindow:
+        return QStringLiteral("portalWindow");
     case Type::MainDisplay:
         break;
     }
     return QStringLiteral("mainDisplay");
+}
+
+ScreenCaptureTargetOption ScreenCaptureTargetOption::portalMonitor()
+{
+    return {QStringLiteral("portal:monitor"), QStringLiteral("Entire screen"),
+            QStringLiteral("Chosen in the desktop's sharing dialog"),
+            Kind::portal(Kind::Type::PortalMonitor)};
+}
+
+ScreenCaptureTargetOption ScreenCaptureTargetOption::portalWindow()
+{
+    return {QStringLiteral("portal:window"), QStringLiteral("A window"),
+            QStringLiteral("Chosen in the desktop's sharing dialog"),
+            Kind::portal(Kind::Type::PortalWindow)};
 }
 
 ScreenCaptureTargetOption ScreenCaptureTargetOption::mainDisplay()
@@ -54,6 +72,10 @@ std::optional<ScreenCaptureTargetOption> ScreenCaptureTargetOption::fromID(const
 {
     if (id == QLatin1String("display:main"))
         return mainDisplay();
+    if (id == QLatin1String("portal:monitor"))
+        return portalMonitor();
+    if (id == QLatin1String("portal:window"))
+        return portalWindow();
     const auto number = [&id](QLatin1String prefix) -> std::optional<std::uint32_t> {
         if (!id.startsWith(prefix))
             return std::nullopt;

@@ -23,7 +23,9 @@ public:
     // application's "bundle identifier" is its WM_CLASS class name, and a
     // window identifier is the client window's XID.
     struct Kind {
-        enum class Type { Display, Application, Window, MainDisplay };
+        // PortalMonitor and PortalWindow: on Wayland the desktop's sharing
+        // dialog picks which screen or window.
+        enum class Type { Display, Application, Window, MainDisplay, PortalMonitor, PortalWindow };
 
         Type type = Type::MainDisplay;
         std::uint32_t displayID = 0; // Display
@@ -34,8 +36,10 @@ public:
         static Kind application(const QString& bundle) { return {Type::Application, 0, bundle, 0}; }
         static Kind window(std::uint32_t id) { return {Type::Window, 0, {}, id}; }
         static Kind mainDisplay() { return {}; }
+        static Kind portal(Type t) { return {t, 0, {}, 0}; }
 
-        // "display", "application", "window", "mainDisplay"
+        // "display", "application", "window", "mainDisplay", "portalMonitor",
+        // "portalWindow"
         QString name() const;
 
         friend bool operator==(const Kind&, const Kind&) = default;
@@ -55,9 +59,13 @@ public:
                                                  const QString& name);
     static ScreenCaptureTargetOption window(std::uint32_t windowID, const QString& title,
                                             const QString& applicationName);
+    // Wayland: "Entire screen" and "A window", each picked in the desktop's
+    // sharing dialog ("portal:monitor", "portal:window").
+    static ScreenCaptureTargetOption portalMonitor();
+    static ScreenCaptureTargetOption portalWindow();
     // The option an id stands for ("display:main", "display:N", "app:CLASS",
-    // "window:N"), without the title and subtitle only a listing knows;
-    // nothing for an id of no such form.
+    // "window:N", "portal:monitor", "portal:window"), without the title and subtitle only a listing
+    // knows; nothing for an id of no such form.
     static std::optional<ScreenCaptureTargetOption> fromID(const QString& id);
 
     friend bool operator==(const ScreenCaptureTargetOption&,

@@ -1,6 +1,7 @@
 #include "screencapturetargetstore.h"
 
 #include "core/notify.h"
+#include "video/screencaptureaccess.h"
 #include "video/videorecordererror.h"
 
 #include <QCollator>
@@ -8,6 +9,7 @@
 #include <QPointer>
 #include <QSet>
 #include <QThreadPool>
+#include <QTimer>
 
 #include <algorithm>
 #include <unistd.h>
@@ -111,6 +113,23 @@ void ScreenCaptureTargetStore::reload()
 {
     const std::uint64_t generation = ++m_generation;
     setIsLoading(true);
+    if (screenCaptureBackend() == ScreenCaptureBackend::Portal) {
+        // Nothing to list: the desktop's dialog picks the screen or window.
+        QTimer::singleShot(0, this, [this, generation] {
+            if (generation != m_generation)
+                return;
+            const QList<ScreenCaptureTargetOption> portal{
+                ScreenCaptureTargetOption::portalMonitor(),
+                ScreenCaptureTargetOption::portalWindow()};
+            setAndNotify(this, m_options, portal, &ScreenCaptureTargetStore::optionsChanged);
+            if (m_selectedID != portal.at(1).id)
+                setSelectedID(portal.at(0).id);
+            setLoadError(QString());
+            setIsLoading(false);
+            Q_EMIT reloaded();
+        });
+        return;
+    }
     struct Result {
         std::optional<ShareableContent> content;
         ShareableContentError error;

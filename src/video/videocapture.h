@@ -87,6 +87,9 @@ Q_SIGNALS:
     // file, later ones are ignored. The audio's source may stop now, while the
     // file is still being finished. A failed stop never says it.
     void audioEnded();
+    // While recording: the desktop ended the screen sharing ("Stop
+    // sharing"). The recording should end as if Stop had been pressed.
+    void captureEnded();
 };
 
 } // namespace sorv

@@ -8,6 +8,8 @@
 #include "video/capturearea.h"
 #include "video/framepool.h"
 #include "video/mp4writer.h"
+#include "video/pipewirestream.h"
+#include "video/portalscreencast.h"
 #include "video/screencaptureaccess.h"
 #include "video/shareablecontent.h"
 #include "video/videolog.h"
@@ -24,6 +26,7 @@
 #include <cstdio>
 #include <ctime>
 #include <limits>
+#include <utility>
 
 namespace sorv {
 
@@ -108,7 +111,7 @@ struct VideoCore {
     std::int64_t audioFailures = 0;
     std::uint64_t cancelledUpTo = 0; // sessions up to this one were torn down
 
-    void onFrame(const FramePool& pool, const X11ScreenGrabber::Frame& frame);
+    void onFrame(const FramePool& pool, const GrabbedFrame& frame);
     void onAudio(const std::vector<float>& samples, std::int64_t hostTimeNs);
     void reset()
     {
@@ -126,6 +129,7 @@ struct VideoCore {
 struct CaptureStream {
     std::shared_ptr<VideoCore> core; // for its counters
     std::unique_ptr<X11ScreenGrabber> grabber;
+    std::unique_ptr<PipeWireStream> portalStream; // instead of the grabber on Wayland
     std::shared_ptr<FramePool> pool;
     std::unique_ptr<QTimer> timer;
     std::int64_t nextDueNs = 0;
@@ -142,6 +146,8 @@ struct CaptureStream {
             timer.release()->deleteLater();
         }
         grabber.reset();
+        // Joins the PipeWire thread: no frame is posted after this.
+        portalStream.reset();
         pool.reset();
     }
 };
@@ -200,7 +206,7 @@ void CaptureStream::tick(SerialQueue& videoQueue, const QPointer<VideoRecorder>&
     timer->start(int((nextDueNs - now + 999'999) / 1'000'000));
 }
 
-void VideoCore::onFrame(const FramePool& pool, const X11ScreenGrabber::Frame& frame)
+void VideoCore::onFrame(const FramePool& pool, const GrabbedFrame& frame)
 {
     if (!writer || !writer->isOpen() || frame.hostTimeNs >= stoppedAtNs.load())
         return;
@@ -330,6 +336,50 @@ void VideoRecorder::start(const QString& outputPath, const ScreenCaptureTargetOp
         fail(VideoRecorderError::invalidState(QStringLiteral("start() cancelled by tearDown()")));
     };
 
+    // On the capture queue, once the source is ready: the file on the video
+    // queue, then back on the capture queue `begin` lets the frames come.
+    const auto openFile = [=](QSize size, const std::function<void()>& begin) {
+        videoQueue->post([=] {
+            if (session <= core->cancelledUpTo) {
+                cancelled();
+                return;
+            }
+            core->reset();
+            auto writer = std::make_unique<Mp4Writer>();
+            QString writerError;
+            if (!writer->open(outputPath, Mp4Writer::defaultSettings(size), &writerError)) {
+                writer.reset();
+                QFile::remove(outputPath); // at most a header
+                captureQueue->post([capture, session] {
+                    if (capture->session == session)
+                        capture->stop();
+                });
+                fail(VideoRecorderError::writerSetupFailed(writerError));
+                return;
+            }
+            core->writer = std::move(writer);
+            core->path = outputPath;
+            core->lock = outputLock;
+
+            captureQueue->post([=] {
+                if (session <= capture->cancelledUpTo || capture->session != session ||
+                    (!capture->grabber && !capture->portalStream)) {
+                    cancelled();
+                    return;
+                }
+                begin();
+                onMain(self, [session, done, outputPath, size](VideoRecorder& r) {
+                    r.finishStart(session, outputPath, size, done);
+                });
+            });
+        });
+    };
+
+    if (screenCaptureBackend() == ScreenCaptureBackend::Portal) {
+        startPortal(session, target, openFile, fail, cancelled);
+        return;
+    }
+
     // On the capture queue: what is on screen, the target's area, the grabber.
     m_captureQueue->post([=] {
         if (session <= capture->cancelledUpTo) {
@@ -340,9 +390,7 @@ void VideoRecorder::start(const QString& outputPath, const ScreenCaptureTargetOp
         const auto connection = x11::Connection::open(&why);
         if (!connection) {
             qCWarning(lcVideo, "No X display to capture: %s", qPrintable(why));
-            // A Wayland desktop has a screen, only not one we may read.
-            fail(screenCapturePreflight() ? VideoRecorderError::noDisplay()
-                                          : VideoRecorderError::permissionDenied());
+            fail(VideoRecorderError::noDisplay());
             return;
         }
         ShareableContentError contentError;
@@ -373,52 +421,127 @@ void VideoRecorder::start(const QString& outputPath, const ScreenCaptureTargetOp
         capture->session = session;
         capture->grabber = std::move(grabber);
         capture->pool = std::move(pool);
-        const QSize size = area->videoSize;
+        // The frame clock.
+        openFile(area->videoSize, [capture, videoQueue, self] {
+            capture->timer = std::make_unique<QTimer>();
+            capture->timer->setSingleShot(true);
+            capture->timer->setTimerType(Qt::PreciseTimer);
+            CaptureStream* stream = capture.get();
+            QObject::connect(capture->timer.get(), &QTimer::timeout, capture->timer.get(),
+                             [stream, videoQueue, self] { stream->tick(*videoQueue, self); });
+            capture->nextDueNs = monotonicNowNs();
+            capture->timer->start(0);
+        });
+    });
+}
 
-        // On the video queue: the file.
-        videoQueue->post([=] {
-            if (session <= core->cancelledUpTo) {
+void VideoRecorder::startPortal(std::uint64_t session, const ScreenCaptureTargetOption& target,
+                                const OpenFile& openFile, const Fail& fail,
+                                const std::function<void()>& cancelled)
+{
+    using Type = ScreenCaptureTargetOption::Kind::Type;
+    using Status = PortalScreenCast::Result::Status;
+    const QPointer<VideoRecorder> self(this);
+    closePortal();
+    auto* portal = new PortalScreenCast(this);
+    m_portal = portal;
+    // The desktop's "Stop sharing": the recording ends as a Stop would end it.
+    // Still starting, it ends as soon as it has started.
+    m_endAfterStart = false;
+    connect(portal, &PortalScreenCast::closed, this, [this, session] {
+        if (session != m_session)
+            return;
+        if (m_state.kind() == VideoRecorderState::Kind::Recording)
+            Q_EMIT captureEnded();
+        else if (m_state.kind() == VideoRecorderState::Kind::Preparing)
+            m_endAfterStart = true;
+    });
+    const Type type = target.kind.type;
+    const auto source =
+        type == Type::PortalWindow || type == Type::Window || type == Type::Application
+            ? PortalScreenCast::Source::Window
+            : PortalScreenCast::Source::Monitor;
+    SerialQueue* videoQueue = m_videoQueue.get();
+    std::shared_ptr<VideoCore> core = m_core;
+    std::shared_ptr<CaptureStream> capture = m_capture;
+    portal->start(source, [=](const PortalScreenCast::Result& result) {
+        if (!self || self->m_session != session) {
+            cancelled();
+            return;
+        }
+        switch (result.status) {
+        case Status::Cancelled:
+            fail(VideoRecorderError::sharingCancelled());
+            return;
+        case Status::NoPortal:
+            fail(VideoRecorderError::noScreenCastPortal());
+            return;
+        case Status::Failed:
+            fail(VideoRecorderError::scStreamStartFailed(result.message));
+            return;
+        case Status::Started:
+            break;
+        }
+        // Waiting for the stream's format blocks the capture queue, never
+        // the GUI thread.
+        self->m_captureQueue->post([=] {
+            if (session <= capture->cancelledUpTo) {
                 cancelled();
                 return;
             }
-            core->reset();
-            auto writer = std::make_unique<Mp4Writer>();
-            QString writerError;
-            if (!writer->open(outputPath, Mp4Writer::defaultSettings(size), &writerError)) {
-                writer.reset();
-                QFile::remove(outputPath); // at most a header
-                captureQueue->post([capture, session] {
-                    if (capture->session == session)
-                        capture->stop();
-                });
-                fail(VideoRecorderError::writerSetupFailed(writerError));
+            auto pool = std::make_shared<FramePool>();
+            QString why;
+            QSize size;
+            auto stream =
+                PipeWireStream::open(result.remote.fileDescriptor(), result.nodeID, pool, &why);
+            if (!stream || !stream->waitForFormat(PortalScreenCast::callTimeoutMs(), &size, &why)) {
+                fail(VideoRecorderError::scStreamStartFailed(why));
                 return;
             }
-            core->writer = std::move(writer);
-            core->path = outputPath;
-            core->lock = outputLock;
-
-            // Back on the capture queue: start the frame clock.
-            captureQueue->post([=] {
-                if (session <= capture->cancelledUpTo || capture->session != session ||
-                    !capture->grabber) {
-                    cancelled();
-                    return;
-                }
-                capture->timer = std::make_unique<QTimer>();
-                capture->timer->setSingleShot(true);
-                capture->timer->setTimerType(Qt::PreciseTimer);
-                CaptureStream* stream = capture.get();
-                QObject::connect(capture->timer.get(), &QTimer::timeout, capture->timer.get(),
-                                 [stream, videoQueue, self] { stream->tick(*videoQueue, self); });
-                capture->nextDueNs = monotonicNowNs();
-                capture->timer->start(0);
-                onMain(self, [session, done, outputPath, size](VideoRecorder& r) {
-                    r.finishStart(session, outputPath, size, done);
-                });
+            capture->stop();
+            capture->session = session;
+            capture->portalStream = std::move(stream);
+            capture->pool = pool;
+            const QSize videoSize(std::max(2, size.width() & ~1), std::max(2, size.height() & ~1));
+            openFile(videoSize, [=] {
+                capture->portalStream->setSink(
+                    videoSize,
+                    [core, pool, videoQueue](const GrabbedFrame& frame) {
+                        Counters& counters = core->counters;
+                        counters.framesDue.fetch_add(1);
+                        if (frame.slot < 0) {
+                            counters.framesDroppedQueueFull.fetch_add(1);
+                            return;
+                        }
+                        const int waiting = pool->inUse();
+                        int seen = counters.maxFramesWaiting.load();
+                        while (waiting > seen &&
+                               !counters.maxFramesWaiting.compare_exchange_weak(seen, waiting)) {
+                        }
+                        counters.framesGrabbed.fetch_add(1);
+                        videoQueue->post([core, pool, frame] {
+                            core->onFrame(*pool, frame);
+                            pool->release(frame.slot);
+                        });
+                    },
+                    [self](const QString& message) {
+                        qCWarning(lcVideo, "Screen capture stopped with error: %s",
+                                  qPrintable(message));
+                        onMain(self,
+                               [message](VideoRecorder& r) { Q_EMIT r.captureFailed(message); });
+                    });
             });
         });
     });
+}
+
+void VideoRecorder::closePortal()
+{
+    if (!m_portal)
+        return;
+    m_portal->close();
+    m_portal->deleteLater();
+    m_portal = nullptr;
 }
 
 void VideoRecorder::finishStart(std::uint64_t session, const QString& outputPath, QSize size,
@@ -438,6 +561,11 @@ void VideoRecorder::finishStart(std::uint64_t session, const QString& outputPath
     setState(VideoRecorderState::recording());
     m_elapsedTimer.start();
     done(std::nullopt);
+    if (std::exchange(m_endAfterStart, false))
+        QTimer::singleShot(0, this, [this, session] {
+            if (session == m_session && m_state.kind() == VideoRecorderState::Kind::Recording)
+                Q_EMIT captureEnded();
+        });
 }
 
 void VideoRecorder::failStart(std::uint64_t session, const VideoRecorderError& error,
@@ -579,6 +707,7 @@ void VideoRecorder::finishStop(std::uint64_t session, const StopResult& result,
         return;
     }
     m_outputPath.clear();
+    closePortal();
     if (result.error) {
         setState(VideoRecorderState::error(result.error->description()));
         done(result);
@@ -606,6 +735,7 @@ void VideoRecorder::tearDown()
     });
     m_outputPath.clear();
     m_startWallClock.invalidate();
+    closePortal();
     setState(VideoRecorderState::idle());
 }
 

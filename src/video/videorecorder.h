@@ -8,6 +8,7 @@
 #include <QElapsedTimer>
 #include <QMetaType>
 #include <QObject>
+#include <QPointer>
 #include <QSize>
 #include <QString>
 #include <QTimer>
@@ -19,6 +20,7 @@
 
 namespace sorv {
 
+class PortalScreenCast;
 class RecordingFileLock;
 class SerialQueue;
 struct VideoCore;
@@ -28,12 +30,18 @@ struct CaptureStream;
 // recording's mixed audio: H.264 (libx264, High, 4 Mbit/s, a key frame every
 // 60 frames) and AAC (mono, 44.1 kHz, 128 kbit/s).
 //
+// Where the screen comes from: on X11 the recorder grabs it itself; on a
+// Wayland session the desktop shares it (see PortalScreenCast), its own
+// dialog picking the screen or window, and the pictures come over PipeWire.
+//
 // Threads. The object lives on the GUI thread, where `state` and `elapsed`
-// change and every completion is called. The screen is grabbed on the queue
+// change and every completion is called. On X11 the screen is grabbed on the queue
 // com.sorvelandrix.video.capture, paced by a timer at up to 30 frames a second;
 // each grab goes to the queue com.sorvelandrix.video.screen, which does all
 // conversion, encoding and writing. At most five grabbed frames wait for the
-// encoder: a grab that would make a sixth is not made, and counted.
+// encoder: a grab that would make a sixth is not made, and counted. On
+// Wayland, PipeWire's thread copies each picture the desktop sends into the
+// same pool and posts it to the same queue.
 //
 // Timing. Frames and audio buffers carry CLOCK_MONOTONIC times; the file's
 // time zero is the first frame written. Audio from before it is not written;
@@ -77,8 +85,9 @@ public:
     // Only from idle. Replaces a file at `outputPath`. Resolves the target
     // against the screen as it is now; `done` gets nothing on success or the
     // reason (noDisplay when the target's display, window or application is
-    // gone, or there is no X server; permissionDenied on a Wayland session
-    // without one). `outputLock`, the lock taken with the file's name, is
+    // gone, or there is no X server; on Wayland sharingCancelled when the
+    // user cancelled the desktop's dialog, noScreenCastPortal when no portal
+    // answers). `outputLock`, the lock taken with the file's name, is
     // held while the file is written and let go once it is finished.
     void start(const QString& outputPath, const ScreenCaptureTargetOption& target,
                StartCompletion done,
@@ -112,6 +121,13 @@ Q_SIGNALS:
     void captureFailed(const QString& message);
 
 private:
+    using OpenFile = std::function<void(QSize size, const std::function<void()>& begin)>;
+    using Fail = std::function<void(const VideoRecorderError& error)>;
+
+    void startPortal(std::uint64_t session, const ScreenCaptureTargetOption& target,
+                     const OpenFile& openFile, const Fail& fail,
+                     const std::function<void()>& cancelled);
+    void closePortal();
     void setState(const VideoRecorderState& state);
     void setElapsed(double v);
     void finishStart(std::uint64_t session, const QString& outputPath, QSize size,
@@ -129,6 +145,8 @@ private:
     std::unique_ptr<SerialQueue> m_captureQueue;
     std::shared_ptr<VideoCore> m_core;
     std::shared_ptr<CaptureStream> m_capture;
+    QPointer<PortalScreenCast> m_portal; // Wayland: the desktop's sharing session
+    bool m_endAfterStart = false;        // the desktop stopped sharing while starting
 
     QTimer m_elapsedTimer;
     QElapsedTimer m_startWallClock;

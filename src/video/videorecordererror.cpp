@@ -1,5 +1,7 @@
 #include "videorecordererror.h"
 
+#include "video/screencaptureaccess.h"
+
 namespace sorv {
 
 QString VideoRecorderError::description() const
@@ -18,6 +20,10 @@ QString VideoRecorderError::description() const
                               "Recorder when your desktop asks, or in its privacy settings.");
     case Code::NoDisplay:
         return QStringLiteral("No display found for screen capture.");
+    case Code::SharingCancelled:
+        return QStringLiteral("Screen sharing was cancelled.");
+    case Code::NoScreenCastPortal:
+        return screenCastPortalMissingText();
     case Code::NotRecording:
         break;
     }

@@ -16,6 +16,8 @@ public:
         PermissionDenied,
         NoDisplay,
         NotRecording,
+        SharingCancelled,
+        NoScreenCastPortal,
     };
 
     // Listing what is on screen failed.
@@ -39,6 +41,10 @@ public:
     static VideoRecorderError permissionDenied() { return {Code::PermissionDenied, {}}; }
     static VideoRecorderError noDisplay() { return {Code::NoDisplay, {}}; }
     static VideoRecorderError notRecording() { return {Code::NotRecording, {}}; }
+    // Wayland: the user cancelled the desktop's sharing dialog.
+    static VideoRecorderError sharingCancelled() { return {Code::SharingCancelled, {}}; }
+    // Wayland: nothing answers for the desktop's ScreenCast portal.
+    static VideoRecorderError noScreenCastPortal() { return {Code::NoScreenCastPortal, {}}; }
 
     Code code() const { return m_code; }
     const QString& message() const { return m_message; }

@@ -23,15 +23,7 @@ namespace sorv {
 // connection).
 class X11ScreenGrabber {
 public:
-    // One grabbed picture: `size` pixels of bgr0 at `stride` bytes a row, to
-    // be placed at `destination` inside the video frame (the rest is black).
-    struct Frame {
-        int slot = -1;
-        QSize size;
-        int stride = 0;
-        QRect destination;
-        std::int64_t hostTimeNs = 0; // CLOCK_MONOTONIC, the moment of the grab
-    };
+    using Frame = GrabbedFrame;
 
     ~X11ScreenGrabber();
     X11ScreenGrabber(const X11ScreenGrabber&) = delete;

@@ -39,6 +39,8 @@ struct FakeVideos {
     int made = 0;
     int capturing = 0;
     int mostCapturing = 0;
+    std::optional<VideoRecorderError> startError; // the next start fails so
+    VideoCapture* last = nullptr;
 };
 
 class FakeVideo : public VideoCapture {
@@ -46,11 +48,16 @@ public:
     FakeVideo(QObject* parent, FakeVideos& videos) : VideoCapture(parent), m_videos(videos)
     {
         ++m_videos.made;
+        m_videos.last = this;
     }
     const VideoRecorderState& state() const override { return m_state; }
     void start(const QString& path, const ScreenCaptureTargetOption&, StartCompletion done,
                const std::shared_ptr<RecordingFileLock>& lock) override
     {
+        if (const auto error = std::exchange(m_videos.startError, std::nullopt)) {
+            QTimer::singleShot(0, this, [done, error] { done(error); });
+            return;
+        }
         m_state = VideoRecorderState::recording();
         m_path = path;
         m_lock = lock;
@@ -142,6 +149,7 @@ private Q_SLOTS:
     void durationIsHandedToTheEngine();
     void fatalErrorDuringRecording();
     void oneCaptureAtATime();
+    void desktopSharingCancelledOrEnded();
     void silentMicrophoneMessage_data();
     void silentMicrophoneMessage();
     void freshNamesAndNoOverwrite();
@@ -383,6 +391,31 @@ void TestAudioRecorder::fatalErrorDuringRecording()
     QTest::qWait(50);
     QCOMPARE(f.recorder.state(), RecordingState::idle());
     QCOMPARE(f.engine->stopCalls, 1);
+}
+
+void TestAudioRecorder::desktopSharingCancelledOrEnded()
+{
+    Fixture f;
+    f.useFakeVideo();
+    // The desktop's sharing dialog cancelled: in the user's own words, and
+    // neither file is left.
+    f.videos.startError = VideoRecorderError::sharingCancelled();
+    f.recorder.requestStartRecording(true);
+    QTRY_COMPARE(f.recorder.state(),
+                 RecordingState::error(QStringLiteral("Screen sharing was cancelled.")));
+    QVERIFY(f.recorder.outputPath().isEmpty());
+    QTRY_COMPARE(QDir(recordingsDirectory()).entryList(QDir::Files), QStringList());
+
+    // The desktop's "Stop sharing" during a recording: as if Stop were
+    // pressed, both files kept.
+    f.recorder.resetToIdle();
+    f.recorder.requestStartRecording(true);
+    QTRY_COMPARE(f.recorder.state().kind(), Kind::Recording);
+    const QString mp4 = f.recorder.outputPath();
+    Q_EMIT f.videos.last->captureEnded();
+    QTRY_COMPARE(f.recorder.state().kind(), Kind::PendingSave);
+    QCOMPARE(f.recorder.outputPath(), mp4);
+    QVERIFY(!f.recorder.lastWavPath().isEmpty());
 }
 
 void TestAudioRecorder::oneCaptureAtATime()

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "video/framepool.h"
+
+#include <QSize>
+#include <QString>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+struct pw_thread_loop;
+struct pw_context;
+struct pw_core;
+struct pw_stream;
+struct spa_hook;
+struct spa_pod;
+
+namespace sorv {
+
+// A screen-cast video stream from PipeWire: the node the desktop's portal
+// shared, on the connection the portal opened. Negotiates 32-bit RGB in
+// shared-memory buffers; on PipeWire's own thread each picture is copied
+// into a free slot of the frame pool as bgr0, stamped with CLOCK_MONOTONIC
+// and handed to the sink, which posts it on. Nothing else happens there.
+class PipeWireStream {
+public:
+    // Called on the PipeWire thread with a filled slot, or with slot -1 for a
+    // picture dropped because every slot waits for the encoder; must not
+    // block.
+    using Sink = std::function<void(const GrabbedFrame& frame)>;
+    // Called on the PipeWire thread once when the stream fails or the
+    // desktop takes it away.
+    using Failure = std::function<void(const QString& message)>;
+
+    ~PipeWireStream();
+    PipeWireStream(const PipeWireStream&) = delete;
+    PipeWireStream& operator=(const PipeWireStream&) = delete;
+
+    // Takes a duplicate of `fd`. Null with `error` when PipeWire refuses.
+    static std::unique_ptr<PipeWireStream> open(int fd, std::uint32_t nodeID,
+                                                std::shared_ptr<FramePool> pool, QString* error);
+
+    // Blocks the calling (capture) thread until the stream has a format, at
+    // most `timeoutMs`; the picture size in `size`.
+    bool waitForFormat(int timeoutMs, QSize* size, QString* error);
+    // From now on pictures go to `sink`, fitted into `videoSize`; before,
+    // they are dropped.
+    void setSink(QSize videoSize, Sink sink, Failure failure);
+
+private:
+    PipeWireStream() = default;
+
+    static void onStateChanged(void* data, int old, int state, const char* error);
+    static void onParamChanged(void* data, std::uint32_t id, const spa_pod* param);
+    static void onProcess(void* data);
+    void fail(const QString& message);
+
+    pw_thread_loop* m_loop = nullptr;
+    pw_context* m_context = nullptr;
+    pw_core* m_core = nullptr;
+    pw_stream* m_stream = nullptr;
+    std::unique_ptr<spa_hook> m_listener;
+    std::shared_ptr<FramePool> m_pool;
+
+    std::mutex m_mutex;
+    std::condition_variable m_formatKnown;
+    QSize m_size;          // negotiated picture size
+    bool m_swapRB = false; // RGBx/RGBA: red and blue trade places on the copy
+    QString m_error;
+    QSize m_videoSize;
+    Sink m_sink;
+    Failure m_failure;
+};
+
+} // namespace sorv
