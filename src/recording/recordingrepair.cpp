@@ -54,7 +54,7 @@ double movieSeconds(QFile& file, const Box& moov)
             const bool wide = b.at(0) == 1;
             if (wide && b.size() < 32)
                 return 0;
-            const quint32 scale = qFromBigEndian<quint32>(b.constData() + (wide ? 20 : 12));
+            const auto scale = qFromBigEndian<quint32>(b.constData() + (wide ? 20 : 12));
             const quint64 duration = wide ? qFromBigEndian<quint64>(b.constData() + 24)
                                           : qFromBigEndian<quint32>(b.constData() + 16);
             return scale > 0 ? static_cast<double>(duration) / scale : 0;
@@ -124,9 +124,9 @@ RepairResult repairWav(const QString& path)
     result.ok = true;
 
     file.seek(data + 4);
-    const quint32 saidData = qFromLittleEndian<quint32>(file.read(4).constData());
+    const auto saidData = qFromLittleEndian<quint32>(file.read(4).constData());
     file.seek(4);
-    const quint32 saidRiff = qFromLittleEndian<quint32>(file.read(4).constData());
+    const auto saidRiff = qFromLittleEndian<quint32>(file.read(4).constData());
     bool right = dataStart + dataBytes == fileSize;
     if (rf64) {
         file.seek(ds64 + 8);

@@ -5,14 +5,12 @@
 
 #include <optional>
 
-namespace sorv {
-
 // Why a kept recording's last upload failed, in the settings that every
 // program of the user shares, so the list of recordings not uploaded yet can
 // say it and the application can try again after a network failure, even
 // one that another program met. Keyed by the file's name in the recordings
 // folder.
-namespace uploadfailurelog {
+namespace sorv::uploadfailurelog {
 
 struct Entry {
     QString message;
@@ -25,6 +23,4 @@ std::optional<Entry> lookup(const QString& path);
 // The recordings whose last failure was a network one.
 QStringList transientPaths();
 
-} // namespace uploadfailurelog
-
-} // namespace sorv
+} // namespace sorv::uploadfailurelog
