@@ -1,6 +1,7 @@
 #include "recorderapp.h"
 
 #include "app/floatingpanelcontroller.h"
+#include "app/keptrecordings.h"
 #include "audio/recordingengine.h"
 #include "core/log.h"
 #include "core/secretstore.h"
@@ -84,6 +85,13 @@ SorvelandrixRecorderApp::SorvelandrixRecorderApp(std::unique_ptr<RecordingEngine
     hooks.openUrl = [](const QUrl& url) { QDesktopServices::openUrl(url); };
     hooks.quit = [this] { requestQuit(); };
     m_delegate = std::make_unique<AppDelegate>(std::move(hooks));
+    KeptRecordings::Hooks keptHooks;
+    keptHooks.windowActive = [this] { return m_window && m_window->isActive(); };
+    keptHooks.openUrl = [](const QUrl& url) { QDesktopServices::openUrl(url); };
+    keptHooks.showMainWindow = [this] { showMainWindow(); };
+    m_kept = std::make_unique<KeptRecordings>(*m_recorder, *m_auth, std::move(keptHooks));
+    connect(&m_kept->pending(), &PendingRecordings::countChanged, this,
+            [this] { m_delegate->setPendingCount(m_kept->pending().count()); });
 }
 
 SorvelandrixRecorderApp::~SorvelandrixRecorderApp()
@@ -113,6 +121,7 @@ bool SorvelandrixRecorderApp::launch()
         {QStringLiteral("recordingsList"), QVariant::fromValue<QObject*>(m_recordingsList.get())},
         {QStringLiteral("joinMeeting"), QVariant::fromValue<QObject*>(m_joinMeeting.get())},
         {QStringLiteral("floatingPanel"), QVariant::fromValue<QObject*>(m_floatingPanel.get())},
+        {QStringLiteral("pendingRecordings"), QVariant::fromValue<QObject*>(&m_kept->pending())},
     });
     m_engine.load(QUrl(QStringLiteral("qrc:/Sorvelandrix/Ui/Main.qml")));
     const auto roots = m_engine.rootObjects();

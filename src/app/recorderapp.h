@@ -15,6 +15,7 @@ class AudioRecorder;
 class AuthManager;
 class FloatingPanelController;
 class JoinMeetingController;
+class KeptRecordings;
 class PasskeyManager;
 class RecordingEngine;
 class PasskeyOperations;
@@ -52,6 +53,7 @@ public:
     RecordingsListController& recordingsList() { return *m_recordingsList; }
     JoinMeetingController& joinMeeting() { return *m_joinMeeting; }
     FloatingPanelController& floatingPanel() { return *m_floatingPanel; }
+    KeptRecordings& keptRecordings() { return *m_kept; }
     QQuickWindow* mainWindow() const { return m_window; }
     QQmlApplicationEngine& engine() { return m_engine; }
 
@@ -80,6 +82,7 @@ private:
     std::unique_ptr<RecordingsListController> m_recordingsList;
     std::unique_ptr<JoinMeetingController> m_joinMeeting;
     std::unique_ptr<AppDelegate> m_delegate;
+    std::unique_ptr<KeptRecordings> m_kept;
     QQmlApplicationEngine m_engine;
     // Builds its panel with the engine, so it goes first.
     std::unique_ptr<FloatingPanelController> m_floatingPanel;
