@@ -85,6 +85,8 @@ void AppDelegate::buildMenu()
     m_titleSeparator->setVisible(!m_display.title.isEmpty());
 
     m_menu->addAction(tr("Open Sorvelandrix"), this, &AppDelegate::showMainWindow);
+    m_pendingAction = m_menu->addAction(QString(), this, &AppDelegate::showMainWindow);
+    setPendingCount(m_pendingCount);
     m_menu->addSeparator();
     m_menu->addAction(tr("Open Dashboard in Browser"), this, &AppDelegate::openDashboard);
     m_menu->addSeparator();
@@ -92,6 +94,16 @@ void AppDelegate::buildMenu()
     m_menu->addSeparator();
     QAction* quit = m_menu->addAction(tr("Quit Sorvelandrix"), this, &AppDelegate::quitApp);
     quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+}
+
+void AppDelegate::setPendingCount(int count)
+{
+    m_pendingCount = count;
+    if (!m_pendingAction)
+        return;
+    m_pendingAction->setText(count == 1 ? tr("1 recording not uploaded")
+                                        : tr("%1 recordings not uploaded").arg(count));
+    m_pendingAction->setVisible(count > 0);
 }
 
 void AppDelegate::bindRecorder(QObject* recorder)

@@ -51,6 +51,8 @@ public:
     void setUpdater(QObject* updater) { m_updater = updater; }
     // Follows this recorder from now on (replacing any earlier one).
     void bindRecorder(QObject* recorder);
+    // "N recordings not uploaded" in the menu while N > 0.
+    void setPendingCount(int count);
 
     // Redraws icon, title and tooltip from the recorder's state.
     void updateStatusItem();
@@ -90,6 +92,8 @@ private:
     std::unique_ptr<QMenu> m_menu;
     QAction* m_titleAction = nullptr;
     QAction* m_titleSeparator = nullptr;
+    QAction* m_pendingAction = nullptr;
+    int m_pendingCount = 0;
     QPointer<AuthManager> m_auth;
     QPointer<QObject> m_updater;
     QPointer<QObject> m_recorder;

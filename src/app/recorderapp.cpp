@@ -1,6 +1,7 @@
 #include "recorderapp.h"
 
 #include "app/floatingpanelcontroller.h"
+#include "app/keptrecordings.h"
 #include "app/recordercontrol.h"
 #include "app/singleinstance.h"
 #include "audio/recordingengine.h"
@@ -88,6 +89,13 @@ SorvelandrixRecorderApp::SorvelandrixRecorderApp(std::unique_ptr<RecordingEngine
     m_delegate = std::make_unique<AppDelegate>(std::move(hooks));
     m_control =
         std::make_unique<RecorderControl>(*m_recorderScreen, *m_auth, [this] { showMainWindow(); });
+    KeptRecordings::Hooks keptHooks;
+    keptHooks.windowActive = [this] { return m_window && m_window->isActive(); };
+    keptHooks.openUrl = [](const QUrl& url) { QDesktopServices::openUrl(url); };
+    keptHooks.showMainWindow = [this] { showMainWindow(); };
+    m_kept = std::make_unique<KeptRecordings>(*m_recorder, *m_auth, std::move(keptHooks));
+    connect(&m_kept->pending(), &PendingRecordings::countChanged, this,
+            [this] { m_delegate->setPendingCount(m_kept->pending().count()); });
 }
 
 SorvelandrixRecorderApp::~SorvelandrixRecorderApp()
@@ -117,6 +125,7 @@ bool SorvelandrixRecorderApp::launch(bool hidden)
         {QStringLiteral("recordingsList"), QVariant::fromValue<QObject*>(m_recordingsList.get())},
         {QStringLiteral("joinMeeting"), QVariant::fromValue<QObject*>(m_joinMeeting.get())},
         {QStringLiteral("floatingPanel"), QVariant::fromValue<QObject*>(m_floatingPanel.get())},
+        {QStringLiteral("pendingRecordings"), QVariant::fromValue<QObject*>(&m_kept->pending())},
     });
     m_engine.load(QUrl(QStringLiteral("qrc:/Sorvelandrix/Ui/Main.qml")));
     const auto roots = m_engine.rootObjects();

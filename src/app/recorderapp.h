@@ -15,6 +15,7 @@ class AudioRecorder;
 class AuthManager;
 class FloatingPanelController;
 class JoinMeetingController;
+class KeptRecordings;
 class PasskeyManager;
 class RecordingEngine;
 class PasskeyOperations;
@@ -60,6 +61,7 @@ public:
     JoinMeetingController& joinMeeting() { return *m_joinMeeting; }
     FloatingPanelController& floatingPanel() { return *m_floatingPanel; }
     RecorderControl& control() { return *m_control; }
+    KeptRecordings& keptRecordings() { return *m_kept; }
     QQuickWindow* mainWindow() const { return m_window; }
     QQmlApplicationEngine& engine() { return m_engine; }
 
@@ -89,6 +91,7 @@ private:
     std::unique_ptr<JoinMeetingController> m_joinMeeting;
     std::unique_ptr<AppDelegate> m_delegate;
     std::unique_ptr<RecorderControl> m_control;
+    std::unique_ptr<KeptRecordings> m_kept;
     QQmlApplicationEngine m_engine;
     // Builds its panel with the engine, so it goes first.
     std::unique_ptr<FloatingPanelController> m_floatingPanel;

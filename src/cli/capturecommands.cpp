@@ -2,6 +2,7 @@
 // tests link them (sorvelandrix_cli).
 
 #include "cli/commands.h"
+#include "video/mp4writer.h"
 
 namespace sorv::cli {
 
@@ -16,6 +17,14 @@ CommandFn captureCommandRun(const QString& name)
     if (name == QLatin1String("mix"))
         return runMix;
     return {};
+}
+
+Mp4Remuxer captureMp4Remuxer()
+{
+    return [](const QString& from, const QString& to, QString* error) {
+        // The packet count is not known: the muxer finds room for the index.
+        return Mp4Writer::remuxWithIndexFirst(from, to, 0, error);
+    };
 }
 
 } // namespace sorv::cli

@@ -65,4 +65,9 @@ CommandFn captureCommandRun(const QString& /*name*/)
     return handOff;
 }
 
+Mp4Remuxer captureMp4Remuxer()
+{
+    return {};
+}
+
 } // namespace sorv::cli

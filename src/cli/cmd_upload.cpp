@@ -13,6 +13,7 @@
 #include "cli/commands.h"
 #include "cli/uploadreporter.h"
 #include "core/signalnotifier.h"
+#include "recording/pendingrecordings.h"
 #include "recording/recordinguploader.h"
 
 #include <QFileInfo>
@@ -25,8 +26,10 @@ namespace {
 
 int runUpload(CommandContext& ctx)
 {
+    if (ctx.args == QStringList{QStringLiteral("--all")})
+        return runUploadAll(ctx);
     if (ctx.args.size() != 1) {
-        ctx.error(QStringLiteral("Usage: sorvelandrix upload FILE"));
+        ctx.error(QStringLiteral("Usage: sorvelandrix upload FILE | --all"));
         return kExitUsage;
     }
     const QFileInfo file(ctx.args.at(0));
@@ -54,7 +57,7 @@ int runUpload(CommandContext& ctx)
             ctx.closeOutput();
         uploader.cancel();
     });
-    QTimer::singleShot(0, &uploader, [&] { uploader.upload(path, {}); });
+    QTimer::singleShot(0, &uploader, [&] { uploader.upload(path, recordingCompanions(path)); });
     return ctx.exec();
 }
 
@@ -62,9 +65,10 @@ int runUpload(CommandContext& ctx)
 
 Command uploadCommand()
 {
-    return {QStringLiteral("upload"), QStringLiteral("upload FILE"),
-            QStringLiteral("upload a kept recording to the service (with progress); a recording "
-                           "in the recordings directory is deleted once the service has it"),
+    return {QStringLiteral("upload"), QStringLiteral("upload FILE | --all"),
+            QStringLiteral("upload a kept recording to the service (with progress), or --all of "
+                           "them (see `pending`); a recording in the recordings directory is "
+                           "deleted once the service has it"),
             runUpload};
 }
 

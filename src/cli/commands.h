@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/command.h"
+#include "recording/recordingrepair.h"
 
 namespace sorv::cli {
 
@@ -15,6 +16,9 @@ Command meetingsCommand();
 Command joinCommand();
 Command stopBotCommand();
 Command followCommand();
+Command pendingCommand();
+// upload --all: every recording not uploaded yet, one after the other.
+int runUploadAll(CommandContext& ctx);
 
 // The commands that record, or ask the sound server or the screen: they need
 // the capture stack (PulseAudio, FFmpeg and x264, xcb, pocketsphinx). Their
@@ -29,6 +33,9 @@ Command targetsCommand();
 Command mixCommand();
 QString recordUsage();
 CommandFn captureCommandRun(const QString& name);
+// What rewrites a video left by a crash: FFmpeg's, in the capture program;
+// none in `sorvelandrix`, which hands such work to it.
+Mp4Remuxer captureMp4Remuxer();
 
 // The capture commands themselves, each in its own file.
 int runRecord(CommandContext& ctx);

@@ -11,8 +11,8 @@
 namespace sorv::cli {
 
 UploadReporter::UploadReporter(CommandContext& ctx, RecordingUploader& uploader,
-                               const QString& path)
-    : m_ctx(ctx), m_path(path), m_size(QFileInfo(path).size())
+                               const QString& path, std::function<void(bool uploaded)> done)
+    : m_ctx(ctx), m_done(std::move(done)), m_path(path), m_size(QFileInfo(path).size())
 {
     connect(&uploader, &RecordingUploader::progress, this, &UploadReporter::onProgress);
     connect(&uploader, &RecordingUploader::finished, this, &UploadReporter::onFinished);
@@ -75,7 +75,7 @@ void UploadReporter::onFinished(const RecordingUploader::Outcome& outcome)
             e.insert(QStringLiteral("url"), address);
         }
         m_ctx.event(e);
-        m_ctx.finish(kExitOk);
+        end(true);
         return;
     }
     if (m_barShown)
@@ -91,7 +91,15 @@ void UploadReporter::onFinished(const RecordingUploader::Outcome& outcome)
     if (QFileInfo::exists(m_path))
         m_ctx.error(
             QStringLiteral("The recording is kept at %1\nRetry with: %2").arg(m_path, retry));
-    m_ctx.finish(kExitFailure);
+    end(false);
+}
+
+void UploadReporter::end(bool uploaded)
+{
+    if (m_done)
+        m_done(uploaded);
+    else
+        m_ctx.finish(uploaded ? kExitOk : kExitFailure);
 }
 
 } // namespace sorv::cli

@@ -34,6 +34,13 @@ QVariant Settings::value(const QString& key, const QVariant& fallback)
     return store()->value(key, fallback);
 }
 
+QStringList Settings::childGroups(const QString& group)
+{
+    auto s = store();
+    s->beginGroup(group);
+    return s->childGroups();
+}
+
 void Settings::setValue(const QString& key, const QVariant& value)
 {
     auto s = store();

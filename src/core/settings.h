@@ -2,6 +2,7 @@
 
 #include <QSettings>
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 #include <memory>
@@ -21,6 +22,8 @@ public:
     static void setValue(const QString& key, const QVariant& value);
     static void remove(const QString& key);
     static bool contains(const QString& key);
+    // The names of the groups directly under `group`.
+    static QStringList childGroups(const QString& group);
 
     // The server origin: the run's override (--server / SORVELANDRIX_SERVER),
     // else the `sorvelandrix_server` setting, else the default origin.

@@ -5,6 +5,7 @@
 #include "core/mainthread.h"
 #include "core/paths.h"
 #include "recording/uploadbody.h"
+#include "recording/uploadfailurelog.h"
 #include "service/authmanager.h"
 #include "service/requestrules.h"
 
@@ -63,16 +64,25 @@ void RecordingUploader::finish(Outcome outcome)
     m_files.clear();
     m_running = false;
     outcome.path = m_path;
+    // Remembered for the list of recordings not uploaded yet; a recording
+    // busy elsewhere has not failed.
+    if (isInRecordingsDirectory(m_path)) {
+        if (outcome.kind == Outcome::Kind::Uploaded)
+            uploadfailurelog::forget(m_path);
+        else if (outcome.keepForRetry && !m_busy)
+            uploadfailurelog::record(m_path, {outcome.message, outcome.transient});
+    }
     Q_EMIT finished(outcome);
 }
 
-void RecordingUploader::fail(const QString& message, bool keepForRetry)
+void RecordingUploader::fail(const QString& message, bool keepForRetry, bool transient)
 {
     consoleLog(QStringLiteral("❌ %1").arg(message));
     Outcome outcome;
     outcome.kind = Outcome::Kind::Failed;
     outcome.message = message;
     outcome.keepForRetry = keepForRetry;
+    outcome.transient = transient;
     finish(outcome);
 }
 
@@ -93,6 +103,7 @@ void RecordingUploader::upload(const QString& path, const QStringList& companion
         return;
     m_running = true;
     m_path = path;
+    m_busy = false;
     ++m_generation;
     if (!m_auth) {
         fail(QStringLiteral("Not logged in"), false);
@@ -126,10 +137,11 @@ bool RecordingUploader::lockFiles(const QString& path, const QStringList& compan
     for (const QString& file : QStringList{path} + companions) {
         auto lock = std::make_shared<RecordingFileLock>(RecordingFileLock::tryLock(file));
         if (lock->status() == RecordingFileLock::Status::Busy) {
+            m_busy = true;
             fail(QStringLiteral("This recording is still being written or uploaded by another "
                                 "program: %1")
                      .arg(file),
-                 true);
+                 true, true);
             return false;
         }
         if (lock->isHeld()) {
@@ -163,7 +175,7 @@ void RecordingUploader::checkSession(const Attempt& attempt)
                 return;
             case AuthManager::TokenCheck::Unreachable:
                 // A network that misbehaves for a moment is not a sign-out.
-                fail(QStringLiteral("Upload failed: ") + error, true);
+                fail(QStringLiteral("Upload failed: ") + error, true, true);
                 return;
             }
         });
@@ -245,13 +257,18 @@ void RecordingUploader::send(const Attempt& attempt, bool allowAuthRetry)
                     answer.body = m_received;
                 } else {
                     answer.transportError = true;
+                    // A connection that dropped after the body went out may
+                    // have delivered it: that is the user's call, not ours.
+                    m_transportTransient = reply->error() != QNetworkReply::RemoteHostClosedError &&
+                                           m_received.size() <= kMaxJsonAnswerBytes;
                     const QString refused = refusalReason(reply);
                     if (m_received.size() > kMaxJsonAnswerBytes)
                         answer.errorText =
                             QStringLiteral("Upload failed: the server's answer is too large");
-                    else if (!refused.isEmpty())
+                    else if (!refused.isEmpty()) {
+                        m_transportTransient = false;
                         answer.errorText = QStringLiteral("Upload failed: ") + refused;
-                    else
+                    } else
                         answer.errorText = uploadTransportFailureMessage(
                             reply->error(), reply->errorString(), m_transferTimeoutMs);
                 }
@@ -264,7 +281,7 @@ void RecordingUploader::answered(const Attempt& attempt, bool allowAuthRetry,
                                  const HttpAnswer& answer)
 {
     if (answer.transportError)
-        return fail(answer.errorText, true);
+        return fail(answer.errorText, true, m_transportTransient);
 
     if (answer.status == 401 && allowAuthRetry && m_auth) {
         consoleLog(QStringLiteral("🔄 Upload answered 401, refreshing the session once"));
@@ -279,7 +296,8 @@ void RecordingUploader::answered(const Attempt& attempt, bool allowAuthRetry,
                     return;
                 case AuthManager::RefreshOutcome::Failed:
                     // The service could not be asked; the session stands.
-                    fail(QStringLiteral("Upload failed: the session could not be refreshed"), true);
+                    fail(QStringLiteral("Upload failed: the session could not be refreshed"), true,
+                         true);
                     return;
                 case AuthManager::RefreshOutcome::Refused:
                 case AuthManager::RefreshOutcome::NoRefreshToken:
@@ -292,7 +310,7 @@ void RecordingUploader::answered(const Attempt& attempt, bool allowAuthRetry,
     }
 
     if (answer.status != 200)
-        return fail(uploadFailureMessage(answer.body, answer.status), true);
+        return fail(uploadFailureMessage(answer.body, answer.status), true, answer.status >= 500);
 
     // A network that answers everything with its own sign-in page (hotels,
     // trains) says 200 too, and so may a proxy or a service having a bad

@@ -47,6 +47,9 @@ public:
         QString name;              // Uploaded: the file's name
         std::optional<QString> id; // Uploaded: the service's recording id
         bool keepForRetry = false; // the recording stays and Retry can send it
+        // Failed for a reason that may pass by itself (no connection, a
+        // timeout, a 5xx, the file busy elsewhere): worth trying again later.
+        bool transient = false;
     };
 
     static constexpr int kUploadTimeoutMs = Timeouts::kUploadMs;
@@ -93,7 +96,7 @@ private:
     void send(const Attempt& attempt, bool allowAuthRetry);
     void answered(const Attempt& attempt, bool allowAuthRetry, const HttpAnswer& answer);
     void succeed(const Attempt& attempt, const std::optional<QString>& id);
-    void fail(const QString& message, bool keepForRetry);
+    void fail(const QString& message, bool keepForRetry, bool transient = false);
     void requireSignIn(const QString& message);
     void finish(Outcome outcome);
     void abortTransfer();
@@ -115,6 +118,8 @@ private:
     };
     std::vector<LockedFile> m_files; // the recording first, then its companions
     QString m_path;                  // the recording of the upload under way
+    bool m_busy = false;             // another program holds it
+    bool m_transportTransient = false;
 };
 
 } // namespace sorv

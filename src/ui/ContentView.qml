@@ -12,6 +12,7 @@ Item {
     property var passkeyManager: null
     property var recorderScreen: null
     property var recordingsList: null
+    property var pendingRecordings: null
     property var joinMeeting: null
     property var floatingPanel: null
 
@@ -43,6 +44,7 @@ Item {
             passkeyManager: root.passkeyManager
             recorderScreen: root.recorderScreen
             recordingsList: root.recordingsList
+            pendingRecordings: root.pendingRecordings
             joinMeeting: root.joinMeeting
             floatingPanel: root.floatingPanel
         }

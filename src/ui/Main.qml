@@ -16,6 +16,7 @@ ApplicationWindow {
     property var passkeyManager: null
     property var recorderScreen: null
     property var recordingsList: null
+    property var pendingRecordings: null
     property var joinMeeting: null
     property var floatingPanel: null
 
@@ -38,6 +39,7 @@ ApplicationWindow {
         passkeyManager: window.passkeyManager
         recorderScreen: window.recorderScreen
         recordingsList: window.recordingsList
+        pendingRecordings: window.pendingRecordings
         joinMeeting: window.joinMeeting
         floatingPanel: window.floatingPanel
     }

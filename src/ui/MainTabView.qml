@@ -14,6 +14,7 @@ Item {
     property var passkeyManager: null
     property var recorderScreen: null
     property var recordingsList: null
+    property var pendingRecordings: null
     property var joinMeeting: null
     property var floatingPanel: null
 
@@ -149,6 +150,7 @@ Item {
             RecordingsView {
                 objectName: "recordingsView"
                 controller: root.recordingsList
+                pending: root.pendingRecordings
                 floatingPanel: root.floatingPanel
                 helpers: root.helpers
             }

@@ -10,6 +10,8 @@ Item {
     property var helpers: null
     // The floating transcript panel, to mark the bot it follows.
     property var floatingPanel: null
+    // The recordings on this computer not uploaded yet (PendingRecordings).
+    property var pending: null
 
     readonly property int state: controller ? controller.state : 0
     // RecordingsListController.State
@@ -57,6 +59,12 @@ Item {
                     size: 18
                 }
             }
+        }
+
+        PendingRecordingsSection {
+            objectName: "pendingRecordings"
+            Layout.fillWidth: true
+            model: root.pending
         }
 
         // Loading.

@@ -2,6 +2,7 @@
 // pulse timer, the weak recorder reference and the dashboard address.
 
 #include "app/appdelegate.h"
+#include "app/desktopnotifier.h"
 #include "app/statusdisplay.h"
 #include "core/format.h"
 #include "core/settings.h"
@@ -11,7 +12,10 @@
 #include "service/authmanager.h"
 #include <QAction>
 #include <QApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QMenu>
+#include <QProcess>
 #include <QSignalSpy>
 #include <QSystemTrayIcon>
 #include <QTest>
@@ -54,6 +58,28 @@ private:
     bool m_recording = false;
     bool m_processing = false;
     double m_elapsed = 0;
+};
+
+// A notification server on a private bus that records what it is sent.
+class NotificationServer : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+public:
+    struct Shown {
+        QString summary;
+        QString body;
+        QStringList actions;
+    };
+    QList<Shown> shown;
+
+public Q_SLOTS:
+    uint Notify(const QString& /*app*/, uint /*replaces*/, const QString& /*icon*/,
+                const QString& summary, const QString& body, const QStringList& actions,
+                const QVariantMap& /*hints*/, int /*timeout*/)
+    {
+        shown.append({summary, body, actions});
+        return static_cast<uint>(shown.size());
+    }
 };
 
 QStringList menuTexts(const QMenu* menu)
@@ -149,6 +175,10 @@ private Q_SLOTS:
         QCOMPARE(menuTexts(delegate.menu()),
                  QStringList({"Open Sorvelandrix", "-", "Open Dashboard in Browser", "-",
                               "Check for Updates…", "-", "Quit Sorvelandrix"}));
+        delegate.setPendingCount(2);
+        QCOMPARE(menuTexts(delegate.menu()).at(1), QStringLiteral("2 recordings not uploaded"));
+        delegate.setPendingCount(0);
+        QCOMPARE(menuTexts(delegate.menu()).at(1), QStringLiteral("-"));
 
         Publisher recorder;
         delegate.bindRecorder(&recorder);
@@ -171,6 +201,60 @@ private Q_SLOTS:
         QVERIFY(!delegate.isPulseRunning());
         QVERIFY(!delegate.pulseToggle());
         QCOMPARE(menuTexts(delegate.menu()).first(), QStringLiteral("Open Sorvelandrix"));
+    }
+
+    void notificationsOnlyWhenTheWindowIsNotInFront()
+    {
+        QProcess daemon;
+        daemon.start(QStringLiteral("dbus-daemon"),
+                     {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                      QStringLiteral("--print-address=1")});
+        QVERIFY(daemon.waitForReadyRead(10000));
+        const QString address = QString::fromUtf8(daemon.readLine()).trimmed();
+        QDBusConnection serverBus = QDBusConnection::connectToBus(address, QStringLiteral("s"));
+        QDBusConnection appBus = QDBusConnection::connectToBus(address, QStringLiteral("a"));
+        QVERIFY(serverBus.isConnected() && appBus.isConnected());
+
+        // No server yet: nothing is shown and nothing breaks.
+        bool active = false;
+        DesktopNotifier notifier(appBus);
+        notifier.setWindowActive([&] { return active; });
+        notifier.recordingStopped(QStringLiteral("The disk is full"));
+        QTest::qWait(200);
+
+        NotificationServer server;
+        QVERIFY(serverBus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &server,
+                                         QDBusConnection::ExportAllSlots));
+        QVERIFY(serverBus.registerService(QStringLiteral("org.freedesktop.Notifications")));
+        int retries = 0;
+        active = true;
+        notifier.uploadFailed(QStringLiteral("a.wav"), QStringLiteral("x"), [&] { ++retries; });
+        active = false;
+        notifier.uploadFailed(QStringLiteral("a.wav"), QStringLiteral("Upload failed (HTTP 503)"),
+                              [&] { ++retries; });
+        QTRY_COMPARE(server.shown.size(), 1);
+        QCOMPARE(server.shown[0].summary, QStringLiteral("Upload failed"));
+        QCOMPARE(server.shown[0].body, QStringLiteral("a.wav: Upload failed (HTTP 503)"));
+        QCOMPARE(server.shown[0].actions, (QStringList{"retry", "Retry"}));
+        QTest::qWait(100); // the id comes back with the answer
+
+        // The user presses "Retry" in the notification.
+        QDBusMessage pressed = QDBusMessage::createSignal(
+            QStringLiteral("/org/freedesktop/Notifications"),
+            QStringLiteral("org.freedesktop.Notifications"), QStringLiteral("ActionInvoked"));
+        pressed << uint(1) << QStringLiteral("retry");
+        QVERIFY(serverBus.send(pressed));
+        QTRY_COMPARE(retries, 1);
+
+        notifier.uploadFinished(QStringLiteral("b.wav"), [] {});
+        notifier.recordingStopped(QStringLiteral("The disk is full"));
+        QTRY_COMPARE(server.shown.size(), 3);
+        QCOMPARE(server.shown[1].actions, (QStringList{"view", "View recording"}));
+        QCOMPARE(server.shown[2].body, QStringLiteral("The disk is full"));
+        QDBusConnection::disconnectFromBus(QStringLiteral("s"));
+        QDBusConnection::disconnectFromBus(QStringLiteral("a"));
+        daemon.terminate();
+        daemon.waitForFinished();
     }
 
     void aSecondStartKeepsThePulse()

@@ -3,7 +3,10 @@
 // service.
 
 #include "app/floatingpanelcontroller.h"
+#include "app/keptrecordings.h"
 #include "app/recorderapp.h"
+#include "audio/wavwriter.h"
+#include "core/paths.h"
 #include "core/settings.h"
 #include "localservicefixture.h"
 #include "qmlfinder.h"
@@ -19,7 +22,9 @@
 #include "ui/recordingconsent.h"
 #include "ui/viewhelpers.h"
 
+#include <QAction>
 #include <QApplication>
+#include <QMenu>
 #include <QQuickItem>
 #include <QQuickStyle>
 #include <QQuickWindow>
@@ -272,6 +277,31 @@ private Q_SLOTS:
         QCOMPARE(content->property("currentIndex").toInt(), 2);
         click("tab1");
         QCOMPARE(content->property("currentIndex").toInt(), 1);
+    }
+
+    void aRecordingNotUploadedIsListedAndDeletedAfterAsking()
+    {
+        const QString wav = recordingsDirectory() + QStringLiteral("/sorvelandrix_1763850000.wav");
+        {
+            WavWriter w;
+            QVERIFY(w.open(wav));
+            w.write(std::vector<float>(48000, 0.1f));
+        }
+        m_app->keptRecordings().pending().refresh();
+        signIn();
+        press("tab1");
+        QTRY_VERIFY(shown("pendingRow"));
+        QStringList tray;
+        for (const QAction* a : m_app->appDelegate().menu()->actions())
+            if (a->isVisible())
+                tray << a->text();
+        QVERIFY(tray.contains(QStringLiteral("1 recording not uploaded")));
+        press("pendingDeleteButton");
+        QTRY_VERIFY(shown("pendingDeleteConfirmation"));
+        QVERIFY(QFile::exists(wav));
+        QMetaObject::invokeMethod(item("pendingDeleteConfirmation"), "confirmed");
+        QTRY_VERIFY(!QFile::exists(wav));
+        QTRY_VERIFY(!shown("pendingRow"));
     }
 
     void aBotFromJoinToItsLiveTranscript()

@@ -354,6 +354,24 @@ void TestCliCommands::refusedUploadSaysHowToRetryOnTheSameService()
     const Run missing = runCli({"upload", path + QStringLiteral(".nope")});
     QCOMPARE(missing.status, cli::kExitFailure);
     QVERIFY(missing.err.contains(QStringLiteral("no such file")));
+
+    // The failed one is listed with its reason beside one kept without a
+    // reason; --all sends both, and nothing is left to list.
+    const QString kept = QFileInfo(path).dir().filePath(QStringLiteral("sorvelandrix_41.wav"));
+    QVERIFY(QFile::copy(path, kept));
+    const Run listed = runCli({"--json", "pending"});
+    QCOMPARE(listed.events().size(), 2);
+    QCOMPARE(listed.events()[0].value("path").toString(), kept);
+    QCOMPARE(listed.events()[1].value("reason").toString(),
+             QStringLiteral("Upload failed (HTTP 500): Storage is offline"));
+    QCOMPARE(listed.events()[1].value("seconds").toDouble(), 1.0);
+    QCOMPARE(listed.events()[1].value("startedAt").toString(),
+             QStringLiteral("1970-01-01T00:00:42Z"));
+    const Run all = runCli({"--json", "upload", "--all"});
+    QVERIFY2(all.status == cli::kExitOk, qPrintable(all.err));
+    QCOMPARE(w.service->requestCount("POST", QStringLiteral("/api/upload")), 3);
+    QCOMPARE(runCli({"pending"}).out.trimmed(),
+             QStringLiteral("No recordings waiting for upload."));
 }
 
 void TestCliCommands::endedSessionSaysWhatToRunNotWhereToClick()

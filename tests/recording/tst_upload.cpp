@@ -10,8 +10,10 @@
 #include "core/secretstore.h"
 #include "localservicefixture.h"
 #include "recording/audiorecorder.h"
+#include "recording/pendingrecordings.h"
 #include "recording/recordinguploader.h"
 #include "recording/uploadbody.h"
+#include "recording/uploadretryscheduler.h"
 #include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
 
@@ -139,6 +141,8 @@ private Q_SLOTS:
     void silentServiceTimesOutInWords();
     void fileInUseIsNotSentTwice();
     void fileThatChangesWhileSentIsKept();
+    void networkFailuresAreRetriedOnTheirSchedule();
+    void refusalsAndAnEndedSessionStopTheRetries();
 };
 
 void TestUpload::bodyByteForByte_data()
@@ -578,6 +582,126 @@ void TestUpload::fileThatChangesWhileSentIsKept()
     QVERIFY(readAll(path) == sent + "more");
     QCOMPARE(w.posts({kUpload}).first().streamedBodySize,
              w.posts({kUpload}).first().header("Content-Length").toLongLong());
+}
+
+namespace {
+
+// The retries' waits, which the test ends itself.
+struct TestClock {
+    std::vector<std::pair<std::chrono::minutes, std::function<void()>>> waits;
+    DelayedCall delays()
+    {
+        return [this](std::chrono::milliseconds delay, std::function<void()> fn) {
+            waits.emplace_back(std::chrono::duration_cast<std::chrono::minutes>(delay),
+                               std::move(fn));
+        };
+    }
+    std::vector<int> minutes() const
+    {
+        std::vector<int> out;
+        for (const auto& w : waits)
+            out.push_back(static_cast<int>(w.first.count()));
+        return out;
+    }
+};
+
+RecordingUploader::Outcome failUpload(World& w, const QString& path)
+{
+    RecordingUploader uploader;
+    uploader.setAuthManager(w.auth.get());
+    QSignalSpy done(&uploader, &RecordingUploader::finished);
+    uploader.upload(path, {});
+    if (!done.wait(20000))
+        qFatal("the upload did not finish");
+    return done.first().first().value<RecordingUploader::Outcome>();
+}
+
+} // namespace
+
+void TestUpload::networkFailuresAreRetriedOnTheirSchedule()
+{
+    World w;
+    const QString path = w.makeRecording();
+    w.service->script("POST", kUpload, ScriptedAnswer::reply(503));
+    const RecordingUploader::Outcome first = failUpload(w, path);
+    QVERIFY(first.transient);
+    // The list of recordings not uploaded says why it is there.
+    const auto listed = scanPendingRecordings(recordingsDirectory(), {});
+    QCOMPARE(listed.size(), size_t(1));
+    QCOMPARE(listed[0].reason, QStringLiteral("Upload failed (HTTP 503)"));
+
+    TestClock clock;
+    UploadRetryScheduler retries(w.auth.get(), clock.delays());
+    QSignalSpy tries(&retries, &UploadRetryScheduler::finished);
+    retries.add(first);
+    const auto runLast = [&] {
+        const int before = static_cast<int>(tries.size());
+        clock.waits.back().second();
+        QVERIFY(tries.size() > before || tries.wait(20000));
+    };
+    // No answer at all, a 5xx, a file that another program is sending, a 5xx.
+    for (int i = 0; i < 2; ++i)
+        w.service->script("GET", QStringLiteral("/api/auth/me"), ScriptedAnswer::dropped());
+    runLast();
+    w.service->clearScripts();
+    w.service->script("POST", kUpload, ScriptedAnswer::reply(504));
+    runLast();
+    {
+        RecordingFileLock elsewhere = RecordingFileLock::tryLock(path);
+        QVERIFY(elsewhere.isHeld());
+        runLast();
+    }
+    w.service->script("POST", kUpload, ScriptedAnswer::reply(503));
+    runLast();
+    QCOMPARE(clock.minutes(), (std::vector<int>{1, 5, 15, 60, 60}));
+    QCOMPARE(w.posts({kUpload}).size(), 3);
+
+    // The network comes back before the hour is up: at once, and the hour's
+    // timer then does nothing.
+    retries.retryAllNow();
+    QVERIFY(tries.wait(20000));
+    QCOMPARE(tries.last().first().value<RecordingUploader::Outcome>().kind,
+             RecordingUploader::Outcome::Kind::Uploaded);
+    QVERIFY(!QFile::exists(path));
+    clock.waits.back().second();
+    QVERIFY(!retries.isWaiting(path));
+    QCOMPARE(w.posts({kUpload}).size(), 4);
+    QCOMPARE(clock.waits.size(), size_t(5));
+    QVERIFY(scanPendingRecordings(recordingsDirectory(), {}).empty());
+}
+
+void TestUpload::refusalsAndAnEndedSessionStopTheRetries()
+{
+    World w;
+    const QString path = w.makeRecording();
+    TestClock clock;
+    UploadRetryScheduler retries(w.auth.get(), clock.delays());
+    QSignalSpy tries(&retries, &UploadRetryScheduler::finished);
+
+    // A refusal is not tried again.
+    w.service->script("POST", kUpload, ScriptedAnswer::reply(413, R"({"detail":"Too large"})"));
+    retries.retryNow(path);
+    QVERIFY(tries.wait(20000));
+    QVERIFY(!tries.last().first().value<RecordingUploader::Outcome>().transient);
+    QVERIFY(clock.waits.empty());
+    QVERIFY(!retries.isWaiting(path));
+
+    // A 401 that a refresh cannot mend pauses everything until sign-in.
+    w.service->script("POST", kUpload, ScriptedAnswer::reply(401));
+    w.service->script("POST", kRefresh, ScriptedAnswer::delayed(std::chrono::milliseconds(0)));
+    w.service->script("POST", kRefresh, ScriptedAnswer::reply(401, R"({"detail":"revoked"})"));
+    retries.retryNow(path);
+    QVERIFY(tries.wait(20000));
+    QVERIFY(retries.isPaused());
+    QVERIFY(!w.auth->isLoggedIn());
+    retries.retryAllNow();
+    QCOMPARE(w.posts({kUpload}).size(), 2);
+
+    w.auth->login(LocalService::kDemoEmail, LocalService::kDemoPassword);
+    QVERIFY(tries.wait(20000));
+    QCOMPARE(tries.last().first().value<RecordingUploader::Outcome>().kind,
+             RecordingUploader::Outcome::Kind::Uploaded);
+    QVERIFY(clock.waits.empty());
 }
 
 QTEST_GUILESS_MAIN(TestUpload)

@@ -172,6 +172,7 @@ private Q_SLOTS:
     void cleanupTestCase();
     void tenSecondsOfOneWindow();
     void bothSourcesStayInSync();
+    void killedRecordingsAreRepairedAndListed();
 
 private:
     struct Run {
@@ -413,7 +414,8 @@ void TestAvSync::tenSecondsOfOneWindow()
     QCOMPARE(found.size(), size_t(7));
     for (const Pair& p : found) {
         qInfo("microphone: flash at %.3f s, offset %+.1f ms", p.fileTime, p.offset * 1e3);
-        QVERIFY2(std::fabs(p.offset) <= allowed(kMicTolerance), qPrintable(QString::number(p.offset)));
+        QVERIFY2(std::fabs(p.offset) <= allowed(kMicTolerance),
+                 qPrintable(QString::number(p.offset)));
     }
 }
 
@@ -460,6 +462,61 @@ void TestAvSync::bothSourcesStayInSync()
         // From the start to the end.
         QVERIFY(found.front().fileTime < 5.0);
         QVERIFY(found.back().fileTime > length - 3.0);
+    }
+}
+
+void TestAvSync::killedRecordingsAreRepairedAndListed()
+{
+    // `record` killed outright, in audio and in video mode: the next
+    // `pending` lists both, repaired (the WAV's header matches its data, the
+    // MP4 has its index first), and lists no file that a recording still
+    // running holds.
+    m_sandbox.reset();
+    m_env = std::make_unique<IsolatedEnvironment>();
+    m_sandbox = std::make_unique<PulseSandbox>();
+    QVERIFY2(m_sandbox->isRunning(), qPrintable(m_sandbox->errorString()));
+    const auto startRecording = [](QProcess& p, const QStringList& extra) {
+        p.start(cli(), QStringList{QStringLiteral("record"), QStringLiteral("--json")} + extra);
+        return QTest::qWaitFor([&] { return p.peek(4096).contains("\"recording\""); }, 20000);
+    };
+    for (const QStringList& mode : {QStringList{}, QStringList{QStringLiteral("--video")}}) {
+        QProcess p;
+        QVERIFY(startRecording(p, mode));
+        QTest::qWait(2500);
+        p.kill();
+        QVERIFY(p.waitForFinished(10000));
+    }
+    QProcess running;
+    QVERIFY(startRecording(running, {}));
+
+    QProcess pending;
+    pending.start(cli(), {QStringLiteral("pending"), QStringLiteral("--json")});
+    QVERIFY(pending.waitForFinished(60000));
+    QCOMPARE(pending.exitCode(), 0);
+    QList<QJsonObject> listed;
+    for (const QByteArray& line : pending.readAllStandardOutput().split('\n'))
+        if (!line.isEmpty())
+            listed << QJsonDocument::fromJson(line).object();
+    running.kill();
+    running.waitForFinished();
+    QCOMPARE(listed.size(), 2);
+    for (const QJsonObject& e : listed) {
+        const QString path = e.value(QStringLiteral("path")).toString();
+        QCOMPARE(e.value(QStringLiteral("reason")).toString(), QStringLiteral("Left by a crash"));
+        QVERIFY2(e.value(QStringLiteral("seconds")).toDouble() > 1.0, qPrintable(path));
+        QVERIFY(e.value(QStringLiteral("bytes")).toInteger() >= QFileInfo(path).size());
+        const QString wav = path.chopped(4) + QStringLiteral(".wav");
+        SF_INFO info{};
+        SNDFILE* f = sf_open(QFile::encodeName(wav).constData(), SFM_READ, &info);
+        QVERIFY(f);
+        sf_close(f);
+        QVERIFY(QFileInfo(wav).size() - qint64(info.frames) * 4 < 1024); // all data counted
+        if (path.endsWith(QStringLiteral(".mp4"))) {
+            const MediaFile media = MediaFile::read(path, false);
+            QVERIFY2(media.opened, qPrintable(media.error));
+            QCOMPARE(std::count(media.boxes.begin(), media.boxes.end(), QStringLiteral("moof")), 0);
+            QVERIFY(media.duration > 1.0);
+        }
     }
 }
 
