@@ -13,9 +13,9 @@
 #include "core/settings.h"
 #include "localservicefixture.h"
 #include "recording/audiorecorder.h"
-#include "scriptedengine.h"
 #include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
+#include "support/scriptedengine.h"
 #include "ui/recorderscreen.h"
 #include "ui/recordingconsent.h"
 #include "ui/viewhelpers.h"
@@ -212,7 +212,10 @@ private Q_SLOTS:
         // The single-instance socket of this run, where a second start finds it.
         qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_env->path(QStringLiteral("runtime"))));
         m_service = std::make_unique<test::LocalServiceFixture>();
-        m_app = std::make_unique<SorvelandrixRecorderApp>(std::make_unique<test::ScriptedEngine>());
+        auto engine = std::make_unique<test::ScriptedEngine>();
+        engine->devices = test::ScriptedEngine::twoMicrophones();
+        engine->seconds = 2;
+        m_app = std::make_unique<SorvelandrixRecorderApp>(std::move(engine));
         m_app->helpers().setUrlOpener([](const QUrl&) {});
         QVERIFY(m_app->launch(/*hidden=*/true));
     }
