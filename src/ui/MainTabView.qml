@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
@@ -7,14 +8,14 @@ import Sorvelandrix.Ui
 // tab bar, and the screen of the chosen tab.
 Item {
     id: root
-    required property var auth
-    required property var recorder
-    required property var helpers
-    property var passkeys: null
+    required property AuthManager auth
+    required property AudioRecorder recorder
+    required property ViewHelpers helpers
+    property PasskeysModel passkeys: null
     property var passkeyManager: null
-    property var recorderScreen: null
-    property var recordingsList: null
-    property var joinMeeting: null
+    property RecorderScreen recorderScreen: null
+    property RecordingsListController recordingsList: null
+    property JoinMeetingController joinMeeting: null
     property var floatingPanel: null
 
     // 0 record, 1 recordings, 2 join.
@@ -53,14 +54,14 @@ Item {
                     objectName: "recBadge"
                     visible: root.recorder.isRecording
                     text: "REC"
-                    tint: Theme.red
+                    tint: Theme.redFill
                     pulsing: true
                 }
                 Badge {
                     objectName: "videoBadge"
                     visible: root.recorder.isRecording && root.recorder.isVideoMode
                     text: "VIDEO"
-                    tint: Theme.blue
+                    tint: Theme.accentFill
                 }
                 Item { Layout.fillWidth: true }
                 ToolButton {
@@ -97,11 +98,11 @@ Item {
                     implicitHeight: 34
                     flat: true
                     checkable: false
-                    readonly property bool selected: root.selectedTab === index
+                    readonly property bool selected: root.selectedTab === tabButton.index
                     Accessible.name: modelData.title + " tab"
                     Accessible.role: Accessible.PageTab
                     Accessible.selected: selected
-                    onClicked: root.selectedTab = index
+                    onClicked: root.selectedTab = tabButton.index
                     contentItem: Item {
                         implicitWidth: tabContent.implicitWidth
                         implicitHeight: tabContent.implicitHeight
@@ -208,7 +209,8 @@ Item {
                 onClicked: {
                     root.showLogout = false
                     // An upload under way would be cut off: ask first.
-                    if (root.recorder.state.kind === RecordingState.Uploading)
+                    // (The linter of Qt 6.4 cannot see a value type's enumerations.)
+                    if (root.recorder.state.kind === RecordingState.Uploading) // qmllint disable unqualified
                         signOutConfirmation.open()
                     else
                         root.auth.logout()
