@@ -5,7 +5,7 @@ import QtQuick.Controls
 Rectangle {
     id: root
     property alias text: label.text
-    property color tint: Theme.red
+    property color tint: Theme.redFill
     property bool pulsing: false
     implicitWidth: label.implicitWidth + 14
     implicitHeight: 20
@@ -16,7 +16,7 @@ Rectangle {
     Label {
         id: label
         anchors.centerIn: parent
-        color: "#ffffff"
+        color: Theme.onFill
         font.pixelSize: Theme.captionSize
         font.weight: Font.Bold
         font.letterSpacing: 0.8

@@ -55,7 +55,7 @@ Popup {
             PrimaryButton {
                 objectName: "confirmButton"
                 text: root.confirmText
-                tint: Theme.red
+                tint: Theme.redFill
                 onClicked: {
                     root.close()
                     root.confirmed()

@@ -1,15 +1,17 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Window
 import QtQuick.Layouts
 import "FocusCycle.js" as FocusCycle
+import Sorvelandrix.Ui
 
 // The recording-consent check before the first recording (and before every
 // one when the user asks for it). `consent` holds its state and stores the
 // answers; agreeing starts the recording through the screen that opened it.
 Popup {
     id: root
-    property var consent: null
+    property RecordingConsent consent: null
     modal: true
     focus: true
     anchors.centerIn: Overlay.overlay
@@ -48,7 +50,7 @@ Popup {
                 spacing: 12
                 Rectangle {
                     width: 44; height: 44; radius: 22
-                    color: "#fde3e1"
+                    color: Theme.errorBackground
                     Symbol { anchors.centerIn: parent; name: "record-fill"; tint: Theme.red; size: 26 }
                 }
                 ColumnLayout {
@@ -83,6 +85,7 @@ Popup {
                 Repeater {
                     model: root.consent ? root.consent.obligations : []
                     delegate: Row {
+                        id: line
                         required property string modelData
                         width: obligations.width
                         spacing: 8
@@ -91,7 +94,7 @@ Popup {
                             width: parent.width - bullet.width - parent.spacing
                             wrapMode: Text.Wrap
                             color: Theme.text
-                            text: modelData
+                            text: line.modelData
                         }
                     }
                 }
@@ -101,7 +104,7 @@ Popup {
                 Layout.fillWidth: true
                 implicitHeight: note.implicitHeight + 20
                 radius: 8
-                color: "#eef3fc"
+                color: Theme.infoBackground
                 RowLayout {
                     id: note
                     anchors.fill: parent
@@ -123,6 +126,7 @@ Popup {
                 objectName: "acknowledgeCheckBox"
                 Layout.fillWidth: true
                 text: qsTr("I understand and accept these obligations.")
+                Accessible.name: text
                 checked: root.consent ? root.consent.acknowledged : false
                 onToggled: root.consent.acknowledged = checked
             }
@@ -130,6 +134,7 @@ Popup {
                 objectName: "remindCheckBox"
                 Layout.fillWidth: true
                 text: qsTr("Remind me before every recording")
+                Accessible.name: text
                 checked: root.consent ? root.consent.remindEachRecording : false
                 onToggled: root.consent.remindEachRecording = checked
             }
@@ -163,7 +168,7 @@ Popup {
                     objectName: "agreeButton"
                     text: qsTr("I Agree, Start Recording")
                     symbol: "checkmark-seal"
-                    tint: Theme.red
+                    tint: Theme.redFill
                     enabled: root.consent ? root.consent.canAgree : false
                     onClicked: root.consent.agree()
                 }

@@ -1,19 +1,20 @@
 import QtQuick
+import Sorvelandrix.Ui
 
 // Sign-in form or the tabs, whichever the session calls for. The stored
 // session is checked once, when the view first appears.
 Item {
     id: root
-    required property var auth
-    required property var recorder
-    required property var helpers
-    property var passkeys: null
-    property var passkeyOps: null
+    required property AuthManager auth
+    required property AudioRecorder recorder
+    required property ViewHelpers helpers
+    property PasskeysModel passkeys: null
+    property PasskeyOperations passkeyOps: null
     property var passkeyManager: null
-    property var recorderScreen: null
-    property var recordingsList: null
+    property RecorderScreen recorderScreen: null
+    property RecordingsListController recordingsList: null
     property var pendingRecordings: null
-    property var joinMeeting: null
+    property JoinMeetingController joinMeeting: null
     property var floatingPanel: null
 
     Component.onCompleted: auth.validateSession()
@@ -25,6 +26,9 @@ Item {
         sourceComponent: root.auth.isLoggedIn ? tabs : login
     }
 
+    // qmllint disable unqualified
+    // (Qt 6.4 cannot load a bound component through a Loader, so these stay
+    // unbound and reach the view's properties by its id.)
     Component {
         id: login
         LoginView {
@@ -49,4 +53,5 @@ Item {
             floatingPanel: root.floatingPanel
         }
     }
+    // qmllint enable unqualified
 }

@@ -50,6 +50,9 @@ ColumnLayout {
                 color: Theme.text
                 selectByMouse: true
                 Accessible.name: caption.text
+                // Qt gives a password field no name (it would be the text); its
+                // caption still reaches the screen reader as the description.
+                Accessible.description: caption.text
                 onAccepted: root.accepted()
             }
             Row {

@@ -8,8 +8,8 @@ import Sorvelandrix.Ui
 // controller sets the flags, size limits and place.
 Window {
     id: window
-    required property var manager
-    required property var transcript
+    required property LiveTranscriptManager manager
+    required property TranscriptListModel transcript
     // The close button; the controller closes the panel.
     signal closeRequested()
 
@@ -17,6 +17,26 @@ Window {
     color: "transparent"
     width: 340
     height: 420
+
+    // The controls' own colours (fields, pickers, scroll bars) in the same scheme.
+    palette.window: Theme.background
+    palette.windowText: Theme.text
+    palette.base: Theme.fieldBackground
+    palette.alternateBase: Theme.card
+    palette.text: Theme.text
+    palette.button: Theme.card
+    palette.buttonText: Theme.text
+    palette.highlight: Theme.accentFill
+    palette.highlightedText: Theme.onFill
+    palette.placeholderText: Theme.tertiaryText
+    palette.toolTipBase: Theme.card
+    palette.toolTipText: Theme.text
+    palette.light: Theme.card
+    palette.midlight: Theme.hover
+    palette.mid: Theme.separator
+    palette.dark: Theme.strongSeparator
+    palette.shadow: Theme.dark ? "#000000" : "#9a9aa0"
+    palette.link: Theme.accent
 
     // Moved by its background: the area lies under the view, so the
     // buttons and the list keep their own presses.
@@ -42,9 +62,11 @@ Window {
         anchors.bottom: parent.bottom
         Canvas {
             anchors.fill: parent
+            property color stroke: Theme.tertiaryText
+            onStrokeChanged: requestPaint()
             onPaint: {
                 const ctx = getContext("2d")
-                ctx.strokeStyle = "#a0a0a6"
+                ctx.strokeStyle = stroke
                 ctx.lineWidth = 1.2
                 for (let i = 0; i < 3; ++i) {
                     ctx.beginPath()

@@ -1,14 +1,16 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
+import Sorvelandrix.Ui
 
 // The floating panel's content: "Live Transcript" with the stream's status
 // and a close button, then the transcript in bubbles (newest at the bottom)
 // or, while there is none, what the stream is doing.
 Rectangle {
     id: root
-    required property var manager
-    required property var transcript
+    required property LiveTranscriptManager manager
+    required property TranscriptListModel transcript
     signal closeRequested()
 
     readonly property string status: manager ? manager.connectionStatus.caseName : "disconnected"
@@ -65,7 +67,7 @@ Rectangle {
                 ToolTip.delay: 500
                 onClicked: root.closeRequested()
                 contentItem: Symbol { name: "xmark-circle"; tint: Theme.tertiaryText; size: 18 }
-                background: Rectangle { radius: 6; color: "transparent"; border.color: parent.visualFocus ? Theme.focus : "transparent"; border.width: 2 }
+                background: Rectangle { radius: 6; color: "transparent"; border.color: closeButton.visualFocus ? Theme.focus : "transparent"; border.width: 2 }
             }
         }
         Rectangle { Layout.fillWidth: true; implicitHeight: 1; color: Theme.separator }
@@ -124,9 +126,10 @@ Rectangle {
             clip: true
             spacing: 6
             model: root.transcript
-            // The newest line stays in view.
-            onCountChanged: Qt.callLater(positionViewAtEnd)
-            onContentHeightChanged: Qt.callLater(positionViewAtEnd)
+            // The newest line stays in view, once it is laid out.
+            onCountChanged: toEnd.restart()
+            onContentHeightChanged: toEnd.restart()
+            Timer { id: toEnd; interval: 0; onTriggered: lines.positionViewAtEnd() }
             delegate: TranscriptBubble { width: lines.width }
             ScrollBar.vertical: ScrollBar {}
         }

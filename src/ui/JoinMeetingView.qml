@@ -1,13 +1,15 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
+import Sorvelandrix.Ui
 
 // The "Join Meeting" tab: a meeting's link sends the service's bot into it
 // to record and transcribe; once it is on its way the tab says so and the
 // recordings list takes over.
 Item {
     id: root
-    property var controller: null
+    property JoinMeetingController controller: null
 
     ColumnLayout {
         anchors.left: parent.left
@@ -61,7 +63,7 @@ Item {
             objectName: "joinButton"
             text: root.controller && root.controller.isJoining ? qsTr("Joining...") : qsTr("Join & Record")
             symbol: "video-badge-plus"
-            tint: Theme.blue
+            tint: Theme.accentFill
             enabled: root.controller && root.controller.canJoin
             onClicked: root.controller.join()
         }
@@ -100,6 +102,7 @@ Item {
             Repeater {
                 model: root.controller ? root.controller.platforms : []
                 delegate: Rectangle {
+                    id: platform
                     required property var modelData
                     Layout.fillWidth: true
                     implicitHeight: 40
@@ -107,14 +110,14 @@ Item {
                     color: Theme.card
                     border.color: Theme.separator
                     Accessible.role: Accessible.StaticText
-                    Accessible.name: modelData.name
+                    Accessible.name: platform.modelData.name
                     Row {
                         anchors.verticalCenter: parent.verticalCenter
                         x: 12
                         spacing: 8
-                        Symbol { name: modelData.icon; size: 20; anchors.verticalCenter: parent.verticalCenter }
+                        Symbol { name: platform.modelData.icon; size: 20; anchors.verticalCenter: parent.verticalCenter }
                         Label {
-                            text: modelData.name
+                            text: platform.modelData.name
                             color: Theme.text
                             anchors.verticalCenter: parent.verticalCenter
                         }

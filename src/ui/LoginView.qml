@@ -1,14 +1,15 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
+import Sorvelandrix.Ui
 
 // Sign-in: e-mail and password, then the e-mail code when the account asks
 // for one; or a passkey.
 Item {
     id: root
-    required property var auth
-    required property var helpers
-    property var passkeyOps: null
+    required property AuthManager auth
+    required property ViewHelpers helpers
+    property PasskeyOperations passkeyOps: null
     property var passkeyManager: null
 
     property bool showPassword: false
@@ -103,7 +104,7 @@ Item {
                     placeholderText: "you@example.com"
                     fieldObjectName: "emailField"
                     inputMethodHints: Qt.ImhEmailCharactersOnly | Qt.ImhNoAutoUppercase
-                    onAccepted: password.forceActiveFocus()
+                    onAccepted: root.password.forceActiveFocus()
                 }
                 FieldBox {
                     id: passwordBox
@@ -140,7 +141,7 @@ Item {
                     objectName: "signInButton"
                     Layout.topMargin: 4
                     text: root.auth.isLoggingIn ? qsTr("Signing in...") : qsTr("Sign In")
-                    enabled: root.trimmedEmail !== "" && password.text !== ""
+                    enabled: root.trimmedEmail !== "" && root.password.text !== ""
                              && !root.auth.isLoggingIn
                     onClicked: root.signIn()
                 }

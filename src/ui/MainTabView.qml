@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
@@ -7,15 +8,15 @@ import Sorvelandrix.Ui
 // tab bar, and the screen of the chosen tab.
 Item {
     id: root
-    required property var auth
-    required property var recorder
-    required property var helpers
-    property var passkeys: null
+    required property AuthManager auth
+    required property AudioRecorder recorder
+    required property ViewHelpers helpers
+    property PasskeysModel passkeys: null
     property var passkeyManager: null
-    property var recorderScreen: null
-    property var recordingsList: null
+    property RecorderScreen recorderScreen: null
+    property RecordingsListController recordingsList: null
     property var pendingRecordings: null
-    property var joinMeeting: null
+    property JoinMeetingController joinMeeting: null
     property var floatingPanel: null
 
     // 0 record, 1 recordings, 2 join.
@@ -54,14 +55,14 @@ Item {
                     objectName: "recBadge"
                     visible: root.recorder.isRecording
                     text: qsTr("REC")
-                    tint: Theme.red
+                    tint: Theme.redFill
                     pulsing: true
                 }
                 Badge {
                     objectName: "videoBadge"
                     visible: root.recorder.isRecording && root.recorder.isVideoMode
                     text: qsTr("VIDEO")
-                    tint: Theme.blue
+                    tint: Theme.accentFill
                 }
                 Item { Layout.fillWidth: true }
                 ToolButton {
@@ -98,11 +99,11 @@ Item {
                     implicitHeight: 34
                     flat: true
                     checkable: false
-                    readonly property bool selected: root.selectedTab === index
+                    readonly property bool selected: root.selectedTab === tabButton.index
                     Accessible.name: qsTr("%1 tab").arg(modelData.title)
                     Accessible.role: Accessible.PageTab
                     Accessible.selected: selected
-                    onClicked: root.selectedTab = index
+                    onClicked: root.selectedTab = tabButton.index
                     contentItem: Item {
                         implicitWidth: tabContent.implicitWidth
                         implicitHeight: tabContent.implicitHeight
@@ -218,7 +219,8 @@ Item {
                 onClicked: {
                     root.showLogout = false
                     // An upload under way would be cut off: ask first.
-                    if (root.recorder.state.kind === RecordingState.Uploading)
+                    // (The linter of Qt 6.4 cannot see a value type's enumerations.)
+                    if (root.recorder.state.kind === RecordingState.Uploading) // qmllint disable unqualified
                         signOutConfirmation.open()
                     else
                         root.auth.logout()

@@ -1,14 +1,16 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Window
 import QtQuick.Layouts
 import "FocusCycle.js" as FocusCycle
+import Sorvelandrix.Ui
 
 // The account's passkeys: list, add one for this computer's security key,
 // remove one after confirming.
 Popup {
     id: root
-    property var passkeys: null
+    property PasskeysModel passkeys: null
     property var passkeyManager: null
     modal: true
     focus: true
@@ -50,12 +52,13 @@ Popup {
                 }
             }
             ToolButton {
+                id: closeButton
                 objectName: "closePasskeysButton"
                 Accessible.name: qsTr("Close passkeys")
                 Layout.alignment: Qt.AlignTop
                 onClicked: root.close()
                 contentItem: Symbol { name: "xmark-circle"; tint: Theme.tertiaryText; size: 20 }
-                background: Rectangle { radius: 6; color: "transparent"; border.color: parent.visualFocus ? Theme.focus : "transparent"; border.width: 2 }
+                background: Rectangle { radius: 6; color: "transparent"; border.color: closeButton.visualFocus ? Theme.focus : "transparent"; border.width: 2 }
             }
         }
 
@@ -140,7 +143,7 @@ Popup {
                     width: list.width
                     height: 58
                     radius: 8
-                    color: hover.hovered ? "#eef0f4" : Theme.card
+                    color: hover.hovered ? Theme.hover : Theme.card
                     border.color: Theme.separator
                     HoverHandler { id: hover }
                     RowLayout {
@@ -155,10 +158,11 @@ Popup {
                             Label { text: row.addedText + "  ·  " + row.lastUsedText; color: Theme.secondaryText; font.pixelSize: Theme.captionSize + 1; elide: Text.ElideRight; Layout.fillWidth: true }
                         }
                         ToolButton {
+                            id: removeButton
                             Accessible.name: row.removeLabel
                             onClicked: root.passkeys.requestRemove(row.passkeyId)
                             contentItem: Symbol { name: "trash"; tint: Theme.red; size: 16 }
-                            background: Rectangle { radius: 6; color: "transparent"; border.color: parent.visualFocus ? Theme.focus : "transparent"; border.width: 2 }
+                            background: Rectangle { radius: 6; color: "transparent"; border.color: removeButton.visualFocus ? Theme.focus : "transparent"; border.width: 2 }
                         }
                     }
                 }

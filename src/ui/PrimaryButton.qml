@@ -5,7 +5,7 @@ import QtQuick.Layouts
 // The one prominent action of a screen.
 Button {
     id: control
-    property color tint: Theme.accent
+    property color tint: Theme.accentFill
     property string symbol: ""
     Layout.fillWidth: true
     implicitHeight: 38
@@ -22,14 +22,14 @@ Button {
         Symbol {
             visible: control.symbol !== ""
             name: control.symbol
-            tint: "#ffffff"
+            tint: Theme.onFill
             size: 15
             anchors.verticalCenter: parent.verticalCenter
         }
         Text {
             text: control.text
             font: control.font
-            color: "#ffffff"
+            color: Theme.onFill
             anchors.verticalCenter: parent.verticalCenter
         }
         }
@@ -37,10 +37,10 @@ Button {
     background: Rectangle {
         radius: 8
         color: control.enabled ? (control.down ? Qt.darker(control.tint, 1.15) : control.tint)
-                               : Qt.lighter(control.tint, 1.6)
+                               : Qt.rgba(control.tint.r, control.tint.g, control.tint.b, 0.45)
         // The focus ring: a light inner line on the filled button, the
         // focus colour around it.
-        border.color: control.visualFocus ? "#ffffff" : "transparent"
+        border.color: control.visualFocus ? Theme.onFill : "transparent"
         border.width: 2
         Rectangle {
             visible: control.visualFocus

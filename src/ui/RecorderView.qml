@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
@@ -8,9 +9,9 @@ import Sorvelandrix.Ui
 // one call on it.
 Item {
     id: root
-    required property var recorder
-    property var screen: null
-    property var helpers: null
+    required property AudioRecorder recorder
+    property RecorderScreen screen: null
+    property ViewHelpers helpers: null
     readonly property string page: screen ? screen.page : "idle"
 
     // Each time the screen is shown (the tabs keep it alive when hidden):
@@ -103,7 +104,7 @@ Item {
                                         required property int index
                                         width: sources.width
                                         id: sourceRow
-                                        highlighted: sources.highlightedIndex === index
+                                        highlighted: sources.highlightedIndex === sourceRow.index
                                         // The section's heading stays out of the highlight.
                                         background: Rectangle {
                                             y: sectionHeading.visible ? sectionHeading.height + sourceRow.topPadding : 0
@@ -366,8 +367,8 @@ Item {
                 onClicked: root.screen.pressMainButton()
                 background: Rectangle {
                     radius: width / 2
-                    color: mainButton.enabled ? (mainButton.down ? "#c92a20" : Theme.red) : "#f0a8a3"
-                    border.color: mainButton.visualFocus ? Theme.focus : "#ffffff"
+                    color: mainButton.enabled ? (mainButton.down ? Theme.redFillPressed : Theme.redFill) : Theme.redFillDisabled
+                    border.color: mainButton.visualFocus ? Theme.focus : Theme.card
                     border.width: 4
                 }
                 contentItem: Item {
@@ -376,7 +377,7 @@ Item {
                         width: root.screen.mainButtonShowsStop ? 28 : 34
                         height: width
                         radius: root.screen.mainButtonShowsStop ? 5 : width / 2
-                        color: "#ffffff"
+                        color: Theme.onFill
                     }
                 }
             }
@@ -457,20 +458,21 @@ Item {
                 id: segmentRow
                 anchors.centerIn: parent
                 spacing: 6
-                Symbol { name: segment.symbol; tint: segment.selected ? "#ffffff" : Theme.text; size: 15; anchors.verticalCenter: parent.verticalCenter }
-                Text { text: segment.text; color: segment.selected ? "#ffffff" : Theme.text; font.pixelSize: Theme.bodySize + 1; anchors.verticalCenter: parent.verticalCenter }
+                Symbol { name: segment.symbol; tint: segment.selected ? Theme.onFill : Theme.text; size: 15; anchors.verticalCenter: parent.verticalCenter }
+                Text { text: segment.text; color: segment.selected ? Theme.onFill : Theme.text; font.pixelSize: Theme.bodySize + 1; anchors.verticalCenter: parent.verticalCenter }
             }
         }
         background: Rectangle {
             radius: 8
-            color: segment.selected ? Theme.accent : Theme.selectedTab
-            border.color: segment.visualFocus ? (segment.selected ? "#ffffff" : Theme.focus) : "transparent"
+            color: segment.selected ? Theme.accentFill : Theme.selectedTab
+            border.color: segment.visualFocus ? (segment.selected ? Theme.onFill : Theme.focus) : "transparent"
             border.width: 2
         }
     }
     component Meter: RowLayout {
         property string label
         property string symbol
+        id: meter
         property real level: 0
         Layout.fillWidth: true
         spacing: 8
@@ -483,10 +485,10 @@ Item {
             color: Theme.selectedTab
             Rectangle {
                 // Whole pixels: a change too small to see repaints nothing.
-                width: Math.round(parent.width * Math.min(1, Math.max(0, parent.parent.level)))
+                width: Math.round(parent.width * Math.min(1, Math.max(0, meter.level)))
                 height: parent.height
                 radius: 4
-                color: parent.parent.level > 0.9 ? Theme.red : Theme.green
+                color: meter.level > 0.9 ? Theme.red : Theme.green
             }
         }
     }

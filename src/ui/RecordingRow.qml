@@ -1,6 +1,7 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
+import Sorvelandrix.Ui
 
 // One recording on the service: status, title, date, length and speakers;
 // a click opens it (or its batch) on the service's web site. Recordings of
@@ -18,7 +19,7 @@ Item {
     required property bool isGroupStart
     required property int groupPosition
     required property int groupSize
-    property var helpers: null
+    property ViewHelpers helpers: null
 
     implicitHeight: column.implicitHeight
 
@@ -43,8 +44,8 @@ Item {
             Layout.leftMargin: root.inBatch ? 12 : 0
             implicitHeight: row.implicitHeight + 18
             radius: Theme.radius
-            color: hover.hovered ? "#fafafc" : Theme.card
-            border.color: hover.hovered ? "#c8c8ce" : Theme.separator
+            color: hover.hovered ? Theme.rowHover : Theme.card
+            border.color: hover.hovered ? Theme.strongSeparator : Theme.separator
             Accessible.role: Accessible.Button
             Accessible.name: root.title + ", " + root.dateText + ", " + root.durationText
             Accessible.onPressAction: root.open()

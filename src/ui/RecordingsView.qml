@@ -1,6 +1,7 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
+import Sorvelandrix.Ui
 
 // The "Recordings" tab: the account's meeting bots at work ("ACTIVE BOTS")
 // and its recordings, loaded each time the tab appears and on "Refresh".
@@ -13,12 +14,11 @@ Item {
     // The recordings on this computer not uploaded yet (PendingRecordings).
     property var pending: null
 
-    readonly property int state: controller ? controller.state : 0
-    // RecordingsListController.State
-    readonly property int loadingState: 0
-    readonly property int loadedState: 1
-    readonly property int emptyState: 2
-    readonly property int errorState: 3
+    readonly property int state: controller ? controller.state : RecordingsListController.Loading
+    readonly property int loadingState: RecordingsListController.Loading
+    readonly property int loadedState: RecordingsListController.Loaded
+    readonly property int emptyState: RecordingsListController.Empty
+    readonly property int errorState: RecordingsListController.Error
 
     onVisibleChanged: if (visible && controller) controller.refresh()
 

@@ -1,15 +1,18 @@
 import QtQuick
+import Sorvelandrix.Ui
 
 // One of our symbols (src/ui/icons). Untinted it is the desktop theme's
-// icon when the theme has one; with `tint` set it is always ours, in that
-// colour.
+// icon when the theme has one (in the dark scheme ours, in the text colour:
+// theme icons are drawn for a light window); with `tint` set it is always
+// ours, in that colour.
 Item {
     id: root
     property string name
     property color tint: "transparent"
     property int size: 16
 
-    readonly property bool tinted: tint.a > 0
+    readonly property color shownTint: tint.a > 0 ? tint : (Theme.dark ? Theme.text : "transparent")
+    readonly property bool tinted: shownTint.a > 0
     implicitWidth: size
     implicitHeight: size
     Accessible.ignored: true
@@ -18,8 +21,9 @@ Item {
         anchors.fill: parent
         source: root.name === "" ? ""
                                  : "image://symbol/" + root.name
-                                   + (root.tinted ? "/" + root.tint.toString().substring(1) : "")
-        sourceSize: Qt.size(root.size * 2, root.size * 2)
+                                   + (root.tinted ? "/" + root.shownTint.toString().substring(1) : "")
+        sourceSize.width: root.size * 2
+        sourceSize.height: root.size * 2
         fillMode: Image.PreserveAspectFit
         smooth: true
     }

@@ -1,12 +1,14 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
+import Sorvelandrix.Ui
 
 // The live transcript on the recorder screen: the toggle, the mode and the
 // language, the server's fallback, and the lines in speaker colours.
 ColumnLayout {
     id: root
-    property var screen: null
+    property RecorderScreen screen: null
     spacing: 8
 
     SecondaryButton {

@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Window
@@ -65,8 +66,9 @@ Popup {
             Repeater {
                 model: root.buttons.length
                 delegate: Button {
+                    id: alertButton
                     required property int index
-                    readonly property int buttonIndex: root.buttons.length - 1 - index
+                    readonly property int buttonIndex: root.buttons.length - 1 - alertButton.index
                     objectName: "updateAlertButton" + buttonIndex
                     text: root.buttons[buttonIndex]
                     highlighted: buttonIndex === 0

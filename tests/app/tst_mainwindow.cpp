@@ -22,6 +22,7 @@
 #include "ui/recordingconsent.h"
 #include "ui/viewhelpers.h"
 
+#include <QAccessible>
 #include <QAction>
 #include <QApplication>
 #include <QMenu>
@@ -128,6 +129,87 @@ class TestMainWindow : public QObject {
     }
     bool showsTabs() { return test::findNamed(m_app->mainWindow(), "tabBar") != nullptr; }
 
+    // What a screen reader finds wrong on the screen shown: a control
+    // (button, field, picker, tab, menu entry) without a name, and, going
+    // round with Tab, a stop that is no named control or one that jumps
+    // back up against the reading order. An empty list is a clean screen.
+    QStringList accessibilityProblems(const QString& screen)
+    {
+        // Roles are given to controls as accessibility comes on; this also
+        // reaches the ones made since it last did.
+        QAccessible::setActive(true);
+        QCoreApplication::processEvents();
+        static const QSet<QAccessible::Role> kControls{
+            QAccessible::Button,     QAccessible::CheckBox,     QAccessible::RadioButton,
+            QAccessible::ComboBox,   QAccessible::EditableText, QAccessible::PageTab,
+            QAccessible::MenuItem,   QAccessible::Link,         QAccessible::SpinBox,
+            QAccessible::ButtonMenu, QAccessible::Slider};
+        const auto describe = [](QObject* o) {
+            if (!o)
+                return QStringLiteral("(nothing)");
+            return o->objectName().isEmpty() ? QString::fromLatin1(o->metaObject()->className())
+                                             : o->objectName();
+        };
+        // Qt withholds a password field's name (it would read out the
+        // text); its description stands in.
+        const auto named = [](QAccessibleInterface* node) {
+            const QAccessible::Text text =
+                node->state().passwordEdit ? QAccessible::Description : QAccessible::Name;
+            return !node->text(text).trimmed().isEmpty();
+        };
+        QStringList problems;
+        const std::function<void(QAccessibleInterface*)> walk = [&](QAccessibleInterface* node) {
+            if (!node || node->state().invisible)
+                return;
+            if (kControls.contains(node->role()) && !named(node))
+                problems << screen + QStringLiteral(": nameless ") + describe(node->object());
+            for (int i = 0; i < node->childCount(); ++i)
+                walk(node->child(i));
+        };
+        walk(QAccessible::queryAccessibleInterface(m_app->mainWindow()));
+
+        QQuickWindow* window = m_app->mainWindow();
+        QList<QQuickItem*> stops;
+        for (int i = 0; i < 60; ++i) {
+            QTest::keyClick(window, Qt::Key_Tab);
+            QQuickItem* focused = window->activeFocusItem();
+            if (!focused || stops.contains(focused))
+                break;
+            stops << focused;
+        }
+        // Once round, read from the stop nearest the top left.
+        const auto place = [](QQuickItem* item) {
+            const QPointF at = item->mapToScene(QPointF(0, 0));
+            return std::pair(qRound(at.y() / 8), at.x());
+        };
+        if (!stops.isEmpty()) {
+            const auto first =
+                std::min_element(stops.begin(), stops.end(),
+                                 [&](QQuickItem* a, QQuickItem* b) { return place(a) < place(b); });
+            std::rotate(stops.begin(), first, stops.end());
+        }
+        QPointF previous(-1, -1);
+        for (QQuickItem* stop : std::as_const(stops)) {
+            // A field's text input stands for its field.
+            QQuickItem* control = stop;
+            while (control && !QAccessible::queryAccessibleInterface(control))
+                control = control->parentItem();
+            QAccessibleInterface* node =
+                control ? QAccessible::queryAccessibleInterface(control) : nullptr;
+            if (!node || !kControls.contains(node->role()) || !named(node))
+                problems << screen + QStringLiteral(": Tab stops on ") + describe(stop) +
+                                QStringLiteral(", no named control");
+            const QPointF at = stop->mapToScene(QPointF(0, 0));
+            // Reading order: down the window, left to right along a row.
+            if (at.y() + 8 < previous.y() && previous.y() >= 0)
+                problems << screen + QStringLiteral(": Tab goes back up to ") + describe(stop);
+            previous = at;
+        }
+        if (stops.size() >= 60)
+            problems << screen + QStringLiteral(": Tab never comes round");
+        return problems;
+    }
+
 private Q_SLOTS:
     void init()
     {
@@ -151,6 +233,7 @@ private Q_SLOTS:
     }
     void cleanup()
     {
+        QAccessible::setActive(false);
         m_app.reset();
         m_service.reset();
         m_env.reset();
@@ -537,6 +620,40 @@ private Q_SLOTS:
         press("confirmButton");
         QTRY_VERIFY(!m_app->auth().isLoggedIn());
         QTRY_VERIFY(m_app->recorder().state().kind() != RecordingState::Kind::Uploading);
+    }
+
+    // Each screen as a screen reader and a keyboard user meet it.
+    void everyScreenIsNamedAndReachedByTab()
+    {
+        QStringList problems = accessibilityProblems(QStringLiteral("sign-in"));
+        signIn();
+        QTRY_VERIFY(shown("mainButton"));
+        problems << accessibilityProblems(QStringLiteral("record, audio"));
+        press("videoCallButton");
+        problems << accessibilityProblems(QStringLiteral("record, video"));
+        press("audioOnlyButton");
+        press("tab1");
+        QTRY_VERIFY(!m_app->recordingsList().refreshing());
+        problems << accessibilityProblems(QStringLiteral("recordings"));
+        press("tab2");
+        problems << accessibilityProblems(QStringLiteral("join"));
+        press("userMenuButton");
+        QTRY_VERIFY(shown("signOutButton"));
+        problems << accessibilityProblems(QStringLiteral("user menu"));
+        QTest::keyClick(m_app->mainWindow(), Qt::Key_Escape);
+        item("passkeysSheet")->setProperty("visible", true);
+        QTRY_VERIFY(!m_app->mainWindow()
+                         ->property("passkeys")
+                         .value<QObject*>()
+                         ->property("loading")
+                         .toBool());
+        problems << accessibilityProblems(QStringLiteral("passkeys"));
+        item("passkeysSheet")->setProperty("visible", false);
+        Settings::setValue(RecordingConsent::kAcknowledgedKey, false);
+        press("tab0");
+        QTRY_VERIFY(shown("consentSheet"));
+        problems << accessibilityProblems(QStringLiteral("consent"));
+        QVERIFY2(problems.isEmpty(), qPrintable(problems.join(QLatin1Char('\n'))));
     }
 
     // From the tray with the window closed: the window comes back with the
