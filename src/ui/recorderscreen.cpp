@@ -170,12 +170,6 @@ void RecorderScreen::setDesktopHooks(DesktopHooks hooks)
     m_hooks = std::move(hooks);
 }
 
-bool RecorderScreen::transcriptErrorIsTransient(const QString& message)
-{
-    return message.contains(QLatin1String("reconnecting"), Qt::CaseInsensitive) ||
-           message.contains(QLatin1String("refreshing"), Qt::CaseInsensitive);
-}
-
 std::optional<RecorderScreen::Command> RecorderScreen::privacySettingsCommand()
 {
     QList<Command> candidates{{QStringLiteral("gnome-control-center"), {QStringLiteral("privacy")}},
@@ -403,7 +397,8 @@ void RecorderScreen::checkFallback(std::uint64_t watch, int check)
         setServerFallbackOffered(true);
         return;
     }
-    if (status.isError() && !transcriptErrorIsTransient(status.message())) {
+    // The streamer's own retries show as connecting: an error is final.
+    if (status.isError()) {
         setServerFallbackOffered(true);
         return;
     }

@@ -194,9 +194,6 @@ public:
     // sheet's terms link).
     void setDesktopHooks(DesktopHooks hooks);
 
-    // A transcript error that the streamer works through by itself (it
-    // reconnects, or refreshes the session): the fallback watch goes on.
-    static bool transcriptErrorIsTransient(const QString& message);
     // The desktop's privacy settings, when a settings program we know is
     // on PATH: the program's path and its arguments.
     struct Command {
