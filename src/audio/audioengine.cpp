@@ -346,8 +346,9 @@ void AudioEngine::runSystemAudioAttempt(int attempt, std::uint64_t generation)
     if (generation != m_generation || !m_isRunning || m_serverAway)
         return;
     m_systemAttempting = true;
-    consoleLog(
-        QStringLiteral("🔍 System audio attempt %1/%2...").arg(attempt).arg(kSystemAudioAttempts));
+    consoleLog(QStringLiteral("🔍 System audio attempt %1/%2...")
+                   .arg(attempt)
+                   .arg(m_options.systemRetry.maxAttempts));
 
     const std::optional<SystemCaptureFailure> failure = startSystemAudioCapture();
 
@@ -361,11 +362,10 @@ void AudioEngine::runSystemAudioAttempt(int attempt, std::uint64_t generation)
         return;
     }
     consoleLog(QStringLiteral("⚠️ Attempt %1 failed: %2").arg(attempt).arg(failure->message));
-    if (failure->accessDenied && attempt < kSystemAudioAttempts) {
-        const auto delay = m_options.systemRetryUnit * attempt;
+    if (const auto delay = m_options.systemRetry.after(attempt); delay && failure->accessDenied) {
         consoleLog(QStringLiteral("🔄 Access error detected, retrying in %1s...")
-                       .arg(QString::number(attempt * 1.5, 'f', 1)));
-        after(delay,
+                       .arg(QString::number(static_cast<double>(delay->count()) / 1000, 'f', 1)));
+        after(*delay,
               [this, attempt, generation] { runSystemAudioAttempt(attempt + 1, generation); });
         return;
     }

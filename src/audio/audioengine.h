@@ -7,6 +7,7 @@
 #include "audio/mixpipeline.h"
 #include "audio/recordingengine.h"
 #include "audio/sampleconverter.h"
+#include "core/backoff.h"
 #include "core/delayedcall.h"
 #include "core/serialqueue.h"
 
@@ -52,8 +53,9 @@ public:
     // engine on a fake server and a clock of their own; the defaults are the
     // application's.
     struct Options {
-        // A refused system-audio attempt k waits k × this before the next.
-        std::chrono::milliseconds systemRetryUnit{1500};
+        // A refused system-audio attempt k waits k × 1.5 s before the next,
+        // up to three attempts.
+        Backoff systemRetry = Backoff::linear(std::chrono::milliseconds(1500), 3);
         MixPipeline::Clock clock = MixPipeline::monotonicSeconds;
         // Runs the engine's waits (watchdog, retries); a timer on the audio
         // queue when not set. The engine posts what it runs to its queue.
@@ -67,7 +69,6 @@ public:
     };
 
     static constexpr std::uint32_t kFramesPerBuffer = 4096;
-    static constexpr int kSystemAudioAttempts = 3;
 
     static constexpr double sampleRate = kCommonSampleRate;
     static constexpr std::uint32_t channels = kCommonChannels;

@@ -308,9 +308,9 @@ void AudioRecorder::probeScreenCapture(std::uint64_t session, int attempt)
                 startEngine(session);
                 return;
             }
-            if (result == ProbeResult::Declined && attempt < kScreenProbeAttempts) {
-                // Waits of 1, 2 and 3 s: consent given a moment ago takes a while to apply.
-                QTimer::singleShot(attempt * 1000, this, [this, session, attempt] {
+            const auto delay = kScreenProbeBackoff.after(attempt);
+            if (result == ProbeResult::Declined && delay) {
+                QTimer::singleShot(*delay, this, [this, session, attempt] {
                     if (session == m_session)
                         probeScreenCapture(session, attempt + 1);
                 });

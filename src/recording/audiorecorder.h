@@ -3,6 +3,7 @@
 #include "audio/inputdevice.h"
 #include "audio/inputdevicemodel.h"
 #include "audio/recordingengine.h"
+#include "core/backoff.h"
 #include "core/recordingfilelock.h"
 #include "recording/recordingstate.h"
 #include "recording/recordinguploader.h"
@@ -81,7 +82,8 @@ public:
     using VideoCaptureFactory = std::function<VideoCapture*(QObject* parent)>;
 
     static constexpr int kClockIntervalMs = 100;
-    static constexpr int kScreenProbeAttempts = 4;
+    // Waits of 1, 2 and 3 s: consent given a moment ago takes a while to apply.
+    static constexpr Backoff kScreenProbeBackoff = Backoff::linear(std::chrono::seconds(1), 4);
 
     explicit AudioRecorder(QObject* parent = nullptr);
     // With another engine (tests substitute one).

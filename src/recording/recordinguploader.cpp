@@ -286,25 +286,23 @@ void RecordingUploader::answered(const Attempt& attempt, bool allowAuthRetry,
     if (answer.status == 401 && allowAuthRetry && m_auth) {
         consoleLog(QStringLiteral("🔄 Upload answered 401, refreshing the session once"));
         const std::uint64_t generation = m_generation;
-        m_auth->refreshAccessToken(
-            this, [this, attempt, generation](AuthManager::RefreshOutcome outcome) {
-                if (generation != m_generation || !m_running)
-                    return;
-                switch (outcome) {
-                case AuthManager::RefreshOutcome::Refreshed:
+        const auto current = [this, generation] { return generation == m_generation && m_running; };
+        m_auth->refreshThenRetry(
+            this,
+            [this, attempt, current] {
+                if (current())
                     send(attempt, false);
+            },
+            [this, current](AuthManager::RefreshOutcome outcome) {
+                if (!current())
                     return;
-                case AuthManager::RefreshOutcome::Failed:
-                    // The service could not be asked; the session stands.
+                // Failed: the service could not be asked; the session stands.
+                if (outcome == AuthManager::RefreshOutcome::Failed)
                     fail(QStringLiteral("Upload failed: the session could not be refreshed"), true,
                          true);
-                    return;
-                case AuthManager::RefreshOutcome::Refused:
-                case AuthManager::RefreshOutcome::NoRefreshToken:
+                else
                     requireSignIn(
                         QStringLiteral("Sign-in required — sign in below, then tap Retry upload."));
-                    return;
-                }
             });
         return;
     }

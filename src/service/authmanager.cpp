@@ -415,6 +415,48 @@ void AuthManager::refreshAccessToken(const QObject* context,
     });
 }
 
+void AuthManager::refreshThenRetry(const QObject* context, std::function<void()> retry,
+                                   std::function<void(RefreshOutcome)> giveUp)
+{
+    const quint64 session = m_sessionGeneration;
+    refreshAccessToken(context, [this, session, retry = std::move(retry),
+                                 giveUp = std::move(giveUp)](RefreshOutcome outcome) {
+        // Another account's token must not retry for this one.
+        if (session != m_sessionGeneration && outcome == RefreshOutcome::Refreshed)
+            outcome = RefreshOutcome::Failed;
+        if (outcome == RefreshOutcome::Refreshed && !accessToken().isEmpty())
+            retry();
+        else
+            giveUp(outcome);
+    });
+}
+
+void AuthManager::sendWithRefresh(const QByteArray& verb, const QNetworkRequest& request,
+                                  const QByteArray& body, const QObject* context,
+                                  const AnswerCallback& done,
+                                  const std::function<void(RefreshOutcome)>& giveUp)
+{
+    QNetworkRequest first = request;
+    setBearer(first, accessToken());
+    const QPointer<const QObject> guard(context);
+    sendRequest(verb, first, body, this, [=, this](const HttpAnswer& answer) {
+        if (!guard)
+            return;
+        if (!answer.isHttp || answer.status != 401)
+            return done(answer);
+        consoleLog(QStringLiteral("🔄 %1 answered 401: refreshing the session once")
+                       .arg(request.url().path()));
+        refreshThenRetry(
+            guard,
+            [=, this] {
+                QNetworkRequest again = request;
+                setBearer(again, accessToken());
+                sendRequest(verb, again, body, guard, done);
+            },
+            giveUp);
+    });
+}
+
 void AuthManager::refreshUnderLock(const QString& knownRefreshToken)
 {
     const QString refresh = refreshToken();
@@ -618,42 +660,20 @@ void AuthManager::fetchRecordings(const QObject* context,
         later(context, [done] { done({{}, QStringLiteral("Bad server URL")}); });
         return;
     }
-    sendRecordingsRequest(*url, false, context ? context : this, std::move(done));
-}
-
-void AuthManager::sendRecordingsRequest(const QUrl& url, bool isRetry, const QObject* context,
-                                        std::function<void(RecordingsFetchResult)> done)
-{
-    QNetworkRequest request = serviceRequest(url);
-    setBearer(request, accessToken());
-
-    const QPointer<const QObject> guard(context);
-    sendRequest(
-        "GET", request, {}, this,
-        [this, url, isRetry, guard, done = std::move(done)](const HttpAnswer& answer) {
-            if (!guard)
-                return;
+    const quint64 session = m_sessionGeneration;
+    const auto refreshFailed = [this, done, session](RefreshOutcome) {
+        if (session != m_sessionGeneration)
+            return done({{}, QStringLiteral("Signed out")});
+        consoleLog(QStringLiteral("[fetchRecordings] 401 and could not refresh token"));
+        done({{}, QStringLiteral("Your session expired — please sign in again.")});
+    };
+    sendWithRefresh(
+        "GET", serviceRequest(*url), {}, context ? context : this,
+        [done = std::move(done)](const HttpAnswer& answer) {
             if (answer.transportError) {
                 consoleLog(
                     QStringLiteral("[fetchRecordings] network error: %1").arg(answer.errorText));
                 done({{}, answer.errorText});
-                return;
-            }
-            if (answer.isHttp && answer.status == 401 && !isRetry) {
-                const quint64 session = m_sessionGeneration;
-                refreshAccessToken(guard, [this, url, guard, done, session](bool refreshed) {
-                    // Another account's token must not fetch for this one.
-                    if (session != m_sessionGeneration) {
-                        done({{}, QStringLiteral("Signed out")});
-                        return;
-                    }
-                    if (refreshed) {
-                        sendRecordingsRequest(url, true, guard, done);
-                        return;
-                    }
-                    consoleLog(QStringLiteral("[fetchRecordings] 401 and could not refresh token"));
-                    done({{}, QStringLiteral("Your session expired — please sign in again.")});
-                });
                 return;
             }
             if (answer.isHttp && answer.status >= 400) {
@@ -686,7 +706,8 @@ void AuthManager::sendRecordingsRequest(const QUrl& url, bool isRetry, const QOb
                 consoleLog(QStringLiteral("[fetchRecordings] decode failed: %1\nbody: %2")
                                .arg(error, bodyPreview(answer.body)));
             done({list, std::nullopt});
-        });
+        },
+        refreshFailed);
 }
 
 } // namespace sorv

@@ -2,6 +2,7 @@
 
 #include "core/filelock.h"
 #include "core/settings.h"
+#include "service/network.h"
 #include "service/recordingsmodel.h"
 #include "service/records.h"
 
@@ -116,6 +117,17 @@ public:
     void refreshAccessToken(const QObject* context, std::function<void(bool)> done);
     void refreshAccessToken(const QObject* context, std::function<void(RefreshOutcome)> done);
     bool isRefreshing() const { return m_refreshRunning; }
+    // For a request the service answered 401: one refresh (shared with any
+    // under way), then `retry` if it stored a token for the same session,
+    // else `giveUp` with how it ended (Failed when the session changed).
+    void refreshThenRetry(const QObject* context, std::function<void()> retry,
+                          std::function<void(RefreshOutcome)> giveUp);
+    // Sends a request of the session with its token; a 401 leads to
+    // refreshThenRetry() and one resend with the new token, whose answer
+    // `done` takes whatever it is.
+    void sendWithRefresh(const QByteArray& verb, const QNetworkRequest& request,
+                         const QByteArray& body, const QObject* context, const AnswerCallback& done,
+                         const std::function<void(RefreshOutcome)>& giveUp);
     // Ends the session locally and shows the banner.
     void expireSession(const QString& banner);
     // The service confirms the stored token (true only for HTTP 200).
@@ -194,8 +206,6 @@ private:
     void refreshUnderLock(const QString& knownRefreshToken);
     void finishRefresh(RefreshOutcome outcome);
     void clearLocalSession();
-    void sendRecordingsRequest(const QUrl& url, bool isRetry, const QObject* context,
-                               std::function<void(RecordingsFetchResult)> done);
     void later(const QObject* context, std::function<void()> fn) const;
 
     SecretStore& m_secrets;

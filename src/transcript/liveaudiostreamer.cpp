@@ -222,15 +222,6 @@ QString LiveAudioStreamer::loggedUrl(const QString& urlText, const QString& toke
     return shown.left(80) + QStringLiteral("…");
 }
 
-std::chrono::seconds LiveAudioStreamer::backoffDelay(std::int64_t attempts)
-{
-    if (attempts < 0)
-        return std::chrono::seconds(1);
-    if (attempts >= 5)
-        return std::chrono::seconds(30);
-    return std::chrono::seconds(std::min<std::int64_t>(std::int64_t{1} << attempts, 30));
-}
-
 // ---- Connection --------------------------------------------------------------------
 
 void LiveAudioStreamer::openConnection()
@@ -542,15 +533,14 @@ void LiveAudioStreamer::handleDisconnect(const std::optional<QString>& error, bo
 
     if (closeCode == kAuthExpiredCloseCode) {
         consoleLog(QStringLiteral("🌐 🔑 Auth error (4001), attempting token refresh…"));
-        deliver(LiveEvent::Error{QStringLiteral("Authentication expired, refreshing…")});
+        deliver(LiveEvent::Error{QStringLiteral("Authentication expired, refreshing…"), true});
         const std::uint64_t session = m_session;
         // The token just refreshed was refused too: refreshing again at
         // once would only repeat that, as fast as the service answers.
         if (m_lastRefreshAt && m_timing.now() - *m_lastRefreshAt < kRecentRefresh) {
-            const std::chrono::seconds delay = backoffDelay(m_reconnectAttempts);
-            ++m_reconnectAttempts;
+            const auto delay = *kReconnectBackoff.after(++m_reconnectAttempts);
             consoleLog(QStringLiteral("🌐 🔄 Refused again (4001), refreshing in %1s (attempt #%2)")
-                           .arg(delay.count())
+                           .arg(delay.count() / 1000)
                            .arg(m_reconnectAttempts));
             after(delay, [this, session] {
                 if (session == m_session && m_isActive)
@@ -562,14 +552,13 @@ void LiveAudioStreamer::handleDisconnect(const std::optional<QString>& error, bo
         return;
     }
 
-    const std::chrono::seconds delay = backoffDelay(m_reconnectAttempts);
-    ++m_reconnectAttempts;
+    const auto delay = *kReconnectBackoff.after(++m_reconnectAttempts);
     const QString reason = error.value_or(QStringLiteral("unknown"));
-    consoleLog(
-        QStringLiteral("🌐 🔄 Disconnected (%1), reconnecting in %2s (attempt #%3)")
-            .arg(reason, QString::number(delay.count()), QString::number(m_reconnectAttempts)));
-    deliver(LiveEvent::Error{QStringLiteral("Connection lost (%1), reconnecting in %2s…")
-                                 .arg(reason, QString::number(delay.count()))});
+    const QString seconds = QString::number(delay.count() / 1000);
+    consoleLog(QStringLiteral("🌐 🔄 Disconnected (%1), reconnecting in %2s (attempt #%3)")
+                   .arg(reason, seconds, QString::number(m_reconnectAttempts)));
+    deliver(LiveEvent::Error{
+        QStringLiteral("Connection lost (%1), reconnecting in %2s…").arg(reason, seconds), true});
     const std::uint64_t session = m_session;
     after(delay, [this, session] {
         if (session == m_session && m_isActive)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "audio/audiotypes.h"
+#include "core/backoff.h"
 #include "transcript/livemessagehandler.h"
 #include "transcript/livepcmframer.h"
 #include "transcript/livetranscriptevent.h"
@@ -73,6 +74,8 @@ public:
     // Audio made while a connection is being opened (or its token awaited)
     // waits for it, up to this many frames (10 s); the oldest go first.
     static constexpr std::size_t kMaxFramesWhileConnecting = 84;
+    static constexpr Backoff kReconnectBackoff =
+        Backoff::doubling(std::chrono::seconds(1), std::chrono::seconds(30));
 
     using Clock = std::chrono::steady_clock;
     // Where time comes from: the real clock and Qt timers, or a clock a test
@@ -129,8 +132,6 @@ public:
     // The URL for the log: the token's value replaced by "…", cut to 80
     // characters with "…" after them.
     static QString loggedUrl(const QString& urlText, const QString& token);
-    // The wait before reconnecting after `attempts` earlier reconnections.
-    static std::chrono::seconds backoffDelay(std::int64_t attempts);
 
 private:
     using TokenFinish = void (LiveAudioStreamer::*)(std::uint64_t, const std::optional<QString>&);
@@ -193,7 +194,7 @@ private:
     QString m_serverURL;
     QString m_token;
     QStringList m_languageHints{QStringLiteral("it"), QStringLiteral("en")};
-    std::int64_t m_reconnectAttempts = 0;
+    int m_reconnectAttempts = 0;
     std::optional<Clock::time_point> m_lastRefreshAt;
     Clock::time_point m_lastAudioSentAt{};
     std::uint64_t m_keepaliveSerial = 0;

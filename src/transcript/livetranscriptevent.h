@@ -46,8 +46,11 @@ struct Status {
 };
 
 // A user-facing message: connection problems and the service's errors.
+// Transient: the streamer is working through it by itself (reconnecting,
+// refreshing the token); the stream goes on.
 struct Error {
     QString message;
+    bool transient = false;
     friend bool operator==(const Error&, const Error&) = default;
 };
 

@@ -22,12 +22,6 @@ QString LiveTranscriptSession::storedLanguage(bool video)
     return stored.isEmpty() ? defaultLanguage(video) : stored;
 }
 
-bool LiveTranscriptSession::errorIsTransient(const QString& message)
-{
-    return message.contains(QLatin1String("reconnecting"), Qt::CaseInsensitive) ||
-           message.contains(QLatin1String("refreshing"), Qt::CaseInsensitive);
-}
-
 LiveTranscriptSession::LiveTranscriptSession(QObject* parent)
     : LiveTranscriptSession(Parts{}, parent)
 {}
@@ -154,7 +148,8 @@ void LiveTranscriptSession::checkFallback(std::uint64_t watch, int check)
     const TranscriptStatus& status = m_server->status();
     if (status.isActive())
         return;
-    if (check > kFallbackChecks || (status.isError() && !errorIsTransient(status.message()))) {
+    // The streamer's own retries show as connecting: an error is final.
+    if (check > kFallbackChecks || status.isError()) {
         setFallbackOffered(true);
         return;
     }

@@ -60,7 +60,6 @@ public:
 
     // An error that the streamer works through by itself (it reconnects,
     // or refreshes the session): the fallback watch goes on.
-    static bool errorIsTransient(const QString& message);
 
     explicit LiveTranscriptSession(QObject* parent = nullptr);
     explicit LiveTranscriptSession(Parts parts, QObject* parent = nullptr);

@@ -21,15 +21,6 @@ using TranscriptLimits::fitted;
 using TranscriptLimits::kMaxLabelChars;
 using TranscriptLimits::kMaxSegmentChars;
 
-// Transient troubles of the connection, which the streamer works through
-// by itself.
-bool isTransient(const QString& message)
-{
-    return message.contains(QLatin1String("reconnecting"), Qt::CaseInsensitive) ||
-           message.contains(QLatin1String("refreshing"), Qt::CaseInsensitive) ||
-           message.contains(QLatin1String("connection lost"), Qt::CaseInsensitive);
-}
-
 } // namespace
 
 ServerTranscriptManager::ServerTranscriptManager(QObject* parent)
@@ -125,10 +116,9 @@ void ServerTranscriptManager::start(AuthManager& auth, const QString& language)
             reply(std::nullopt);
             return;
         }
-        weakAuth->refreshAccessToken(this, [weakAuth, reply](bool refreshed) {
-            const QString fresh = refreshed && weakAuth ? weakAuth->accessToken() : QString();
-            reply(fresh.isEmpty() ? std::nullopt : std::optional<QString>(fresh));
-        });
+        weakAuth->refreshThenRetry(
+            this, [weakAuth, reply] { reply(weakAuth->accessToken()); },
+            [reply](AuthManager::RefreshOutcome) { reply(std::nullopt); });
     };
     // A refresh under way (the recording's start begins one) is about to
     // replace the token: the connection waits for it rather than being
@@ -191,7 +181,7 @@ void ServerTranscriptManager::handle(const LiveTranscriptEvent& event)
                            setStatus(TranscriptStatus::connecting());
                    },
                    [this](const LiveEvent::Error& e) {
-                       if (!isTransient(e.message))
+                       if (!e.transient)
                            setStatus(TranscriptStatus::error(e.message));
                        else if (!m_status.isActive())
                            setStatus(TranscriptStatus::connecting());

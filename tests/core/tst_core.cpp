@@ -3,6 +3,7 @@
 // directory and the server-origin precedence. (The log thinning rule is
 // checked where it is used, by the mixer's log cadence.)
 
+#include "core/backoff.h"
 #include "core/paths.h"
 #include "core/serialqueue.h"
 #include "core/settings.h"
@@ -29,6 +30,7 @@ private Q_SLOTS:
     void recordingsDirectoryIsPrivate();
     void serverOriginPrecedence();
     void deliberateRaceIsReported();
+    void backoffSchedules();
 };
 
 void TestCore::serialQueueRunsWorkInOrderOnItsOwnNamedThread()
@@ -149,6 +151,25 @@ void TestCore::deliberateRaceIsReported()
     QVERIFY2(report.count(QStringLiteral("tsan_race_probe.cpp:")) >= 2, qPrintable(report));
     QCOMPARE(probe.exitCode(), 66);
 #endif
+}
+
+void TestCore::backoffSchedules()
+{
+    using std::chrono::milliseconds;
+    using std::chrono::seconds;
+    // The wait after each failure in a row, 0 where no attempt follows.
+    const auto waits = [](const Backoff& backoff) {
+        QList<qint64> list;
+        for (int failures = 1; failures <= 7; ++failures)
+            list << backoff.after(failures).value_or(milliseconds(0)).count();
+        return list;
+    };
+    QCOMPARE(waits(Backoff::doubling(seconds(1), seconds(30))),
+             (QList<qint64>{1000, 2000, 4000, 8000, 16000, 30000, 30000}));
+    QCOMPARE(waits(Backoff::linear(seconds(1), 4)), (QList<qint64>{1000, 2000, 3000, 0, 0, 0, 0}));
+    QCOMPARE(waits(Backoff{milliseconds(250)}), (QList<qint64>{250, 250, 250, 250, 250, 250, 250}));
+    // No overflow however long a service stays away.
+    QCOMPARE(*Backoff::doubling(seconds(1), milliseconds::max()).after(100), milliseconds::max());
 }
 
 QTEST_GUILESS_MAIN(TestCore)

@@ -296,7 +296,7 @@ void TestLiveAudioStreamer::authExpiredAndRefreshFails()
     QCOMPARE(h.session(0).closeCodeSent, 4001);
     QCOMPARE(h.events, (std::vector<LiveTranscriptEvent>{
                            Status{QStringLiteral("connecting")},
-                           Error{QStringLiteral("Authentication expired, refreshing…")},
+                           Error{QStringLiteral("Authentication expired, refreshing…"), true},
                            Error{QStringLiteral("Authentication failed")}, Disconnected{}}));
     QVERIFY(logged(QStringLiteral("🌐 🔑 Auth error (4001), attempting token refresh…")));
     QVERIFY(!h.streamer.isActive());

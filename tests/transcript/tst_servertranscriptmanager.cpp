@@ -155,8 +155,8 @@ void TestServerTranscriptManager::status_data()
     QTest::addColumn<TranscriptStatus>("status");
     const auto connecting = TranscriptStatus::connecting();
     const auto active = TranscriptStatus::active();
-    const LiveTranscriptEvent lost = Error{"Connection lost (reset), reconnecting in 2s…"};
-    const LiveTranscriptEvent refreshing = Error{"Authentication expired, refreshing…"};
+    const LiveTranscriptEvent lost = Error{"Connection lost (reset), reconnecting in 2s…", true};
+    const LiveTranscriptEvent refreshing = Error{"Authentication expired, refreshing…", true};
 
     QTest::newRow("connected") << Events{Connected{"t"}} << active;
     QTest::newRow("text before connected") << Events{Partial{"a", "0"}} << active;
@@ -173,6 +173,9 @@ void TestServerTranscriptManager::status_data()
         << TranscriptStatus::error("Authentication failed");
     QTest::newRow("a service error") << Events{Connected{"t"}, Error{"Quota exceeded"}}
                                      << TranscriptStatus::error("Quota exceeded");
+    QTest::newRow("a service error that mentions reconnecting")
+        << Events{Connected{"t"}, Error{"Upstream reconnecting failed"}}
+        << TranscriptStatus::error("Upstream reconnecting failed");
     QTest::newRow("disconnected ends an active transcript")
         << Events{Connected{"t"}, Disconnected{}} << TranscriptStatus::idle();
 }

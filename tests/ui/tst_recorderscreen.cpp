@@ -170,8 +170,6 @@ private Q_SLOTS:
     void videoModeEndsWithTheSession();
     void fallbackWatch_data();
     void fallbackWatch();
-    void transientErrors_data();
-    void transientErrors();
     void stoppingEndsTheOnDevicePreview();
     void serverTranscriptFromTheService();
     void sessionWindsDownWithTheRecording();
@@ -323,18 +321,25 @@ void TestRecorderScreen::videoModeEndsWithTheSession()
 void TestRecorderScreen::fallbackWatch_data()
 {
     QTest::addColumn<QString>("event");
+    QTest::addColumn<bool>("transient");
     QTest::addColumn<int>("offeredAfterMs"); // -1: never
-    QTest::newRow("nothing happens") << QString() << 12000;
+    QTest::newRow("nothing happens") << QString() << false << 12000;
     // The streamer's own retries: the service is given the whole time.
-    QTest::newRow("reconnecting, in capitals") << "Connection lost — RECONNECTING in 2 s" << 12000;
-    QTest::newRow("refreshing the session") << "Session expired, Refreshing…" << 12000;
-    QTest::newRow("a real failure") << "Live transcription is not available" << 100;
-    QTest::newRow("active") << "connected" << -1;
+    QTest::newRow("reconnecting") << "Connection lost (reset), reconnecting in 2s…" << true
+                                  << 12000;
+    QTest::newRow("refreshing the session")
+        << "Authentication expired, refreshing…" << true << 12000;
+    QTest::newRow("a real failure") << "Live transcription is not available" << false << 100;
+    // Whatever its words: the service's own error is no retry of ours.
+    QTest::newRow("the service's error mentions reconnecting")
+        << "Upstream model reconnecting failed" << false << 100;
+    QTest::newRow("active") << "connected" << false << -1;
 }
 
 void TestRecorderScreen::fallbackWatch()
 {
     QFETCH(QString, event);
+    QFETCH(bool, transient);
     QFETCH(int, offeredAfterMs);
     World w;
     w.tokenWithoutService();
@@ -350,7 +355,7 @@ void TestRecorderScreen::fallbackWatch()
     if (event == QLatin1String("connected"))
         w.screen->serverTranscript()->handle(LiveEvent::Connected{});
     else if (!event.isEmpty())
-        w.screen->serverTranscript()->handle(LiveEvent::Error{event});
+        w.screen->serverTranscript()->handle(LiveEvent::Error{event, transient});
 
     if (offeredAfterMs < 0) {
         w.clock.advance(13s);
@@ -373,24 +378,6 @@ void TestRecorderScreen::fallbackWatch()
     w.clock.advance(13s);
     QVERIFY(!w.screen->serverFallbackOffered());
     QVERIFY(!w.engine->hasConsumer());
-}
-
-void TestRecorderScreen::transientErrors_data()
-{
-    QTest::addColumn<QString>("message");
-    QTest::addColumn<bool>("transient");
-    QTest::newRow("reconnecting") << "Connection lost, reconnecting..." << true;
-    QTest::newRow("capitals") << "RECONNECTING" << true;
-    QTest::newRow("refreshing") << "Token expired — ReFrEsHiNg" << true;
-    QTest::newRow("other") << "HTTP 500" << false;
-    QTest::newRow("not logged in") << "Not logged in" << false;
-}
-
-void TestRecorderScreen::transientErrors()
-{
-    QFETCH(QString, message);
-    QFETCH(bool, transient);
-    QCOMPARE(LiveTranscriptSession::errorIsTransient(message), transient);
 }
 
 void TestRecorderScreen::stoppingEndsTheOnDevicePreview()

@@ -98,47 +98,26 @@ void PasskeyOperations::authorizedPasskeyRequest(
     const QUrl& url, const QByteArray& method, const std::optional<QJsonObject>& body,
     const QObject* context, const std::function<void(PasskeyAuthResult<QByteArray>)>& done)
 {
-    sendAuthorized(url, method, body, false, context ? context : this, done);
-}
-
-void PasskeyOperations::sendAuthorized(
-    const QUrl& url, const QByteArray& method, const std::optional<QJsonObject>& body, bool isRetry,
-    const QObject* context, const std::function<void(PasskeyAuthResult<QByteArray>)>& done)
-{
     QNetworkRequest request = passkeyRequest(url);
-    setBearer(request, m_auth.accessToken());
     QByteArray payload;
     if (body) {
         request.setRawHeader("Content-Type", "application/json");
         payload = jsonBody(*body);
     }
-    const QPointer<const QObject> guard(context);
-    sendRequest(method, request, payload, this,
-                [this, url, method, body, isRetry, guard, done](const HttpAnswer& answer) {
-                    if (!guard)
-                        return;
-                    if (const std::optional<PasskeyAuthError> failure = answerFailure(answer)) {
-                        done(*failure);
-                        return;
-                    }
-                    if (answer.status == 401 && !isRetry) {
-                        consoleLog(QStringLiteral("🔄 Passkey request refused (401): refreshing "
-                                                  "the access token"));
-                        m_auth.refreshAccessToken(guard, [=, this](bool refreshed) {
-                            if (refreshed && !m_auth.accessToken().isEmpty()) {
-                                sendAuthorized(url, method, body, true, guard, done);
-                                return;
-                            }
-                            done(PasskeyAuthError::server(
-                                QStringLiteral("Your session expired — please sign in again.")));
-                        });
-                        return;
-                    }
-                    if (answer.status >= 200 && answer.status <= 299)
-                        done(answer.body);
-                    else
-                        done(passkeys::serverRefusal(answer.status, answer.body));
-                });
+    m_auth.sendWithRefresh(
+        method, request, payload, context ? context : this,
+        [done](const HttpAnswer& answer) {
+            if (const std::optional<PasskeyAuthError> failure = answerFailure(answer))
+                done(*failure);
+            else if (answer.status >= 200 && answer.status <= 299)
+                done(answer.body);
+            else
+                done(passkeys::serverRefusal(answer.status, answer.body));
+        },
+        [done](AuthManager::RefreshOutcome) {
+            done(PasskeyAuthError::server(
+                QStringLiteral("Your session expired — please sign in again.")));
+        });
 }
 
 // ---- sign-in -------------------------------------------------------------------

@@ -53,10 +53,6 @@ public:
                                   const std::function<void(PasskeyAuthResult<QByteArray>)>& done);
 
 private:
-    void sendAuthorized(const QUrl& url, const QByteArray& method,
-                        const std::optional<QJsonObject>& body, bool isRetry,
-                        const QObject* context,
-                        const std::function<void(PasskeyAuthResult<QByteArray>)>& done);
     void finishLogin(const QString& challengeId, const QJsonObject& credential,
                      const QString& typedEmail);
     void later(const QObject* context, std::function<void()> fn);
