@@ -7,8 +7,8 @@
 
 #include "core/paths.h"
 #include "core/secretstore.h"
-#include "localservicefixture.h"
 #include "service/authmanager.h"
+#include "signedin.h"
 #include "speechsamples.h"
 #include "support/isolatedenvironment.h"
 #include "support/pulsesandbox.h"
@@ -226,8 +226,7 @@ void TestRecordCli::terminatedDuringSaveKeepsTheRecording()
     {
         SecretStore secrets;
         AuthManager auth(secrets);
-        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
-        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+        signIn(auth);
     }
     service->script("POST", QStringLiteral("/api/upload"),
                     local::ScriptedAnswer::delayed(std::chrono::seconds(60)));
@@ -327,8 +326,7 @@ void TestRecordCli::recordingIsNotUploadedWhileItIsWritten()
     {
         SecretStore secrets;
         AuthManager auth(secrets);
-        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
-        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+        signIn(auth);
     }
     QProcessEnvironment penv = QProcessEnvironment::systemEnvironment();
     penv.insert(QStringLiteral("SORVELANDRIX_SERVER"), service.origin());
@@ -435,8 +433,7 @@ void TestRecordCli::liveServerPrintsTheTranscriptWhileRecording()
     {
         SecretStore secrets;
         AuthManager auth(secrets);
-        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
-        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+        signIn(auth);
     }
     QProcessEnvironment penv = QProcessEnvironment::systemEnvironment();
     penv.insert(QStringLiteral("SORVELANDRIX_SERVER"), service.origin());
@@ -481,8 +478,7 @@ void TestRecordCli::liveServerWaitsForTheSessionRefreshAtStart()
     {
         SecretStore secrets;
         AuthManager auth(secrets);
-        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
-        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+        signIn(auth);
         old = auth.accessToken();
     }
     qunsetenv("SORVELANDRIX_SECRETS");
@@ -577,8 +573,7 @@ void TestRecordCli::liveServerThatFloodsAndEscapes()
     {
         SecretStore secrets;
         AuthManager auth(secrets);
-        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
-        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+        signIn(auth);
     }
     local::LiveScript script;
     for (qint64 sent = 0, i = 0; sent < 1'000'000; ++i) {

@@ -10,9 +10,9 @@
 #include "core/paths.h"
 #include "core/recordingfilelock.h"
 #include "core/secretstore.h"
-#include "localservicefixture.h"
 #include "recording/audiorecorder.h"
 #include "service/authmanager.h"
+#include "signedin.h"
 #include "support/isolatedenvironment.h"
 #include "support/pulsesandbox.h"
 #include "support/toneprobe.h"
@@ -107,9 +107,7 @@ struct World {
         if (signIn) {
             service.emplace();
             auth = std::make_unique<AuthManager>(secrets);
-            auth->login(LocalService::kDemoEmail, LocalService::kDemoPassword);
-            if (!QTest::qWaitFor([&] { return auth->isLoggedIn(); }, 20000))
-                qFatal("could not sign in to the local service");
+            test::signIn(*auth);
             recorder.setAuthManager(auth.get());
             (*service)->clearRequestLog();
         }

@@ -5,9 +5,9 @@
 // stream comes back by itself and the recording never notices.
 
 #include "core/secretstore.h"
-#include "localservicefixture.h"
 #include "recording/audiorecorder.h"
 #include "service/authmanager.h"
+#include "signedin.h"
 #include "speechsamples.h"
 #include "support/isolatedenvironment.h"
 #include "support/pulsesandbox.h"
@@ -52,8 +52,7 @@ void TestLiveTranscriptPulse::recordingStreamsAndSurvivesARestart()
     LocalServiceFixture service(options);
     SecretStore secrets(SecretStore::Options::fileOnly());
     AuthManager auth(secrets);
-    auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
-    QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+    signIn(auth);
 
     PulseSandbox sandbox;
     QVERIFY2(sandbox.isRunning(), qPrintable(sandbox.errorString()));
