@@ -4,7 +4,7 @@
 
 namespace sorv::local {
 
-QByteArray ServiceRequest::header(const QByteArray& name) const
+QByteArray headerValue(const HeaderList& headers, const QByteArray& name)
 {
     for (const auto& [key, value] : headers) {
         if (key.compare(name, Qt::CaseInsensitive) == 0)
@@ -47,25 +47,14 @@ ServiceResponse ServiceResponse::detail(int status, const QString& message)
     return json(status, QJsonObject{{QStringLiteral("detail"), message}});
 }
 
-bool matchRoute(const QString& pattern, const QString& path, QStringList* params)
+void BodyReader::drain()
 {
-    const QStringList want = pattern.split(QLatin1Char('/'));
-    const QStringList have = path.split(QLatin1Char('/'));
-    if (want.size() != have.size())
-        return false;
-    QStringList found;
-    for (qsizetype i = 0; i < want.size(); ++i) {
-        if (want.at(i) == QLatin1String("{}")) {
-            if (have.at(i).isEmpty())
-                return false;
-            found << have.at(i);
-        } else if (want.at(i) != have.at(i)) {
-            return false;
-        }
+    QString error;
+    for (;;) {
+        const std::optional<QByteArray> piece = next(&error);
+        if (!piece || piece->isEmpty())
+            return;
     }
-    if (params)
-        *params = found;
-    return true;
 }
 
 } // namespace sorv::local

@@ -16,6 +16,8 @@
 namespace sorv::local {
 
 using HeaderList = QList<QPair<QByteArray, QByteArray>>;
+// Case-insensitive; empty when absent.
+QByteArray headerValue(const HeaderList& headers, const QByteArray& name);
 
 // One request as an ordinary endpoint sees it (the body already read whole).
 struct ServiceRequest {
@@ -26,7 +28,7 @@ struct ServiceRequest {
     QByteArray body;
     QStringList params; // the "{}" parts of the route pattern, in order
 
-    QByteArray header(const QByteArray& name) const; // case-insensitive; empty when absent
+    QByteArray header(const QByteArray& name) const { return headerValue(headers, name); }
     QString bearerToken() const;
     QJsonObject jsonObject() const; // empty when the body is not a JSON object
 };
@@ -53,18 +55,11 @@ public:
     // The next piece; an empty array at the end of the body. None when the
     // connection failed (the text says why).
     virtual std::optional<QByteArray> next(QString* error) = 0;
+    // Reads the rest and drops it: an answer before the end of the body
+    // would otherwise reach the client as a reset connection.
+    void drain();
 };
 using StreamingHandler = std::function<ServiceResponse(const ServiceRequest&, BodyReader&)>;
-
-// Endpoints register themselves with a method and a path pattern in which
-// "{}" matches one path segment. A route has either a handler (the body is
-// read whole first, up to a limit) or a streaming handler.
-struct Route {
-    QByteArray method;
-    QString pattern;
-    Handler handler;
-    StreamingHandler streaming;
-};
 
 // For endpoints whose answer goes on for as long as something happens (an
 // event stream): the status and headers first, then the body in chunks as
@@ -90,8 +85,6 @@ public:
 // itself and returns none.
 using ResponseStreamHandler =
     std::function<std::optional<ServiceResponse>(const ServiceRequest&, ResponseStream&)>;
-
-bool matchRoute(const QString& pattern, const QString& path, QStringList* params);
 
 // A WebSocket connection as an endpoint sees it, after the upgrade: blocking
 // calls on the connection's own thread.

@@ -3,6 +3,7 @@
 #include "liveendpoints.h"
 
 #include "core/log.h"
+#include "localservice/router.h"
 #include "localservice/servicestate.h"
 #include "localservice/streamrecognizer.h"
 
@@ -344,6 +345,14 @@ LiveScript& LiveScript::deafen(int afterFrames)
 // ---- The endpoint ---------------------------------------------------------------------------
 
 LiveEndpoint::LiveEndpoint(ServiceState& state) : m_state(state) {}
+
+void LiveEndpoint::addRoutes(Router& router)
+{
+    router.addWebSocket(QStringLiteral("/api/live/stream"),
+                        [this](const ServiceRequest& request, WebSocketChannel& channel) {
+                            serve(request, channel);
+                        });
+}
 
 void LiveEndpoint::queueScript(LiveScript script)
 {

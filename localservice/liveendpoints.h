@@ -11,6 +11,7 @@
 
 namespace sorv::local {
 
+class Router;
 class ServiceState;
 
 // /api/live/stream: the live transcript of a client's audio. The token
@@ -24,13 +25,14 @@ class LiveEndpoint {
 public:
     explicit LiveEndpoint(ServiceState& state);
 
-    void serve(const ServiceRequest& request, WebSocketChannel& channel);
+    void addRoutes(Router& router);
 
     void queueScript(LiveScript script);
     QList<LiveSession> sessions() const;
     int framesReceived() const;
 
 private:
+    void serve(const ServiceRequest& request, WebSocketChannel& channel);
     std::optional<LiveScript> takeScript();
     qsizetype openSession(const QString& token);
     template <typename Fn> void updateSession(qsizetype index, Fn&& fn);

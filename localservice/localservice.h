@@ -1,48 +1,14 @@
 #pragma once
 
-#include "localservice/httpexchange.h"
 #include "localservice/livescript.h"
 #include "localservice/meetingstreamscript.h"
+#include "localservice/requestscripts.h"
+#include "localservice/serviceoptions.h"
 
-#include <QByteArray>
-#include <QList>
-#include <QString>
-
-#include <chrono>
 #include <cstdint>
 #include <memory>
-#include <optional>
 
 namespace sorv::local {
-
-// A request the service received, as it arrived.
-struct LoggedRequest {
-    QByteArray method;
-    QString path;   // without the query
-    QString target; // with the query
-    HeaderList headers;
-    QByteArray body; // empty for streamed bodies
-    // Streamed bodies (uploads) are not kept; their size and SHA-256 are, once
-    // the body has been read.
-    qint64 streamedBodySize = 0;
-    QByteArray streamedBodySha256;
-    QByteArray header(const QByteArray& name) const;
-};
-
-// A one-shot answer that replaces the endpoint's own for the next matching
-// request. Without a status the endpoint answers as usual, after the delay.
-struct ScriptedAnswer {
-    std::optional<int> status;
-    HeaderList headers;
-    QByteArray body;
-    std::chrono::milliseconds delay{0};
-    bool dropConnection = false; // close the connection without any answer
-
-    static ScriptedAnswer reply(int status, QByteArray body = {}, HeaderList headers = {});
-    static ScriptedAnswer json(int status, const QJsonObject& object);
-    static ScriptedAnswer delayed(std::chrono::milliseconds delay);
-    static ScriptedAnswer dropped();
-};
 
 // The local implementation of the service's API, on 127.0.0.1. Used both by
 // the sorvelandrix-local-service executable and in-process by tests. Its
@@ -50,40 +16,9 @@ struct ScriptedAnswer {
 // data directory and survives a restart.
 class LocalService {
 public:
-    struct Options {
-        QString dataDirectory;
-        bool mfa = false; // sign-in asks for an e-mailed code
-        std::chrono::seconds accessTokenLifetime{15 * 60};
-        std::chrono::milliseconds meetingPhase{3000}; // time a bot spends in each start-up state
-        std::chrono::milliseconds meetingStreamPace{400}; // between a meeting stream's events
-        bool logRequests = false;                         // one console line per request
-        std::chrono::milliseconds processingTime{5000};   // an upload's time in "processing"
-        std::chrono::milliseconds idleTimeout{30000};     // a kept-alive connection's quiet time
-        // A request head must be complete this long after the connection
-        // opened (the first request) or after its first byte (later ones).
-        std::chrono::milliseconds headerTimeout{30000};
-        // Connections open at once; further ones wait in the listen queue
-        // until one closes.
-        int maxConnections = 512;
-        // Live transcripts of English streams: pocketsphinx's models here
-        // (empty: its own directory), decoded with this JSGF grammar instead
-        // of the general language model when one is given.
-        QString speechModelDirectory;
-        QString speechGrammarFile;
-        bool keepLiveAudio = false; // LiveSession::audio, for tests
-        // Streamed request bodies (uploads) are read no faster than this (0:
-        // as they come): a slow uplink, to watch an upload's progress.
-        std::int64_t uploadBytesPerSecond = 0;
-        // The update appcast (/updates/appcast.xml) offers this version
-        // (empty: the service's own build version), signed with the Ed25519
-        // private key in this PEM file (empty: one kept in the data
-        // directory, made on the first start).
-        QString appcastVersion;
-        QString appcastKeyFile;
-    };
-
-    static inline const QString kDemoEmail = QStringLiteral("demo@sorvelandrix.local");
-    static inline const QString kDemoPassword = QStringLiteral("demo");
+    using Options = ServiceOptions;
+    static inline const QString kDemoEmail = local::kDemoEmail;
+    static inline const QString kDemoPassword = local::kDemoPassword;
 
     explicit LocalService(Options options);
     ~LocalService();
@@ -138,12 +73,6 @@ public:
     QString addMeeting(const QString& email, const QString& meetingUrl);
     // Another account beside the demo one; returns its id.
     QString addAccount(const QString& email, const QString& name, const QString& password);
-
-    // For endpoint groups added in their own files; only before start().
-    void addRoute(Route route);
-    void addWebSocketRoute(const QString& pattern, WebSocketHandler handler);
-    void addResponseStreamRoute(const QByteArray& method, const QString& pattern,
-                                ResponseStreamHandler handler);
 
 private:
     struct Impl;

@@ -2,7 +2,7 @@
 // "in_meeting" and "recording", one phase each, derived from its age, so
 // no timer is needed and a restart keeps the story straight.
 
-#include "localservice/servicestate.h"
+#include "localservice/endpoints.h"
 
 #include <QJsonArray>
 #include <QRegularExpression>
@@ -88,86 +88,70 @@ QString meetingStatusOf(const QVariant& createdMs, const QVariant& endedMs,
     return QStringLiteral("recording");
 }
 
-void addMeetingEndpoints(LocalService& service, ServiceState& state)
+void addMeetingEndpoints(Router& router, ServiceState& state)
 {
-    service.addRoute(
-        {"GET",
-         QStringLiteral("/api/meetings"),
-         [&state](const ServiceRequest& request) {
-             const std::optional<Account> account = state.authenticate(request);
-             if (!account)
-                 return notAuthenticated();
-             const QByteArray sql =
-                 QByteArray("SELECT ") + kMeetingColumns +
-                 " FROM meetings WHERE account_id = ? ORDER BY created_ms DESC, rowid DESC";
-             QJsonArray list;
-             for (const auto& row : state.db().query(sql.constData(), {account->id}))
-                 list.append(meetingJson(row, state.meetingPhase()));
-             return ServiceResponse::json(200, list);
-         },
-         {}});
+    router.add("GET", QStringLiteral("/api/meetings"),
+               signedIn(state, [&state](const ServiceRequest&, const Account& account) {
+                   const QByteArray sql =
+                       QByteArray("SELECT ") + kMeetingColumns +
+                       " FROM meetings WHERE account_id = ? ORDER BY created_ms DESC, rowid DESC";
+                   QJsonArray list;
+                   for (const auto& row : state.db().query(sql.constData(), {account.id}))
+                       list.append(meetingJson(row, state.meetingPhase()));
+                   return ServiceResponse::json(200, list);
+               }));
 
-    service.addRoute(
-        {"POST",
-         QStringLiteral("/api/meetings/join"),
-         [&state](const ServiceRequest& request) {
-             const std::optional<Account> account = state.authenticate(request);
-             if (!account)
-                 return notAuthenticated();
-             const QJsonObject body = request.jsonObject();
-             const QString link = body.value(QLatin1String("meeting_url")).toString().trimmed();
-             if (link.isEmpty())
-                 return ServiceResponse::detail(422, QStringLiteral("A meeting link is required."));
-             const std::optional<MeetingLink> meeting = recogniseLink(link);
-             if (!meeting)
-                 return ServiceResponse::detail(
-                     422, QStringLiteral("This is not a Google Meet, Zoom, Microsoft Teams or "
-                                         "Webex meeting link."));
-             const QString id = ServiceState::newId();
-             const QString botName = body.value(QLatin1String("bot_name")).toString();
-             Database& db = state.db();
-             std::lock_guard lock(db.lock());
-             db.exec("INSERT INTO meetings(id, account_id, meeting_url, meeting_code, platform, "
-                     "bot_name, language,"
-                     " created_ms) VALUES(?, ?, ?, ?, ?, ?, ?, ?)",
-                     {id, account->id, link, meeting->code, meeting->platform,
-                      botName.isEmpty() ? QVariant() : QVariant(botName),
-                      body.value(QLatin1String("language")).toString(), ServiceState::nowMs()});
-             const QByteArray sql =
-                 QByteArray("SELECT ") + kMeetingColumns + " FROM meetings WHERE id = ?";
-             return ServiceResponse::json(
-                 201, meetingJson(db.query(sql.constData(), {id}).at(0), state.meetingPhase()));
-         },
-         {}});
+    router.add(
+        "POST", QStringLiteral("/api/meetings/join"),
+        signedIn(state, [&state](const ServiceRequest& request, const Account& account) {
+            const QJsonObject body = request.jsonObject();
+            const QString link = body.value(QLatin1String("meeting_url")).toString().trimmed();
+            if (link.isEmpty())
+                return ServiceResponse::detail(422, QStringLiteral("A meeting link is required."));
+            const std::optional<MeetingLink> meeting = recogniseLink(link);
+            if (!meeting)
+                return ServiceResponse::detail(
+                    422, QStringLiteral("This is not a Google Meet, Zoom, Microsoft Teams or "
+                                        "Webex meeting link."));
+            const QString id = ServiceState::newId();
+            const QString botName = body.value(QLatin1String("bot_name")).toString();
+            Database& db = state.db();
+            std::lock_guard lock(db.lock());
+            db.exec("INSERT INTO meetings(id, account_id, meeting_url, meeting_code, platform, "
+                    "bot_name, language,"
+                    " created_ms) VALUES(?, ?, ?, ?, ?, ?, ?, ?)",
+                    {id, account.id, link, meeting->code, meeting->platform,
+                     botName.isEmpty() ? QVariant() : QVariant(botName),
+                     body.value(QLatin1String("language")).toString(), ServiceState::nowMs()});
+            const QByteArray sql =
+                QByteArray("SELECT ") + kMeetingColumns + " FROM meetings WHERE id = ?";
+            return ServiceResponse::json(
+                201, meetingJson(db.query(sql.constData(), {id}).at(0), state.meetingPhase()));
+        }));
 
-    service.addRoute(
-        {"POST",
-         QStringLiteral("/api/meetings/{}/stop"),
-         [&state](const ServiceRequest& request) {
-             const std::optional<Account> account = state.authenticate(request);
-             if (!account)
-                 return notAuthenticated();
-             const QString id = request.params.value(0);
-             Database& db = state.db();
-             std::lock_guard lock(db.lock());
-             const QByteArray select = QByteArray("SELECT ") + kMeetingColumns +
-                                       " FROM meetings WHERE id = ? AND account_id = ?";
-             auto rows = db.query(select.constData(), {id, account->id});
-             if (rows.empty())
-                 return ServiceResponse::detail(404, QStringLiteral("Meeting not found"));
-             if (rows[0][6].isNull()) {
-                 // What the bot heard becomes a recording on the account.
-                 const QString recording = state.addRecording(
-                     account->id, QStringLiteral("meeting_%1.wav").arg(rows[0][2].toString()),
-                     QStringLiteral("completed"), ServiceState::nowMs() - rows[0][5].toLongLong(),
-                     QStringLiteral("Meeting %1").arg(rows[0][2].toString()));
-                 db.exec("UPDATE meetings SET ended_ms = ?, transcription_id = ? WHERE id = ?",
-                         {ServiceState::nowMs(), recording, id});
-                 rows = db.query(select.constData(), {id, account->id});
-             }
-             return ServiceResponse::json(200, meetingJson(rows.at(0), state.meetingPhase()));
-         },
-         {}});
+    router.add(
+        "POST", QStringLiteral("/api/meetings/{}/stop"),
+        signedIn(state, [&state](const ServiceRequest& request, const Account& account) {
+            const QString id = request.params.value(0);
+            Database& db = state.db();
+            std::lock_guard lock(db.lock());
+            const QByteArray select = QByteArray("SELECT ") + kMeetingColumns +
+                                      " FROM meetings WHERE id = ? AND account_id = ?";
+            auto rows = db.query(select.constData(), {id, account.id});
+            if (rows.empty())
+                return ServiceResponse::detail(404, QStringLiteral("Meeting not found"));
+            if (rows[0][6].isNull()) {
+                // What the bot heard becomes a recording on the account.
+                const QString recording = state.addRecording(
+                    account.id, QStringLiteral("meeting_%1.wav").arg(rows[0][2].toString()),
+                    QStringLiteral("completed"), ServiceState::nowMs() - rows[0][5].toLongLong(),
+                    QStringLiteral("Meeting %1").arg(rows[0][2].toString()));
+                db.exec("UPDATE meetings SET ended_ms = ?, transcription_id = ? WHERE id = ?",
+                        {ServiceState::nowMs(), recording, id});
+                rows = db.query(select.constData(), {id, account.id});
+            }
+            return ServiceResponse::json(200, meetingJson(rows.at(0), state.meetingPhase()));
+        }));
 }
 
 } // namespace sorv::local

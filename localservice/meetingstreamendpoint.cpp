@@ -3,7 +3,7 @@
 
 #include "meetingstreamendpoint.h"
 
-#include "localservice/servicestate.h"
+#include "localservice/endpoints.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -71,6 +71,15 @@ MeetingStreamScript& MeetingStreamScript::drop()
 
 MeetingStreamEndpoint::MeetingStreamEndpoint(ServiceState& state) : m_state(state) {}
 
+void MeetingStreamEndpoint::addRoutes(Router& router)
+{
+    router.addResponseStream(
+        "GET", QStringLiteral("/api/meetings/{}/live"),
+        signedIn<ResponseStream>(
+            m_state, [this](const ServiceRequest& request, const Account& account,
+                            ResponseStream& stream) { return serve(request, account, stream); }));
+}
+
 void MeetingStreamEndpoint::queueScript(MeetingStreamScript script)
 {
     std::lock_guard lock(m_mutex);
@@ -95,14 +104,12 @@ std::optional<MeetingStreamScript> MeetingStreamEndpoint::takeScript()
 }
 
 std::optional<ServiceResponse> MeetingStreamEndpoint::serve(const ServiceRequest& request,
+                                                            const Account& account,
                                                             ResponseStream& stream)
 {
-    const std::optional<Account> account = m_state.authenticate(request);
-    if (!account)
-        return notAuthenticated();
     const QString id = request.params.value(0);
     if (m_state.db()
-            .query("SELECT id FROM meetings WHERE id = ? AND account_id = ?", {id, account->id})
+            .query("SELECT id FROM meetings WHERE id = ? AND account_id = ?", {id, account.id})
             .empty())
         return ServiceResponse::detail(404, QStringLiteral("Meeting not found"));
     if (!stream.begin(200, {{"Content-Type", "text/event-stream"}, {"Cache-Control", "no-cache"}}))

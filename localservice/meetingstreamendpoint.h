@@ -9,6 +9,8 @@
 
 namespace sorv::local {
 
+struct Account;
+class Router;
 class ServiceState;
 
 // /api/meetings/{id}/live: a bot's meeting as a server-sent event stream.
@@ -22,13 +24,15 @@ class MeetingStreamEndpoint {
 public:
     explicit MeetingStreamEndpoint(ServiceState& state);
 
-    std::optional<ServiceResponse> serve(const ServiceRequest& request, ResponseStream& stream);
+    void addRoutes(Router& router);
 
     void queueScript(MeetingStreamScript script);
     // Connections that got a stream (200), scripted or not.
     int streamsServed() const;
 
 private:
+    std::optional<ServiceResponse> serve(const ServiceRequest& request, const Account& account,
+                                         ResponseStream& stream);
     std::optional<MeetingStreamScript> takeScript();
     static void runScript(const MeetingStreamScript& script, ResponseStream& stream);
     void runConversation(const QString& meetingId, ResponseStream& stream);

@@ -5,7 +5,7 @@
 // The relying party is the host the client addressed (127.0.0.1 or
 // localhost), and the origin it must report is "http://" + that host.
 
-#include "localservice/servicestate.h"
+#include "localservice/endpoints.h"
 #include "localservice/webauthnverifier.h"
 
 #include "core/log.h"
@@ -210,11 +210,8 @@ std::optional<QString> checkAuthenticatorFlags(const webauthn::AuthenticatorData
 }
 
 ServiceResponse registerBegin(ServiceState& state, Challenges& challenges,
-                              const ServiceRequest& request)
+                              const ServiceRequest& request, const Account& account)
 {
-    const std::optional<Account> account = state.authenticate(request);
-    if (!account)
-        return notAuthenticated();
     const auto rp = relyingParty(request);
     if (!rp)
         return refuse(QStringLiteral("Missing Host header"));
@@ -222,7 +219,7 @@ ServiceResponse registerBegin(ServiceState& state, Challenges& challenges,
 
     Challenge challenge{Challenge::Kind::registration,
                         {},
-                        account->id,
+                        account.id,
                         true,
                         rp->first,
                         rp->second,
@@ -232,16 +229,16 @@ ServiceResponse registerBegin(ServiceState& state, Challenges& challenges,
 
     QJsonArray exclude;
     for (const auto& row :
-         state.db().query("SELECT credential_id FROM passkeys WHERE account_id = ?", {account->id}))
+         state.db().query("SELECT credential_id FROM passkeys WHERE account_id = ?", {account.id}))
         exclude.append(QJsonObject{{QStringLiteral("type"), QStringLiteral("public-key")},
                                    {QStringLiteral("id"), row[0].toString()}});
     const QJsonObject options{
         {QStringLiteral("rp"),
          QJsonObject{{QStringLiteral("id"), rp->first}, {QStringLiteral("name"), kRpName}}},
         {QStringLiteral("user"),
-         QJsonObject{{QStringLiteral("id"), base64Url(userHandle(account->id))},
-                     {QStringLiteral("name"), account->email},
-                     {QStringLiteral("displayName"), account->name}}},
+         QJsonObject{{QStringLiteral("id"), base64Url(userHandle(account.id))},
+                     {QStringLiteral("name"), account.email},
+                     {QStringLiteral("displayName"), account.name}}},
         {QStringLiteral("challenge"), base64Url(challenge.bytes)},
         {QStringLiteral("pubKeyCredParams"),
          QJsonArray{QJsonObject{{QStringLiteral("type"), QStringLiteral("public-key")},
@@ -257,15 +254,12 @@ ServiceResponse registerBegin(ServiceState& state, Challenges& challenges,
 }
 
 ServiceResponse registerFinish(ServiceState& state, Challenges& challenges,
-                               const ServiceRequest& request)
+                               const ServiceRequest& request, const Account& account)
 {
-    const std::optional<Account> account = state.authenticate(request);
-    if (!account)
-        return notAuthenticated();
     const QJsonObject body = request.jsonObject();
     const std::optional<Challenge> challenge = challenges.take(
         body.value(QLatin1String("challenge_id")).toString(), Challenge::Kind::registration);
-    if (!challenge || challenge->accountId != account->id)
+    if (!challenge || challenge->accountId != account.id)
         return refuse(QStringLiteral("This passkey request has expired. Try again."));
 
     QString error;
@@ -315,7 +309,7 @@ ServiceResponse registerFinish(ServiceState& state, Challenges& challenges,
     db.exec("INSERT INTO passkeys(account_id, credential_id, public_key, sign_count, "
             "user_verified, label, created_ms, backup_eligible, transports)"
             " VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)",
-            {account->id, credentialId, *publicKey, qint64(data->signCount),
+            {account.id, credentialId, *publicKey, qint64(data->signCount),
              data->has(webauthn::AuthenticatorData::kUserVerified) ? 1 : 0,
              challenge->label ? QVariant(*challenge->label) : QVariant(), now,
              data->has(webauthn::AuthenticatorData::kBackupEligible) ? 1 : 0,
@@ -325,7 +319,7 @@ ServiceResponse registerFinish(ServiceState& state, Challenges& challenges,
     if (rows.empty())
         return ServiceResponse::detail(500, QStringLiteral("The passkey could not be stored"));
     consoleLog(QStringLiteral("🔑 Passkey registered for %1 (%2 attestation)")
-                   .arg(account->email, attestation->format));
+                   .arg(account.email, attestation->format));
     return ServiceResponse::json(200, passkeyJson(rows.front()));
 }
 
@@ -444,69 +438,51 @@ ServiceResponse loginFinish(ServiceState& state, Challenges& challenges,
 
 } // namespace
 
-void addPasskeyEndpoints(LocalService& service, ServiceState& state)
+void addPasskeyEndpoints(Router& router, ServiceState& state)
 {
     auto challenges = std::make_shared<Challenges>();
-    service.addRoute({"POST",
-                      QStringLiteral("/api/auth/passkey/register/begin"),
-                      [&state, challenges](const ServiceRequest& request) {
-                          return registerBegin(state, *challenges, request);
-                      },
-                      {}});
-    service.addRoute({"POST",
-                      QStringLiteral("/api/auth/passkey/register/finish"),
-                      [&state, challenges](const ServiceRequest& request) {
-                          return registerFinish(state, *challenges, request);
-                      },
-                      {}});
-    service.addRoute({"POST",
-                      QStringLiteral("/api/auth/passkey/login/begin"),
-                      [&state, challenges](const ServiceRequest& request) {
-                          return loginBegin(state, *challenges, request);
-                      },
-                      {}});
-    service.addRoute({"POST",
-                      QStringLiteral("/api/auth/passkey/login/finish"),
-                      [&state, challenges](const ServiceRequest& request) {
-                          return loginFinish(state, *challenges, request);
-                      },
-                      {}});
-    service.addRoute({"GET",
-                      QStringLiteral("/api/auth/passkey/list"),
-                      [&state](const ServiceRequest& request) {
-                          const std::optional<Account> account = state.authenticate(request);
-                          if (!account)
-                              return notAuthenticated();
-                          QJsonArray list;
-                          for (const auto& row :
-                               state.db().query(kPasskeysOfAccount, {account->id}))
-                              list.append(passkeyJson(row));
-                          return ServiceResponse::json(200, list);
-                      },
-                      {}});
-    service.addRoute({"DELETE",
-                      QStringLiteral("/api/auth/passkey/{}"),
-                      [&state](const ServiceRequest& request) {
-                          const std::optional<Account> account = state.authenticate(request);
-                          if (!account)
-                              return notAuthenticated();
-                          bool isNumber = false;
-                          const qint64 id = request.params.value(0).toLongLong(&isNumber);
-                          Database& db = state.db();
-                          std::lock_guard lock(db.lock());
-                          // Another account's passkey is as absent as a removed one.
-                          if (!isNumber ||
-                              !db.exec("DELETE FROM passkeys WHERE id = ? AND account_id = ?",
-                                       {id, account->id}) ||
-                              db.changes() == 0)
-                              return ServiceResponse::detail(404,
-                                                             QStringLiteral("Passkey not found"));
-                          ServiceResponse removed;
-                          removed.status = 204;
-                          removed.contentType.clear();
-                          return removed;
-                      },
-                      {}});
+    router.add("POST", QStringLiteral("/api/auth/passkey/register/begin"),
+               signedIn(state, [&state, challenges](const ServiceRequest& request,
+                                                    const Account& account) {
+                   return registerBegin(state, *challenges, request, account);
+               }));
+    router.add("POST", QStringLiteral("/api/auth/passkey/register/finish"),
+               signedIn(state, [&state, challenges](const ServiceRequest& request,
+                                                    const Account& account) {
+                   return registerFinish(state, *challenges, request, account);
+               }));
+    router.add("POST", QStringLiteral("/api/auth/passkey/login/begin"),
+               [&state, challenges](const ServiceRequest& request) {
+                   return loginBegin(state, *challenges, request);
+               });
+    router.add("POST", QStringLiteral("/api/auth/passkey/login/finish"),
+               [&state, challenges](const ServiceRequest& request) {
+                   return loginFinish(state, *challenges, request);
+               });
+    router.add("GET", QStringLiteral("/api/auth/passkey/list"),
+               signedIn(state, [&state](const ServiceRequest&, const Account& account) {
+                   QJsonArray list;
+                   for (const auto& row : state.db().query(kPasskeysOfAccount, {account.id}))
+                       list.append(passkeyJson(row));
+                   return ServiceResponse::json(200, list);
+               }));
+    router.add("DELETE", QStringLiteral("/api/auth/passkey/{}"),
+               signedIn(state, [&state](const ServiceRequest& request, const Account& account) {
+                   bool isNumber = false;
+                   const qint64 id = request.params.value(0).toLongLong(&isNumber);
+                   Database& db = state.db();
+                   std::lock_guard lock(db.lock());
+                   // Another account's passkey is as absent as a removed one.
+                   if (!isNumber ||
+                       !db.exec("DELETE FROM passkeys WHERE id = ? AND account_id = ?",
+                                {id, account.id}) ||
+                       db.changes() == 0)
+                       return ServiceResponse::detail(404, QStringLiteral("Passkey not found"));
+                   ServiceResponse removed;
+                   removed.status = 204;
+                   removed.contentType.clear();
+                   return removed;
+               }));
 }
 
 } // namespace sorv::local

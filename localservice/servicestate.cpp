@@ -17,12 +17,7 @@ constexpr qint64 kChallengeLifetimeMs = 10LL * 60 * 1000;
 constexpr qint64 kRefreshLifetimeMs = 30LL * 24 * 3600 * 1000;
 } // namespace
 
-ServiceResponse notAuthenticated()
-{
-    return ServiceResponse::detail(401, QStringLiteral("Not authenticated"));
-}
-
-ServiceState::ServiceState(LocalService::Options options)
+ServiceState::ServiceState(ServiceOptions options)
     : m_options(std::move(options)), m_lifetime(m_options.accessTokenLifetime.count())
 {}
 
@@ -79,10 +74,9 @@ void ServiceState::createSchema()
 void ServiceState::createDemoAccount()
 {
     std::lock_guard lock(m_db.lock());
-    if (accountByEmail(LocalService::kDemoEmail))
+    if (accountByEmail(kDemoEmail))
         return;
-    const QString id = addAccount(LocalService::kDemoEmail, QStringLiteral("Demo User"),
-                                  LocalService::kDemoPassword);
+    const QString id = addAccount(kDemoEmail, QStringLiteral("Demo User"), kDemoPassword);
     addRecording(id, QStringLiteral("sorvelandrix_welcome.wav"), QStringLiteral("completed"), 95000,
                  QStringLiteral("Welcome to Sorvelandrix"));
 }

@@ -2,7 +2,7 @@
 
 #include "localservice/database.h"
 #include "localservice/httpexchange.h"
-#include "localservice/localservice.h"
+#include "localservice/serviceoptions.h"
 
 #include <QJsonObject>
 #include <QString>
@@ -24,12 +24,12 @@ struct Account {
 // the console. Thread-safe: every connection thread uses it.
 class ServiceState {
 public:
-    explicit ServiceState(LocalService::Options options);
+    explicit ServiceState(ServiceOptions options);
 
     bool open(QString* error);
 
     Database& db() { return m_db; }
-    const LocalService::Options& options() const { return m_options; }
+    const ServiceOptions& options() const { return m_options; }
     QString dataDirectory() const { return m_options.dataDirectory; }
 
     static qint64 nowMs();
@@ -87,7 +87,7 @@ private:
     void createDemoAccount();
     static QString hashPassword(const QString& salt, const QString& password);
 
-    LocalService::Options m_options;
+    ServiceOptions m_options;
     Database m_db;
     std::atomic<qint64> m_lifetime;
 
@@ -98,20 +98,5 @@ private:
     std::mutex m_failureMutex;
     std::map<QString, std::vector<qint64>> m_failures;
 };
-
-// Endpoint groups, one file each.
-void addAuthEndpoints(LocalService& service, ServiceState& state);
-void addRecordingEndpoints(LocalService& service, ServiceState& state);
-void addMeetingEndpoints(LocalService& service, ServiceState& state);
-void addUploadEndpoints(LocalService& service, ServiceState& state);
-void addPasskeyEndpoints(LocalService& service, ServiceState& state);
-
-// A meeting bot's status: "joining", "in_meeting", "recording" (one phase
-// each, by its age), "completed" once stopped.
-QString meetingStatusOf(const QVariant& createdMs, const QVariant& endedMs,
-                        std::chrono::milliseconds phase);
-
-// The standard refusals.
-ServiceResponse notAuthenticated();
 
 } // namespace sorv::local

@@ -4,7 +4,7 @@
 
 #include "localservice/updateendpoints.h"
 
-#include "localservice/localservice.h"
+#include "localservice/router.h"
 #include "localservice/servicestate.h"
 
 #include "core/appinfo.h"
@@ -118,16 +118,12 @@ UpdateEndpoints::UpdateEndpoints(ServiceState& state) : d(std::make_unique<Impl>
 
 UpdateEndpoints::~UpdateEndpoints() = default;
 
-void UpdateEndpoints::addRoutes(LocalService& service)
+void UpdateEndpoints::addRoutes(Router& router)
 {
-    service.addRoute({"GET",
-                      kAppcastPath,
-                      [this](const ServiceRequest& request) { return appcast(request); },
-                      {}});
-    service.addRoute({"GET",
-                      kFilesPrefix + QStringLiteral("{}"),
-                      [this](const ServiceRequest& request) { return enclosure(request); },
-                      {}});
+    router.add("GET", kAppcastPath,
+               [this](const ServiceRequest& request) { return appcast(request); });
+    router.add("GET", kFilesPrefix + QStringLiteral("{}"),
+               [this](const ServiceRequest& request) { return enclosure(request); });
 }
 
 bool UpdateEndpoints::open(QString* error)
@@ -137,7 +133,7 @@ bool UpdateEndpoints::open(QString* error)
             *error = why;
         return false;
     };
-    const LocalService::Options& options = d->state.options();
+    const ServiceOptions& options = d->state.options();
     const bool given = !options.appcastKeyFile.isEmpty();
     const QString keyPath = given
                                 ? options.appcastKeyFile

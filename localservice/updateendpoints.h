@@ -9,7 +9,7 @@
 
 namespace sorv::local {
 
-class LocalService;
+class Router;
 class ServiceState;
 
 // /updates/appcast.xml: a Sparkle appcast with one item, the version the
@@ -25,7 +25,7 @@ public:
     UpdateEndpoints(const UpdateEndpoints&) = delete;
     UpdateEndpoints& operator=(const UpdateEndpoints&) = delete;
 
-    void addRoutes(LocalService& service);
+    void addRoutes(Router& router);
     // Reads the signing key (the options' PEM file, else the data directory's,
     // made on the first start) and signs the enclosure. False with the reason
     // when the key cannot be read or made.

@@ -11,9 +11,9 @@
 #include "core/paths.h"
 #include "core/secretstore.h"
 #include "core/settings.h"
-#include "localservicefixture.h"
 #include "service/authmanager.h"
 #include "service/passkeys/passkeymanager.h"
+#include "signedin.h"
 #include "support/isolatedenvironment.h"
 #include "support/manualdelays.h"
 #include "support/toneprobe.h"
@@ -102,9 +102,7 @@ struct World {
     {
         SecretStore secrets(SecretStore::Options::fileOnly());
         AuthManager auth(secrets);
-        auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
-        if (!QTest::qWaitFor([&] { return auth.isLoggedIn(); }, 20000))
-            qFatal("could not sign in to the local service");
+        test::signIn(auth);
         service->clearRequestLog();
     }
     QString recording(double seconds)
@@ -222,8 +220,7 @@ void TestCliCommands::sessionCommands()
 
     SecretStore secrets(SecretStore::Options::fileOnly());
     AuthManager auth(secrets);
-    auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
-    QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+    test::signIn(auth);
 
     const Run me = runCli({"whoami"});
     QCOMPARE(me.status, cli::kExitOk);

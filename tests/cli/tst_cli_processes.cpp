@@ -4,8 +4,8 @@
 // issued it, and where the secrets go when no keyring can keep them.
 
 #include "core/secretstore.h"
-#include "localservicefixture.h"
 #include "service/authmanager.h"
+#include "signedin.h"
 #include "support/isolatedenvironment.h"
 #include "support/keyringbus.h"
 
@@ -200,8 +200,7 @@ private Q_SLOTS:
         {
             SecretStore secrets;
             AuthManager auth(secrets);
-            auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
-            QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+            test::signIn(auth);
         }
         qunsetenv("SORVELANDRIX_SECRETS");
         const Cli cli(service.origin());

@@ -10,8 +10,8 @@
 
 #include "core/paths.h"
 #include "core/secretstore.h"
-#include "localservicefixture.h"
 #include "service/authmanager.h"
+#include "signedin.h"
 #include "speechsamples.h"
 #include "support/isolatedenvironment.h"
 #include "support/pulsesandbox.h"
@@ -209,8 +209,7 @@ void TestRecordCli::terminatedDuringSaveKeepsTheRecording()
     {
         SecretStore secrets;
         AuthManager auth(secrets);
-        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
-        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+        signIn(auth);
     }
     service->script("POST", QStringLiteral("/api/upload"),
                     local::ScriptedAnswer::delayed(std::chrono::seconds(60)));
@@ -291,8 +290,7 @@ void TestRecordCli::recordingIsNotUploadedWhileItIsWritten()
     {
         SecretStore secrets;
         AuthManager auth(secrets);
-        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
-        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+        signIn(auth);
     }
     QProcessEnvironment penv = QProcessEnvironment::systemEnvironment();
     penv.insert(QStringLiteral("SORVELANDRIX_SERVER"), service.origin());
@@ -362,8 +360,7 @@ void TestRecordCli::liveServerPrintsTheTranscriptWhileRecording()
     {
         SecretStore secrets;
         AuthManager auth(secrets);
-        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
-        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 20000);
+        signIn(auth);
     }
     QProcessEnvironment penv = QProcessEnvironment::systemEnvironment();
     penv.insert(QStringLiteral("SORVELANDRIX_SERVER"), service.origin());

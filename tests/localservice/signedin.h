@@ -9,15 +9,24 @@
 
 namespace sorv::test {
 
+// The demo account signs in through `auth` to the run's local service; the
+// test program stops when it cannot. Each sign-in is a session of its own:
+// it waits for a new token, also when the secrets held one already.
+inline void signIn(AuthManager& auth)
+{
+    const QString before = auth.accessToken();
+    auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
+    if (!QTest::qWaitFor([&] { return auth.isLoggedIn() && auth.accessToken() != before; }, 20000))
+        qFatal("could not sign in to the local service");
+}
+
 // The demo account signed in to a local service of the test's own, in a
 // private environment with its secrets in the private file: where most tests
 // of the service's views and transcripts start.
 struct SignedIn {
     explicit SignedIn(local::LocalService::Options options = {}) : service(std::move(options))
     {
-        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
-        if (!QTest::qWaitFor([&] { return auth.isLoggedIn(); }, 20000))
-            qFatal("could not sign in to the local service");
+        signIn(auth);
     }
 
     IsolatedEnvironment env;

@@ -8,13 +8,13 @@
 #include "core/log.h"
 #include "core/paths.h"
 #include "core/secretstore.h"
-#include "localservicefixture.h"
 #include "recording/audiorecorder.h"
 #include "recording/pendingrecordings.h"
 #include "recording/recordinguploader.h"
 #include "recording/uploadbody.h"
 #include "recording/uploadretryscheduler.h"
 #include "service/authmanager.h"
+#include "signedin.h"
 #include "support/isolatedenvironment.h"
 
 #include <QDateTime>
@@ -50,9 +50,7 @@ bool writeFile(const QString& path, const QByteArray& bytes)
 struct World {
     World()
     {
-        auth->login(LocalService::kDemoEmail, LocalService::kDemoPassword);
-        if (!QTest::qWaitFor([&] { return auth->isLoggedIn(); }, 20000))
-            qFatal("could not sign in to the local service");
+        test::signIn(*auth);
         recorder.setAuthManager(auth.get());
         service->clearRequestLog();
     }

@@ -1,6 +1,6 @@
 // The meeting-bot client against the local service over loopback.
 
-#include "localservicefixture.h"
+#include "signedin.h"
 
 #include "core/log.h"
 #include "core/secretstore.h"
@@ -22,10 +22,8 @@ namespace {
 struct World {
     explicit World(bool signIn = true)
     {
-        if (signIn) {
-            auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
-            QTRY_VERIFY(auth.isLoggedIn());
-        }
+        if (signIn)
+            test::signIn(auth);
         service->clearRequestLog();
     }
     test::IsolatedEnvironment env;

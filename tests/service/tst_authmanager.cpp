@@ -1,7 +1,7 @@
 // The session against the local service: sign-in outcomes, the shared
 // refresh, start-up checks, sign-out and the recordings list.
 
-#include "localservicefixture.h"
+#include "signedin.h"
 
 #include "core/log.h"
 #include "core/secretstore.h"
@@ -31,9 +31,7 @@ struct World {
     explicit World(bool mfa = false) : service(withMfa(mfa)) {}
     void signIn()
     {
-        auth->login(LocalService::kDemoEmail, LocalService::kDemoPassword);
-        QTRY_VERIFY(!auth->isLoggingIn());
-        QVERIFY(auth->isLoggedIn());
+        test::signIn(*auth);
         service->clearRequestLog();
     }
     // A new manager over the same secrets and settings: the next start.

@@ -2,7 +2,7 @@
 // authenticator and the session's passkey operations, end to end against
 // the local service.
 
-#include "localservicefixture.h"
+#include "signedin.h"
 
 #include "core/log.h"
 #include "core/secretstore.h"
@@ -49,9 +49,7 @@ struct World {
 
     void signIn()
     {
-        auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
-        QTRY_VERIFY(!auth.isLoggingIn());
-        QVERIFY(auth.isLoggedIn());
+        test::signIn(auth);
         service->clearRequestLog();
     }
 

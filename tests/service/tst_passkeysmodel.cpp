@@ -1,7 +1,7 @@
 // The passkeys sheet's model against the local service, with the software
 // authenticator in memory standing in for the security key.
 
-#include "localservicefixture.h"
+#include "signedin.h"
 
 #include "core/secretstore.h"
 #include "service/authmanager.h"
@@ -20,12 +20,7 @@ using namespace sorv::local;
 namespace {
 
 struct World {
-    void signIn()
-    {
-        auth.login(LocalService::kDemoEmail, LocalService::kDemoPassword);
-        QTRY_VERIFY(!auth.isLoggingIn());
-        QVERIFY(auth.isLoggedIn());
-    }
+    void signIn() { test::signIn(auth); }
     void load()
     {
         model.reload();

@@ -3,8 +3,8 @@
 #include "core/log.h"
 #include "core/secretstore.h"
 #include "core/settings.h"
-#include "localservicefixture.h"
 #include "service/authmanager.h"
+#include "signedin.h"
 #include "support/isolatedenvironment.h"
 
 #include <QProcess>
@@ -94,8 +94,7 @@ private Q_SLOTS:
         SecretStore store;
         QVERIFY(store.usingKeyring());
         AuthManager auth(store);
-        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
-        QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 10000);
+        test::signIn(auth);
         service->expireAccessTokens();
         std::optional<bool> refreshed;
         auth.refreshAccessToken(&auth, [&](bool ok) { refreshed = ok; });

@@ -8,9 +8,9 @@
 
 #include "core/log.h"
 #include "core/secretstore.h"
-#include "localservicefixture.h"
 #include "manualclock.h"
 #include "service/authmanager.h"
+#include "signedin.h"
 #include "support/isolatedenvironment.h"
 #include "transcript/liveaudiostreamer.h"
 
@@ -36,11 +36,7 @@ QString signIn()
 {
     SecretStore secrets(SecretStore::Options::fileOnly());
     AuthManager auth(secrets);
-    // Each sign-in is a session of its own, with its own token.
-    const QString before = auth.accessToken();
-    auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
-    if (!QTest::qWaitFor([&] { return auth.isLoggedIn() && auth.accessToken() != before; }, 20000))
-        qFatal("could not sign in to the local service");
+    test::signIn(auth);
     return auth.accessToken();
 }
 

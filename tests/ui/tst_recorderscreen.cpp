@@ -8,9 +8,9 @@
 #include "audio/inputdevicemodel.h"
 #include "core/secretstore.h"
 #include "core/settings.h"
-#include "localservicefixture.h"
 #include "recording/audiorecorder.h"
 #include "service/authmanager.h"
+#include "signedin.h"
 #include "support/isolatedenvironment.h"
 #include "support/scriptedengine.h"
 #include "transcript/livetranscriptsession.h"
@@ -120,9 +120,7 @@ struct World {
     void signIn()
     {
         service = std::make_unique<test::LocalServiceFixture>();
-        auth.login(local::LocalService::kDemoEmail, local::LocalService::kDemoPassword);
-        if (!QTest::qWaitFor([&] { return auth.isLoggedIn(); }, 20000))
-            qFatal("could not sign in to the local service");
+        test::signIn(auth);
     }
     // A session whose token no service will ever see: the server
     // transcript keeps trying to connect and never becomes active.
