@@ -222,9 +222,21 @@ void signInScreens(Shooter& s, sorv::AuthManager& auth, sorv::test::LocalService
     s.waitFor([&] { return auth.isLoggedIn(); }, "signing in");
 }
 
-void recorderScreens(Shooter& s, sorv::RecorderScreen& screen)
+// Until the first consent, showing the Record tab asks for it; the sheet is
+// modal, so a user cancels it before doing anything else there.
+void showRecordTab(Shooter& s, sorv::RecorderScreen& screen)
 {
     s.click("tab0");
+    Shooter::settle();
+    if (screen.showingConsentSheet()) {
+        screen.consent()->cancel();
+        s.waitFor([&] { return !screen.showingConsentSheet(); }, "the consent sheet closed");
+    }
+}
+
+void recorderScreens(Shooter& s, sorv::RecorderScreen& screen)
+{
+    showRecordTab(s, screen);
     screen.setRecordVideo(false);
     s.shoot(QStringLiteral("record-idle-audio"));
     screen.setRecordVideo(true);
@@ -401,14 +413,17 @@ void recordingScreens(Shooter& s, sorv::RecorderScreen& screen, sorv::test::Scri
     s.waitFor(pageIs("idle"), "idle at the end");
 }
 
-void tabScreens(Shooter& s)
+void tabScreens(Shooter& s, sorv::RecorderScreen& screen)
 {
     const char* names[] = {"tab-record", "tab-recordings", "tab-join"};
     for (int i = 0; i < 3; ++i) {
-        s.click(QStringLiteral("tab%1").arg(i).toLatin1().constData());
+        if (i == 0)
+            showRecordTab(s, screen);
+        else
+            s.click(QStringLiteral("tab%1").arg(i).toLatin1().constData());
         s.shoot(QString::fromLatin1(names[i]));
     }
-    s.click("tab0");
+    showRecordTab(s, screen);
     s.click("userMenuButton");
     s.shoot(QStringLiteral("user-menu-open"));
     s.set("userMenu", "visible", false);
@@ -741,7 +756,7 @@ int main(int argc, char** argv)
     recorderApp.recorderScreen().consent()->cancel();
     meetingTabScreens(shooter, recorderApp, service);
     floatingPanelScreens(shooter, recorderApp, service);
-    tabScreens(shooter);
+    tabScreens(shooter, recorderApp.recorderScreen());
     recorderScreens(shooter, recorderApp.recorderScreen());
     recordingScreens(shooter, recorderApp.recorderScreen(), *engine, service,
                      x11 && x11->isRunning());
