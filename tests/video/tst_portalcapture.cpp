@@ -5,6 +5,7 @@
 
 #include "core/settings.h"
 #include "mediafile.h"
+#include "recorderwait.h"
 #include "support/isolatedenvironment.h"
 #include "video/portalscreencast.h"
 #include "video/screencaptureaccess.h"
@@ -153,34 +154,6 @@ public:
     }
 };
 
-std::optional<VideoRecorderError> startAndWait(VideoRecorder& recorder, const QString& path,
-                                               const QString& target)
-{
-    bool done = false;
-    std::optional<VideoRecorderError> result;
-    recorder.start(path, *ScreenCaptureTargetOption::fromID(target),
-                   [&](const std::optional<VideoRecorderError>& error) {
-                       result = error;
-                       done = true;
-                   });
-    if (!QTest::qWaitFor([&] { return done; }, 30000))
-        return VideoRecorderError::invalidState(QStringLiteral("start did not complete"));
-    return result;
-}
-
-VideoRecorder::StopResult stopAndWait(VideoRecorder& recorder)
-{
-    bool done = false;
-    VideoRecorder::StopResult result;
-    recorder.stop([&](const VideoRecorder::StopResult& r) {
-        result = r;
-        done = true;
-    });
-    if (!QTest::qWaitFor([&] { return done; }, 30000))
-        result.error = VideoRecorderError::invalidState(QStringLiteral("stop did not complete"));
-    return result;
-}
-
 // The SMPTE pattern's seven bars, left to right, get darker: white, yellow,
 // cyan, green, magenta, red, blue. Red and blue swapped, or a picture out of
 // place, breaks the order.
@@ -258,7 +231,8 @@ void TestPortalCapture::recordsTheSharedScreenAskingOnce()
         m_desktop->setBehaviour(QStringLiteral("share"), format);
         VideoRecorder recorder;
         const QString path = m_isolated.path(format + QStringLiteral(".mp4"));
-        const auto error = startAndWait(recorder, path, QStringLiteral("portal:monitor"));
+        const auto error = startAndWait(
+            recorder, path, *ScreenCaptureTargetOption::fromID(QStringLiteral("portal:monitor")));
         QVERIFY2(!error, qPrintable(error ? error->description() : QString()));
         QTRY_VERIFY2_WITH_TIMEOUT(recorder.statistics().framesWritten >= 10,
                                   qPrintable(QStringLiteral("%1 frames came, %2 written")
@@ -290,7 +264,8 @@ void TestPortalCapture::desktopStopsSharing()
     VideoRecorder recorder;
     QSignalSpy ended(&recorder, &VideoCapture::captureEnded);
     const QString path = m_isolated.path(QStringLiteral("closed.mp4"));
-    const auto error = startAndWait(recorder, path, QStringLiteral("portal:window"));
+    const auto error = startAndWait(
+        recorder, path, *ScreenCaptureTargetOption::fromID(QStringLiteral("portal:window")));
     QVERIFY2(!error, qPrintable(error ? error->description() : QString()));
     QCOMPARE(m_desktop->calls(QStringLiteral("SelectSources")).back().value("types").toInt(), 2);
     QTRY_VERIFY_WITH_TIMEOUT(recorder.statistics().framesWritten >= 5, 20000);
@@ -314,7 +289,8 @@ void TestPortalCapture::staleConsentIsDroppedAndAskedAgain()
     const auto dialogsBefore = m_desktop->calls(QStringLiteral("dialog")).size();
     VideoRecorder recorder;
     const auto error =
-        startAndWait(recorder, m_isolated.path(QStringLiteral("stale.mp4")), "portal:monitor");
+        startAndWait(recorder, m_isolated.path(QStringLiteral("stale.mp4")),
+                     *ScreenCaptureTargetOption::fromID(QStringLiteral("portal:monitor")));
     QVERIFY2(!error, qPrintable(error ? error->description() : QString()));
     QVERIFY(!stopAndWait(recorder).error);
     const auto selects = m_desktop->calls(QStringLiteral("SelectSources"));
@@ -354,7 +330,8 @@ void TestPortalCapture::startFailures()
     const QString path = m_isolated.path(behaviour + QStringLiteral(".mp4"));
     {
         VideoRecorder recorder;
-        const auto error = startAndWait(recorder, path, QStringLiteral("portal:monitor"));
+        const auto error = startAndWait(
+            recorder, path, *ScreenCaptureTargetOption::fromID(QStringLiteral("portal:monitor")));
         QVERIFY(error);
         QCOMPARE(error->description(), message);
         QCOMPARE(recorder.state(), VideoRecorderState::idle());

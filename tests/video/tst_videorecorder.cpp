@@ -3,6 +3,7 @@
 // recording still plays, and the refusals.
 
 #include "mediafile.h"
+#include "recorderwait.h"
 #include "support/isolatedenvironment.h"
 #include "support/syntheticaudio.h"
 #include "support/xvfbsession.h"
@@ -23,34 +24,6 @@ using namespace sorv::test;
 namespace {
 
 constexpr QSize kScreen(640, 360);
-
-// Waits (running the event loop) for a start to complete.
-std::optional<VideoRecorderError> startAndWait(VideoRecorder& recorder, const QString& path,
-                                               const ScreenCaptureTargetOption& target)
-{
-    bool done = false;
-    std::optional<VideoRecorderError> result;
-    recorder.start(path, target, [&](const std::optional<VideoRecorderError>& error) {
-        result = error;
-        done = true;
-    });
-    if (!QTest::qWaitFor([&] { return done; }, 15000))
-        return VideoRecorderError::invalidState(QStringLiteral("start did not complete"));
-    return result;
-}
-
-VideoRecorder::StopResult stopAndWait(VideoRecorder& recorder)
-{
-    bool done = false;
-    VideoRecorder::StopResult result;
-    recorder.stop([&](const VideoRecorder::StopResult& r) {
-        result = r;
-        done = true;
-    });
-    if (!QTest::qWaitFor([&] { return done; }, 30000))
-        result.error = VideoRecorderError::invalidState(QStringLiteral("stop did not complete"));
-    return result;
-}
 
 // Onsets of the clicks: the first sample above half scale after at least
 // half a second of quiet.
