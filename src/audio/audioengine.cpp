@@ -5,6 +5,7 @@
 #include "audio/pulsebackend.h"
 #include "core/log.h"
 
+#include <QCoreApplication>
 #include <QFile>
 #include <QTimer>
 #include <QtGlobal>
@@ -19,7 +20,8 @@ const QString kClientName = QStringLiteral("Sorvelandrix Recorder");
 
 // The monitor stream refused by the sound server: system audio needs no
 // screen permission on Linux, so the advice is about the sound server.
-const QString kSystemAudioRefused = QStringLiteral(
+const char* const kSystemAudioRefused = QT_TRANSLATE_NOOP(
+    "AudioEngine",
     "The sound server refused to let Sorvelandrix Recorder record what the computer plays. "
     "Allow it in your desktop's privacy settings, then press Retry.");
 
@@ -370,7 +372,9 @@ void AudioEngine::runSystemAudioAttempt(int attempt, std::uint64_t generation)
         return;
     }
     m_systemAttempting = false;
-    reportSystemAudioStatus(false, failure->accessDenied ? kSystemAudioRefused : failure->message);
+    reportSystemAudioStatus(false, failure->accessDenied ? QCoreApplication::translate(
+                                                               "AudioEngine", kSystemAudioRefused)
+                                                         : failure->message);
 }
 
 void AudioEngine::postSystemAudioAttempts()
@@ -400,24 +404,29 @@ std::optional<AudioEngine::SystemCaptureFailure> AudioEngine::startSystemAudioCa
     m_systemConverter.reset();
     ++m_systemStreamSerial;
     if (!m_server)
-        return SystemCaptureFailure{false, QStringLiteral("No sound server")};
+        return SystemCaptureFailure{false,
+                                    QCoreApplication::translate("AudioEngine", "No sound server")};
 
     // The monitor is found by name: some pulse servers do not resolve
     // @DEFAULT_MONITOR@.
     const auto server = m_server->serverInfo();
     if (!server)
-        return SystemCaptureFailure{false, QStringLiteral("Could not read the sound server's "
-                                                          "configuration: %1")
-                                               .arg(m_server->lastErrorText())};
+        return SystemCaptureFailure{
+            false, QCoreApplication::translate("AudioEngine", "Could not read the sound server's "
+                                                              "configuration: %1")
+                       .arg(m_server->lastErrorText())};
     if (server->defaultSinkName.isEmpty())
         return SystemCaptureFailure{
-            false, QStringLiteral("No sound output device to capture system audio from")};
+            false, QCoreApplication::translate(
+                       "AudioEngine", "No sound output device to capture system audio from")};
     const QString monitor = server->defaultSinkName + QStringLiteral(".monitor");
     const auto info = m_server->sourceInfo(monitor);
     if (!info || !info->isMonitor)
         return SystemCaptureFailure{
-            false, QStringLiteral("The sound output %1 has no monitor to capture system audio from")
-                       .arg(server->defaultSinkName)};
+            false,
+            QCoreApplication::translate(
+                "AudioEngine", "The sound output %1 has no monitor to capture system audio from")
+                .arg(server->defaultSinkName)};
 
     const std::uint64_t generation = m_generation;
     const std::uint64_t serial = m_systemStreamSerial;
@@ -469,7 +478,8 @@ void AudioEngine::moveSystemAudio()
     if (const auto failure = startSystemAudioCapture()) {
         consoleLog(QStringLiteral("⚠️ System audio could not follow the output: %1")
                        .arg(failure->message));
-        reportSystemAudioStatus(false, QStringLiteral("System audio capture stopped"));
+        reportSystemAudioStatus(
+            false, QCoreApplication::translate("AudioEngine", "System audio capture stopped"));
         return;
     }
     consoleLog(QStringLiteral("🔊 System audio follows the output: %1 → %2")

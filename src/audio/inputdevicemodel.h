@@ -8,7 +8,7 @@
 namespace sorv {
 
 // The microphones to choose from, default first, for the device picker.
-class InputDeviceModel : public ListModel {
+class InputDeviceModel : public sorv::ListModel {
     Q_OBJECT
 public:
     // LabelRole: the name as the picker shows it (the default one marked).

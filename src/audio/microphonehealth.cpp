@@ -2,6 +2,8 @@
 
 #include "core/log.h"
 
+#include <QCoreApplication>
+
 namespace sorv {
 
 MicrophoneHealth::MicrophoneHealth(Microphone& microphone, Clock clock, Timing timing)
@@ -10,7 +12,8 @@ MicrophoneHealth::MicrophoneHealth(Microphone& microphone, Clock clock, Timing t
 
 QString MicrophoneHealth::silenceMessage()
 {
-    return QStringLiteral(
+    return QCoreApplication::translate(
+        "MicrophoneHealth",
         "The selected microphone is returning silence. Another app (e.g. WhatsApp, Zoom, Teams) "
         "may have exclusive voice processing on this mic. Try switching input devices, or quit "
         "the other app.");
@@ -18,7 +21,8 @@ QString MicrophoneHealth::silenceMessage()
 
 QString MicrophoneHealth::fatalMessage()
 {
-    return QStringLiteral("Microphone engine could not be restarted after %1 attempts")
+    return QCoreApplication::translate("MicrophoneHealth",
+                                       "Microphone engine could not be restarted after %1 attempts")
         .arg(kMaxRestarts);
 }
 

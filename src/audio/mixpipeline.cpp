@@ -3,6 +3,8 @@
 #include "audio/mixer.h"
 #include "core/log.h"
 
+#include <QCoreApplication>
+
 #include <algorithm>
 #include <ctime>
 
@@ -10,12 +12,16 @@ namespace sorv {
 
 QString MixPipeline::WriteFailure::message() const
 {
-    const QString saved = framesSaved > 0 ? QStringLiteral("The first %1 s are saved in %2.")
-                                                .arg(QString::number(secondsSaved(), 'f', 1), path)
-                                          : QStringLiteral("Nothing could be saved.");
+    const QString saved =
+        framesSaved > 0
+            ? QCoreApplication::translate("MixPipeline", "The first %1 s are saved in %2.")
+                  .arg(QString::number(secondsSaved(), 'f', 1), path)
+            : QCoreApplication::translate("MixPipeline", "Nothing could be saved.");
     if (diskFull)
-        return QStringLiteral("Recording stopped: the disk is full. ") + saved;
-    return QStringLiteral("Recording stopped: the recording could not be written (%1). ")
+        return QCoreApplication::translate("MixPipeline", "Recording stopped: the disk is full. ") +
+               saved;
+    return QCoreApplication::translate(
+               "MixPipeline", "Recording stopped: the recording could not be written (%1). ")
                .arg(reason) +
            saved;
 }
@@ -35,12 +41,14 @@ bool MixPipeline::openOutput(const QString& path, QString* error)
     if (m_output.open(path, static_cast<int>(kCommonSampleRate), static_cast<int>(kCommonChannels)))
         return true;
     if (error)
-        *error =
-            m_output.diskFull()
-                ? QStringLiteral("The recording file %1 could not be created: the disk is full.")
-                      .arg(path)
-                : QStringLiteral("The recording file %1 could not be created: %2")
-                      .arg(path, m_output.errorString());
+        *error = m_output.diskFull()
+                     ? QCoreApplication::translate(
+                           "MixPipeline",
+                           "The recording file %1 could not be created: the disk is full.")
+                           .arg(path)
+                     : QCoreApplication::translate("MixPipeline",
+                                                   "The recording file %1 could not be created: %2")
+                           .arg(path, m_output.errorString());
     return false;
 }
 
@@ -105,7 +113,7 @@ bool MixPipeline::write(std::span<const float> samples, bool mixed)
                          m_output.frames()};
     consoleLog(
         mixed ? QStringLiteral("❌ Write error at #%1: %2").arg(m_writeCount).arg(failure.reason)
-              : QStringLiteral("Write error: %1").arg(failure.reason));
+              : QCoreApplication::translate("MixPipeline", "Write error: %1").arg(failure.reason));
     if (m_writeFailureSink)
         m_writeFailureSink(failure);
     return false;

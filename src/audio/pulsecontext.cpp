@@ -2,6 +2,8 @@
 
 #include "audio/pulsecapturestream.h"
 
+#include <QCoreApplication>
+
 #include <pulse/pulseaudio.h>
 #include <pulse/rtclock.h>
 
@@ -165,7 +167,8 @@ bool PulseContext::connect(const QString& clientName, ConnectError* error, QStri
                     paText(pa_strerror(err)));
     }
     if (pa_threaded_mainloop_start(m_mainloop) < 0)
-        return fail(ConnectError::NoServer, QStringLiteral("PulseAudio thread did not start"));
+        return fail(ConnectError::NoServer,
+                    QCoreApplication::translate("AudioEngine", "PulseAudio thread did not start"));
 
     bool ready = false;
     int err = 0;

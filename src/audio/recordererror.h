@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QString>
 
 namespace sorv {
@@ -26,9 +27,10 @@ public:
     {
         switch (m_code) {
         case Code::NoDisplay:
-            return QStringLiteral("No display found for system audio capture");
+            return QCoreApplication::translate("RecorderError",
+                                               "No display found for system audio capture");
         case Code::NoMicrophone:
-            return QStringLiteral("No microphone available");
+            return QCoreApplication::translate("RecorderError", "No microphone available");
         case Code::Other:
             break;
         }

@@ -12,6 +12,7 @@
 #include "video/screencaptureaccess.h"
 #include "video/videorecorder.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -25,15 +26,25 @@ namespace sorv {
 
 namespace {
 
-const QString kMicrophoneDenied = QStringLiteral(
+const char* const kMicrophoneDenied = QT_TRANSLATE_NOOP(
+    "AudioRecorder",
     "Microphone access denied. Allow Sorvelandrix Recorder to use the microphone in your "
     "desktop's privacy settings, then try again.");
-const QString kNoRecordingFile =
-    QStringLiteral("Recording file is no longer available — please record again");
-const QString kSignInFirst = QStringLiteral("Sign in first, then tap Retry upload.");
-const QString kSelectedMicrophone = QStringLiteral("The selected microphone");
-const QString kVideoStartFailed = QStringLiteral("Video recording failed to start: ");
-const QString kVideoStopFailed = QStringLiteral("Video stop failed: ");
+const char* const kNoRecordingFile = QT_TRANSLATE_NOOP(
+    "AudioRecorder", "Recording file is no longer available — please record again");
+const char* const kSignInFirst =
+    QT_TRANSLATE_NOOP("AudioRecorder", "Sign in first, then tap Retry upload.");
+const char* const kSelectedMicrophone =
+    QT_TRANSLATE_NOOP("AudioRecorder", "The selected microphone");
+const char* const kVideoStartFailed =
+    QT_TRANSLATE_NOOP("AudioRecorder", "Video recording failed to start: ");
+const char* const kVideoStopFailed = QT_TRANSLATE_NOOP("AudioRecorder", "Video stop failed: ");
+
+// The texts above, in the user's language.
+QString translated(const char* source)
+{
+    return QCoreApplication::translate("AudioRecorder", source);
+}
 
 } // namespace
 
@@ -274,7 +285,7 @@ void AudioRecorder::requestStartRecording(bool recordVideo,
             if (session != m_session)
                 return;
             if (!granted) {
-                setState(RecordingState::error(kMicrophoneDenied));
+                setState(RecordingState::error(translated(kMicrophoneDenied)));
                 return;
             }
             consoleLog(QStringLiteral("✅ Microphone permission granted"));
@@ -328,7 +339,8 @@ AudioRecorder::ReservedFiles AudioRecorder::reserveRecordingFiles(bool video)
     ReservedFiles files;
     const QString dir = recordingsDirectory();
     if (dir.isEmpty()) {
-        files.error = QStringLiteral("Could not create the recordings folder");
+        files.error =
+            QCoreApplication::translate("AudioRecorder", "Could not create the recordings folder");
         return files;
     }
     // Names resolve to the second, and other programs record into the same
@@ -345,7 +357,8 @@ AudioRecorder::ReservedFiles AudioRecorder::reserveRecordingFiles(bool video)
         const QString mp4 = base + QStringLiteral(".mp4");
         auto wavLock = std::make_shared<RecordingFileLock>(RecordingFileLock::create(wav));
         if (wavLock->status() == RecordingFileLock::Status::Failed) {
-            files.error = QStringLiteral("The recording file could not be created: %1")
+            files.error = QCoreApplication::translate("AudioRecorder",
+                                                      "The recording file could not be created: %1")
                               .arg(wavLock->errorString());
             return files;
         }
@@ -357,7 +370,8 @@ AudioRecorder::ReservedFiles AudioRecorder::reserveRecordingFiles(bool video)
             if (!mp4Lock->isHeld()) {
                 QFile::remove(wav);
                 if (mp4Lock->status() == RecordingFileLock::Status::Failed) {
-                    files.error = QStringLiteral("The video file could not be created: %1")
+                    files.error = QCoreApplication::translate(
+                                      "AudioRecorder", "The video file could not be created: %1")
                                       .arg(mp4Lock->errorString());
                     return files;
                 }
@@ -376,7 +390,8 @@ AudioRecorder::ReservedFiles AudioRecorder::reserveRecordingFiles(bool video)
         }
         return files;
     }
-    files.error = QStringLiteral("No free name for a recording in %1").arg(dir);
+    files.error =
+        QCoreApplication::translate("AudioRecorder", "No free name for a recording in %1").arg(dir);
     return files;
 }
 
@@ -517,7 +532,7 @@ void AudioRecorder::videoStartFailed(const QString& wav, const QString& mp4,
     // The user's own choice needs no "failed to start" in front of it.
     setState(RecordingState::error(error.code() == VideoRecorderError::Code::SharingCancelled
                                        ? error.description()
-                                       : kVideoStartFailed + error.description()));
+                                       : translated(kVideoStartFailed) + error.description()));
     // Without its video the recording is not what was asked for: the engine
     // stops too, and its file goes once it is closed.
     m_engine->stop([this, wav] {
@@ -574,7 +589,7 @@ void AudioRecorder::applyUpdate(std::uint64_t session, const AudioEngineUpdate& 
         QString message = *update.text;
         for (const InputDevice& d : m_inputDevices.devices()) {
             if (d.id == m_selectedInputDeviceID && !d.name.isEmpty()) {
-                message.replace(kSelectedMicrophone, d.name);
+                message.replace(translated(kSelectedMicrophone), d.name);
                 break;
             }
         }
@@ -666,8 +681,9 @@ void AudioRecorder::stopRecording()
         if (session != m_session || m_state.kind() != RecordingState::Kind::Stopping)
             return;
         showFileDuration();
-        setState(videoError.isNull() ? RecordingState::pendingSave()
-                                     : RecordingState::error(kVideoStopFailed + videoError));
+        setState(videoError.isNull()
+                     ? RecordingState::pendingSave()
+                     : RecordingState::error(translated(kVideoStopFailed) + videoError));
     });
 }
 
@@ -796,11 +812,11 @@ void AudioRecorder::retryUpload()
         return;
     }
     if (file.isEmpty()) {
-        setState(RecordingState::error(kNoRecordingFile));
+        setState(RecordingState::error(translated(kNoRecordingFile)));
         return;
     }
     if (!m_authManager || !m_authManager->isLoggedIn()) {
-        setState(RecordingState::error(kSignInFirst));
+        setState(RecordingState::error(translated(kSignInFirst)));
         return;
     }
     onMain([this, file] { uploadRecording(file); });

@@ -6,6 +6,7 @@
 #include "core/recordingfilelock.h"
 #include "recording/uploadfailurelog.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -20,7 +21,7 @@ namespace sorv {
 
 namespace {
 
-const QString kLeftByACrash = QStringLiteral("Left by a crash");
+const char* const kLeftByACrash = QT_TRANSLATE_NOOP("PendingRecordings", "Left by a crash");
 
 // sorvelandrix_SECONDS[-N]: the second the recording started at.
 QDateTime startOf(const QFileInfo& file)
@@ -93,11 +94,12 @@ std::vector<PendingRecording> scanPendingRecordings(const QString& dir, const Mp
             row.bytes += QFileInfo(path).size();
         const std::optional<uploadfailurelog::Entry> failure = uploadfailurelog::lookup(row.path);
         if (row.damaged)
-            row.reason = QStringLiteral("Damaged: %1").arg(result.error);
+            row.reason =
+                QCoreApplication::translate("PendingRecordings", "Damaged: %1").arg(result.error);
         else if (failure)
             row.reason = failure->message;
         else
-            row.reason = kLeftByACrash;
+            row.reason = QCoreApplication::translate("PendingRecordings", kLeftByACrash);
         rows.push_back(std::move(row));
     }
     std::stable_sort(rows.begin(), rows.end(),

@@ -40,7 +40,7 @@ std::vector<PendingRecording> scanPendingRecordings(const QString& dir, const Mp
 
 // The recordings not uploaded yet, as a list the views show: kept up to
 // date while the folder changes. Main thread; the scan runs on a worker.
-class PendingRecordings : public ListModel {
+class PendingRecordings : public sorv::ListModel {
     Q_OBJECT
 public:
     enum Role {

@@ -1,5 +1,6 @@
 #include "recordingrepair.h"
 
+#include <QCoreApplication>
 #include <QFile>
 #include <QtEndian>
 
@@ -85,7 +86,7 @@ RepairResult repairWav(const QString& path)
     const QByteArray head = file.read(12);
     const bool rf64 = head.startsWith("RF64");
     if (head.size() < 12 || (!head.startsWith("RIFF") && !rf64) || head.mid(8, 4) != "WAVE") {
-        result.error = QStringLiteral("not a WAV file");
+        result.error = QCoreApplication::translate("PendingRecordings", "not a WAV file");
         return result;
     }
     qint64 ds64 = -1;
@@ -114,7 +115,8 @@ RepairResult repairWav(const QString& path)
         at += 8 + size + (size & 1);
     }
     if (data < 0 || blockAlign == 0 || sampleRate == 0 || (rf64 && ds64 < 0)) {
-        result.error = QStringLiteral("the WAV header is damaged");
+        result.error =
+            QCoreApplication::translate("PendingRecordings", "the WAV header is damaged");
         return result;
     }
     const qint64 dataStart = data + 8;
@@ -185,7 +187,8 @@ RepairResult repairMp4(const QString& path, const Mp4Remuxer& remux)
         at += box->size;
     }
     if (!moov) {
-        result.error = QStringLiteral("the video file has no index");
+        result.error =
+            QCoreApplication::translate("PendingRecordings", "the video file has no index");
         return result;
     }
     if (!fragmented) {
@@ -196,7 +199,8 @@ RepairResult repairMp4(const QString& path, const Mp4Remuxer& remux)
     file.close();
     if (!remux) {
         result.needsRemux = true;
-        result.error = QStringLiteral("the video file needs rewriting");
+        result.error =
+            QCoreApplication::translate("PendingRecordings", "the video file needs rewriting");
         return result;
     }
     const QString part = path + QStringLiteral(".part");
@@ -204,8 +208,10 @@ RepairResult repairMp4(const QString& path, const Mp4Remuxer& remux)
     if (!remux(path, part, &why) || std::rename(QFile::encodeName(part).constData(),
                                                 QFile::encodeName(path).constData()) != 0) {
         QFile::remove(part);
-        result.error =
-            why.isEmpty() ? QStringLiteral("the video file could not be rewritten") : why;
+        result.error = why.isEmpty()
+                           ? QCoreApplication::translate("PendingRecordings",
+                                                         "the video file could not be rewritten")
+                           : why;
         return result;
     }
     result.repaired = true;

@@ -9,6 +9,7 @@
 #include "service/authmanager.h"
 #include "service/requestrules.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -22,7 +23,8 @@ namespace sorv {
 
 namespace {
 
-const QString kSignInAgainBanner = QStringLiteral("Sign in again to upload your recording.");
+const char* const kSignInAgainBanner =
+    QT_TRANSLATE_NOOP("RecordingUploader", "Sign in again to upload your recording.");
 
 } // namespace
 
@@ -89,7 +91,7 @@ void RecordingUploader::fail(const QString& message, bool keepForRetry, bool tra
 void RecordingUploader::requireSignIn(const QString& message)
 {
     if (m_auth)
-        m_auth->expireSession(kSignInAgainBanner);
+        m_auth->expireSession(QCoreApplication::translate("RecordingUploader", kSignInAgainBanner));
     Outcome outcome;
     outcome.kind = Outcome::Kind::SignInRequired;
     outcome.message = message;
@@ -106,11 +108,13 @@ void RecordingUploader::upload(const QString& path, const QStringList& companion
     m_busy = false;
     ++m_generation;
     if (!m_auth) {
-        fail(QStringLiteral("Not logged in"), false);
+        fail(QCoreApplication::translate("RecordingUploader", "Not logged in"), false);
         return;
     }
     if (m_auth->accessToken().isEmpty()) {
-        fail(QStringLiteral("Not signed in — open the app menu and sign in again"), false);
+        fail(QCoreApplication::translate("RecordingUploader",
+                                         "Not signed in — open the app menu and sign in again"),
+             false);
         return;
     }
     if (!lockFiles(path, companions))
@@ -138,8 +142,10 @@ bool RecordingUploader::lockFiles(const QString& path, const QStringList& compan
         auto lock = std::make_shared<RecordingFileLock>(RecordingFileLock::tryLock(file));
         if (lock->status() == RecordingFileLock::Status::Busy) {
             m_busy = true;
-            fail(QStringLiteral("This recording is still being written or uploaded by another "
-                                "program: %1")
+            fail(QCoreApplication::translate(
+                     "RecordingUploader",
+                     "This recording is still being written or uploaded by another "
+                     "program: %1")
                      .arg(file),
                  true, true);
             return false;
@@ -147,7 +153,9 @@ bool RecordingUploader::lockFiles(const QString& path, const QStringList& compan
         if (lock->isHeld()) {
             m_files.push_back({lock, lock->stamp()});
         } else if (file == path) {
-            fail(QStringLiteral("Upload failed: ") + lock->errorString(), true);
+            fail(QCoreApplication::translate("RecordingUploader", "Upload failed: ") +
+                     lock->errorString(),
+                 true);
             return false;
         }
         // A companion that is gone has nothing to be deleted.
@@ -158,9 +166,10 @@ bool RecordingUploader::lockFiles(const QString& path, const QStringList& compan
 void RecordingUploader::checkSession(const Attempt& attempt)
 {
     if (!m_auth)
-        return fail(QStringLiteral("Not logged in"), false);
+        return fail(QCoreApplication::translate("RecordingUploader", "Not logged in"), false);
     if (m_auth->accessToken().isEmpty())
-        return requireSignIn(QStringLiteral("Sign-in required — use Sign in with Browser below."));
+        return requireSignIn(QCoreApplication::translate(
+            "RecordingUploader", "Sign-in required — use Sign in with Browser below."));
     const std::uint64_t generation = m_generation;
     m_auth->checkAccessToken(
         this, [this, attempt, generation](AuthManager::TokenCheck check, const QString& error) {
@@ -171,11 +180,13 @@ void RecordingUploader::checkSession(const Attempt& attempt)
                 send(attempt, true);
                 return;
             case AuthManager::TokenCheck::Rejected:
-                requireSignIn(QStringLiteral("Sign-in required — use Sign in with Browser below."));
+                requireSignIn(QCoreApplication::translate(
+                    "RecordingUploader", "Sign-in required — use Sign in with Browser below."));
                 return;
             case AuthManager::TokenCheck::Unreachable:
                 // A network that misbehaves for a moment is not a sign-out.
-                fail(QStringLiteral("Upload failed: ") + error, true, true);
+                fail(QCoreApplication::translate("RecordingUploader", "Upload failed: ") + error,
+                     true, true);
                 return;
             }
         });
@@ -185,10 +196,13 @@ void RecordingUploader::send(const Attempt& attempt, bool allowAuthRetry)
 {
     const QString token = m_auth ? m_auth->accessToken() : QString();
     if (!allowAuthRetry && token.isEmpty())
-        return fail(QStringLiteral("Session expired — sign in again, then tap Retry upload"), true);
+        return fail(
+            QCoreApplication::translate("RecordingUploader",
+                                        "Session expired — sign in again, then tap Retry upload"),
+            true);
     const std::optional<QUrl> url = endpointUrl(QStringLiteral("/api/upload"));
     if (!url)
-        return fail(QStringLiteral("Invalid server URL"), false);
+        return fail(QCoreApplication::translate("RecordingUploader", "Invalid server URL"), false);
     Q_EMIT progress(0.0);
 
     auto* body = new MultipartBodyDevice(attempt.path, attempt.boundary, QStringLiteral("file"),
@@ -196,7 +210,8 @@ void RecordingUploader::send(const Attempt& attempt, bool allowAuthRetry)
     if (!body->open()) {
         const QString error = body->errorString();
         delete body;
-        return fail(QStringLiteral("Upload failed: ") + error, true);
+        return fail(QCoreApplication::translate("RecordingUploader", "Upload failed: ") + error,
+                    true);
     }
     m_files.front().stamp = body->sentStamp();
 
@@ -263,11 +278,13 @@ void RecordingUploader::send(const Attempt& attempt, bool allowAuthRetry)
                                            m_received.size() <= kMaxJsonAnswerBytes;
                     const QString refused = refusalReason(reply);
                     if (m_received.size() > kMaxJsonAnswerBytes)
-                        answer.errorText =
-                            QStringLiteral("Upload failed: the server's answer is too large");
+                        answer.errorText = QCoreApplication::translate(
+                            "RecordingUploader", "Upload failed: the server's answer is too large");
                     else if (!refused.isEmpty()) {
                         m_transportTransient = false;
-                        answer.errorText = QStringLiteral("Upload failed: ") + refused;
+                        answer.errorText =
+                            QCoreApplication::translate("RecordingUploader", "Upload failed: ") +
+                            refused;
                     } else
                         answer.errorText = uploadTransportFailureMessage(
                             reply->error(), reply->errorString(), m_transferTimeoutMs);
@@ -298,11 +315,14 @@ void RecordingUploader::answered(const Attempt& attempt, bool allowAuthRetry,
                     return;
                 // Failed: the service could not be asked; the session stands.
                 if (outcome == AuthManager::RefreshOutcome::Failed)
-                    fail(QStringLiteral("Upload failed: the session could not be refreshed"), true,
-                         true);
+                    fail(QCoreApplication::translate(
+                             "RecordingUploader",
+                             "Upload failed: the session could not be refreshed"),
+                         true, true);
                 else
-                    requireSignIn(
-                        QStringLiteral("Sign-in required — sign in below, then tap Retry upload."));
+                    requireSignIn(QCoreApplication::translate(
+                        "RecordingUploader",
+                        "Sign-in required — sign in below, then tap Retry upload."));
             });
         return;
     }
@@ -316,9 +336,11 @@ void RecordingUploader::answered(const Attempt& attempt, bool allowAuthRetry,
     // and without one the recording is not deleted.
     const QJsonValue id = QJsonDocument::fromJson(answer.body).object().value(QStringLiteral("id"));
     if (!id.isString() || id.toString().isEmpty())
-        return fail(QStringLiteral("Upload failed: the server's answer was not understood "
-                                   "(HTTP 200)"),
-                    true);
+        return fail(
+            QCoreApplication::translate("RecordingUploader",
+                                        "Upload failed: the server's answer was not understood "
+                                        "(HTTP 200)"),
+            true);
     succeed(attempt, id.toString());
 }
 
@@ -375,7 +397,7 @@ void RecordingUploader::cancel()
         return;
     ++m_generation;
     abortTransfer();
-    fail(QStringLiteral("Upload cancelled"), true);
+    fail(QCoreApplication::translate("RecordingUploader", "Upload cancelled"), true);
 }
 
 } // namespace sorv

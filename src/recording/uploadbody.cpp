@@ -1,5 +1,6 @@
 #include "uploadbody.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -33,12 +34,15 @@ QString uploadFailureMessage(const QByteArray& data, int status)
     if (doc.isObject()) {
         const QJsonValue detail = doc.object().value(QStringLiteral("detail"));
         if (detail.isString() && !detail.toString().isEmpty())
-            return QStringLiteral("Upload failed (HTTP %1): %2").arg(status).arg(detail.toString());
+            return QCoreApplication::translate("RecordingUploader", "Upload failed (HTTP %1): %2")
+                .arg(status)
+                .arg(detail.toString());
     }
     if (status == 401)
-        return QStringLiteral("Upload failed (HTTP 401). Your sign-in expired — use the profile "
-                              "menu to sign in again, then Retry upload.");
-    return QStringLiteral("Upload failed (HTTP %1)").arg(status);
+        return QCoreApplication::translate(
+            "RecordingUploader", "Upload failed (HTTP 401). Your sign-in expired — use the profile "
+                                 "menu to sign in again, then Retry upload.");
+    return QCoreApplication::translate("RecordingUploader", "Upload failed (HTTP %1)").arg(status);
 }
 
 QString uploadTransportFailureMessage(QNetworkReply::NetworkError error, const QString& errorString,
@@ -46,41 +50,54 @@ QString uploadTransportFailureMessage(QNetworkReply::NetworkError error, const Q
 {
     using E = QNetworkReply::NetworkError;
     const auto failed = [](const QString& why) -> QString {
-        return QStringLiteral("Upload failed: ") + why;
+        return QCoreApplication::translate("RecordingUploader", "Upload failed: ") + why;
     };
     switch (error) {
     case E::RemoteHostClosedError:
     // The connection closed under a body that is never sent twice: the
     // stack would have had to send it again.
     case E::ContentReSendError:
-        return failed(QStringLiteral("the connection to the service was lost"));
+        return failed(QCoreApplication::translate("RecordingUploader",
+                                                  "the connection to the service was lost"));
     case E::ConnectionRefusedError:
-        return failed(QStringLiteral("the service refused the connection"));
+        return failed(
+            QCoreApplication::translate("RecordingUploader", "the service refused the connection"));
     case E::HostNotFoundError:
-        return failed(QStringLiteral("the service's address could not be found"));
+        return failed(QCoreApplication::translate("RecordingUploader",
+                                                  "the service's address could not be found"));
     case E::TimeoutError:
-        return failed(QStringLiteral("the service could not be reached"));
+        return failed(
+            QCoreApplication::translate("RecordingUploader", "the service could not be reached"));
     case E::OperationCanceledError: {
         // The transfer's own timeout: nothing moved for that long. (Our own
         // aborts are never reported as failures.)
         const int minutes = timeoutMs / 60'000;
-        const QString span = timeoutMs % 60'000 == 0
-                                 ? (minutes == 1 ? QStringLiteral("1 minute")
-                                                 : QStringLiteral("%1 minutes").arg(minutes))
-                                 : QStringLiteral("%1 seconds").arg(timeoutMs / 1000.0);
-        return failed(QStringLiteral("the service did not answer within %1").arg(span));
+        const QString span =
+            timeoutMs % 60'000 == 0
+                ? (minutes == 1 ? QCoreApplication::translate("RecordingUploader", "1 minute")
+                                : QCoreApplication::translate("RecordingUploader", "%1 minutes")
+                                      .arg(minutes))
+                : QCoreApplication::translate("RecordingUploader", "%1 seconds")
+                      .arg(timeoutMs / 1000.0);
+        return failed(
+            QCoreApplication::translate("RecordingUploader", "the service did not answer within %1")
+                .arg(span));
     }
     case E::TemporaryNetworkFailureError:
     case E::NetworkSessionFailedError:
-        return failed(QStringLiteral("the network is not available"));
+        return failed(
+            QCoreApplication::translate("RecordingUploader", "the network is not available"));
     case E::SslHandshakeFailedError:
-        return failed(QStringLiteral("a secure connection to the service could not be made (%1)")
-                          .arg(errorString));
+        return failed(
+            QCoreApplication::translate("RecordingUploader",
+                                        "a secure connection to the service could not be made (%1)")
+                .arg(errorString));
     default:
         break;
     }
     if (errorString.isEmpty() || errorString == QLatin1String("Unknown error"))
-        return failed(QStringLiteral("the connection to the service failed"));
+        return failed(QCoreApplication::translate("RecordingUploader",
+                                                  "the connection to the service failed"));
     return failed(errorString);
 }
 

@@ -5,6 +5,7 @@
 #include "service/network.h"
 #include "service/requestrules.h"
 
+#include <QCoreApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTimer>
@@ -21,8 +22,8 @@ void APIClient::fetchMeetings(const QObject* context,
 {
     fetchMeetingsResult(context, [done = std::move(done)](const ApiResult<QList<Meeting>>& result) {
         if (!result.ok()) {
-            consoleLog(
-                QStringLiteral("Fetch meetings error: %1").arg(result.error().description()));
+            consoleLog(QCoreApplication::translate("ApiClient", "Fetch meetings error: %1")
+                           .arg(result.error().description()));
             done({});
             return;
         }

@@ -1,16 +1,18 @@
 #include "apierror.h"
 
+#include <QCoreApplication>
+
 namespace sorv {
 
 QString APIError::description() const
 {
     switch (m_kind) {
     case Kind::http:
-        return QStringLiteral("HTTP %1").arg(m_status);
+        return QCoreApplication::translate("ApiError", "HTTP %1").arg(m_status);
     case Kind::invalidURL:
-        return QStringLiteral("Invalid URL");
+        return QCoreApplication::translate("ApiError", "Invalid URL");
     case Kind::noResponse:
-        return QStringLiteral("No response from server");
+        return QCoreApplication::translate("ApiError", "No response from server");
     case Kind::server:
     case Kind::transport:
     case Kind::decoding:

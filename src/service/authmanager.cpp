@@ -8,6 +8,7 @@
 #include "service/recordingsmodel.h"
 #include "service/requestrules.h"
 
+#include <QCoreApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QStringDecoder>
@@ -120,7 +121,8 @@ QString AuthManager::sessionOriginElsewhere() const
 
 QString AuthManager::notSignedInHereMessage() const
 {
-    return QStringLiteral("Not signed in to %1 (the saved sign-in is for %2)")
+    return QCoreApplication::translate("AuthManager",
+                                       "Not signed in to %1 (the saved sign-in is for %2)")
         .arg(trimmedOrigin(Settings::serverOrigin().trimmed()), storedOrigin());
 }
 
@@ -211,7 +213,7 @@ void AuthManager::login(const QString& email, const QString& password)
     setIsLoggingIn(true);
     const std::optional<QUrl> url = endpointUrl(QStringLiteral("/api/auth/login"));
     if (!url) {
-        setLoginError(QStringLiteral("Invalid server URL"));
+        setLoginError(QCoreApplication::translate("AuthManager", "Invalid server URL"));
         setIsLoggingIn(false);
         return;
     }
@@ -223,7 +225,7 @@ void AuthManager::login(const QString& email, const QString& password)
         if (answer.transportError) {
             setLoginError(answer.errorText);
         } else if (!answer.isHttp) {
-            setLoginError(QStringLiteral("No response from server"));
+            setLoginError(QCoreApplication::translate("AuthManager", "No response from server"));
         } else if (answer.status == 200) {
             const QJsonObject object = jsonObject(answer.body).value_or(QJsonObject());
             const QJsonValue challenge = object.value(QLatin1String("challenge_id"));
@@ -237,14 +239,16 @@ void AuthManager::login(const QString& email, const QString& password)
                 return;
             }
         } else if (answer.status == 429) {
-            setLoginError(QStringLiteral("Too many failed attempts. Try again in %1s.")
+            setLoginError(QCoreApplication::translate("AuthManager",
+                                                      "Too many failed attempts. Try again in %1s.")
                               .arg(answer.hasHeader("Retry-After")
                                        ? QString::fromUtf8(answer.header("Retry-After"))
                                        : QStringLiteral("?")));
         } else {
             setLoginError(
                 detailOf(answer.body)
-                    .value_or(QStringLiteral("Login failed (HTTP %1)").arg(answer.status)));
+                    .value_or(QCoreApplication::translate("AuthManager", "Login failed (HTTP %1)")
+                                  .arg(answer.status)));
         }
         setIsLoggingIn(false);
     });
@@ -258,7 +262,7 @@ void AuthManager::verifyMfa(const QString& code)
     setIsLoggingIn(true);
     const std::optional<QUrl> url = endpointUrl(QStringLiteral("/api/auth/mfa/verify"));
     if (!url) {
-        setLoginError(QStringLiteral("Invalid server URL"));
+        setLoginError(QCoreApplication::translate("AuthManager", "Invalid server URL"));
         setIsLoggingIn(false);
         return;
     }
@@ -274,7 +278,9 @@ void AuthManager::verifyMfa(const QString& code)
             setPendingMfa({}, {}, {});
             return;
         } else {
-            setLoginError(detailOf(answer.body).value_or(QStringLiteral("Verification failed")));
+            setLoginError(
+                detailOf(answer.body)
+                    .value_or(QCoreApplication::translate("AuthManager", "Verification failed")));
         }
         setIsLoggingIn(false);
     });
@@ -308,7 +314,7 @@ void AuthManager::applyTokenResponse(const QByteArray& body, const QString& type
 {
     const std::optional<QJsonObject> object = jsonObject(body);
     if (!object || !object->value(QLatin1String("token")).isString()) {
-        setLoginError(QStringLiteral("Invalid response from server"));
+        setLoginError(QCoreApplication::translate("AuthManager", "Invalid response from server"));
         then();
         return;
     }
@@ -337,7 +343,9 @@ void AuthManager::applyTokenResponse(const QByteArray& body, const QString& type
             setIsLoggedIn(true);
         } else {
             clearLocalSession();
-            setLoginError(QStringLiteral("The sign-in could not be kept. %1").arg(error));
+            setLoginError(
+                QCoreApplication::translate("AuthManager", "The sign-in could not be kept. %1")
+                    .arg(error));
         }
         then();
     });
@@ -356,25 +364,27 @@ void AuthManager::checkAccessToken(const QObject* context,
     }
     if (!url) {
         later(context, [done = std::move(done)] {
-            done(TokenCheck::Unreachable, QStringLiteral("Invalid server URL"));
+            done(TokenCheck::Unreachable,
+                 QCoreApplication::translate("AuthManager", "Invalid server URL"));
         });
         return;
     }
     QNetworkRequest request = serviceRequest(*url);
     setBearer(request, token);
-    sendRequest(
-        "GET", request, {}, context ? context : this,
-        [done = std::move(done)](const HttpAnswer& answer) {
-            if (answer.isHttp && answer.status == 200)
-                done(TokenCheck::Valid, QString());
-            else if (answer.isHttp && answer.status == 401)
-                done(TokenCheck::Rejected, QString());
-            else if (answer.isHttp)
-                done(TokenCheck::Unreachable,
-                     detailOf(answer.body).value_or(QStringLiteral("HTTP %1").arg(answer.status)));
-            else
-                done(TokenCheck::Unreachable, answer.errorText);
-        });
+    sendRequest("GET", request, {}, context ? context : this,
+                [done = std::move(done)](const HttpAnswer& answer) {
+                    if (answer.isHttp && answer.status == 200)
+                        done(TokenCheck::Valid, QString());
+                    else if (answer.isHttp && answer.status == 401)
+                        done(TokenCheck::Rejected, QString());
+                    else if (answer.isHttp)
+                        done(TokenCheck::Unreachable,
+                             detailOf(answer.body)
+                                 .value_or(QCoreApplication::translate("AuthManager", "HTTP %1")
+                                               .arg(answer.status)));
+                    else
+                        done(TokenCheck::Unreachable, answer.errorText);
+                });
 }
 
 void AuthManager::verifyAccessToken(const QObject* context, std::function<void(bool)> done)
@@ -508,7 +518,7 @@ void AuthManager::refreshUnderLock(const QString& knownRefreshToken)
                 m_secrets.reload(this, [this, refresh] {
                     if (refreshToken() == refresh) {
                         consoleLog(QStringLiteral("🔑 Refresh refused: the session has ended"));
-                        expireSession(kExpiredBanner);
+                        expireSession(expiredBanner());
                         finishRefresh(RefreshOutcome::Refused);
                         return;
                     }
@@ -574,7 +584,7 @@ void AuthManager::validateSession()
         }
         refreshAccessToken(this, [this, finish](bool refreshed) {
             const auto giveUp = [this, finish] {
-                expireSession(refreshToken().isEmpty() ? kOutOfDateBanner : kExpiredBanner);
+                expireSession(refreshToken().isEmpty() ? outOfDateBanner() : expiredBanner());
                 finish();
             };
             if (!refreshed) {
@@ -596,14 +606,19 @@ void AuthManager::validateSession()
 void AuthManager::confirmSession()
 {
     if (accessToken().isEmpty()) {
-        later(this, [this] { Q_EMIT sessionConfirmed(false, QStringLiteral("Not signed in.")); });
+        later(this, [this] {
+            Q_EMIT sessionConfirmed(false,
+                                    QCoreApplication::translate("AuthManager", "Not signed in."));
+        });
         return;
     }
     // Unlike validateSession(), a service that cannot be reached leaves the
     // session alone: only a refusal ends it (through the refresh).
     const auto unreachable = [this](const QString& error) {
         Q_EMIT sessionConfirmed(
-            false, QStringLiteral("Could not confirm the session with the service: %1").arg(error));
+            false, QCoreApplication::translate("AuthManager",
+                                               "Could not confirm the session with the service: %1")
+                       .arg(error));
     };
     checkAccessToken(this, [this, unreachable](TokenCheck check, const QString& error) {
         if (check == TokenCheck::Valid) {
@@ -657,15 +672,19 @@ void AuthManager::fetchRecordings(const QObject* context,
 {
     const std::optional<QUrl> url = endpointUrl(QStringLiteral("/api/transcriptions?limit=200"));
     if (!url) {
-        later(context, [done] { done({{}, QStringLiteral("Bad server URL")}); });
+        later(context, [done] {
+            done({{}, QCoreApplication::translate("AuthManager", "Bad server URL")});
+        });
         return;
     }
     const quint64 session = m_sessionGeneration;
     const auto refreshFailed = [this, done, session](RefreshOutcome) {
         if (session != m_sessionGeneration)
-            return done({{}, QStringLiteral("Signed out")});
+            return done({{}, QCoreApplication::translate("AuthManager", "Signed out")});
         consoleLog(QStringLiteral("[fetchRecordings] 401 and could not refresh token"));
-        done({{}, QStringLiteral("Your session expired — please sign in again.")});
+        done({{},
+              QCoreApplication::translate("AuthManager",
+                                          "Your session expired — please sign in again.")});
     };
     sendWithRefresh(
         "GET", serviceRequest(*url), {}, context ? context : this,
@@ -680,7 +699,8 @@ void AuthManager::fetchRecordings(const QObject* context,
                 const QString detail = detailOf(answer.body).value_or(QString());
                 done({{},
                       detail.isEmpty()
-                          ? QStringLiteral("Server returned HTTP %1").arg(answer.status)
+                          ? QCoreApplication::translate("AuthManager", "Server returned HTTP %1")
+                                .arg(answer.status)
                           : detail});
                 return;
             }

@@ -6,6 +6,7 @@
 #include "service/recordingsmodel.h"
 #include "service/records.h"
 
+#include <QCoreApplication>
 #include <QNetworkRequest>
 #include <QObject>
 #include <QPointer>
@@ -57,10 +58,17 @@ public:
     // The origin that issued the stored session: its tokens go nowhere else.
     static inline const QString originKey = QStringLiteral("sorvelandrix_session_origin");
 
-    static inline const QString kExpiredBanner =
-        QStringLiteral("Your session expired. Sign in again to continue.");
-    static inline const QString kOutOfDateBanner =
-        QStringLiteral("Your saved sign-in is out of date. Sign in again to upload recordings.");
+    static QString expiredBanner()
+    {
+        return QCoreApplication::translate("AuthManager",
+                                           "Your session expired. Sign in again to continue.");
+    }
+    static QString outOfDateBanner()
+    {
+        return QCoreApplication::translate(
+            "AuthManager",
+            "Your saved sign-in is out of date. Sign in again to upload recordings.");
+    }
 
     // What the service said of the stored access token.
     enum class TokenCheck {

@@ -19,7 +19,7 @@ class AuthManager;
 // "ACTIVE BOTS" of the recordings list. A bot can be stopped from here;
 // `stoppingId` names the one being stopped meanwhile, and its row says so.
 // Ages ("5m ago") are kept current while the list is shown.
-class MeetingsModel : public ListModel {
+class MeetingsModel : public sorv::ListModel {
     Q_OBJECT
     Q_PROPERTY(bool hasActive READ hasActive NOTIFY countChanged)
     Q_PROPERTY(bool activeOnly READ activeOnly WRITE setActiveOnly NOTIFY activeOnlyChanged)

@@ -103,27 +103,29 @@ void guardReply(QNetworkReply* reply, bool carriesToken)
 {
     const QUrl original = reply->request().url();
     auto hops = std::make_shared<int>(0);
-    QObject::connect(reply, &QNetworkReply::redirected, reply,
-                     [reply, original, carriesToken, hops](const QUrl& target) {
-                         const QUrl from = reply->url();
-                         if (++*hops > kMaxRedirects) {
-                             refuse(reply, QStringLiteral("Too many redirects"));
-                             return;
-                         }
-                         if (from.scheme() == QLatin1String("https") &&
-                             target.scheme() != QLatin1String("https")) {
-                             refuse(reply, QStringLiteral("Refused a redirect from https to %1")
-                                               .arg(target.toDisplayString()));
-                             return;
-                         }
-                         // The token belongs to the service: it is not sent elsewhere.
-                         if (carriesToken && !sameOrigin(original, target)) {
-                             refuse(reply,
-                                    QStringLiteral("Refused a redirect to %1").arg(target.host()));
-                             return;
-                         }
-                         Q_EMIT reply->redirectAllowed();
-                     });
+    QObject::connect(
+        reply, &QNetworkReply::redirected, reply,
+        [reply, original, carriesToken, hops](const QUrl& target) {
+            const QUrl from = reply->url();
+            if (++*hops > kMaxRedirects) {
+                refuse(reply, QCoreApplication::translate("Network", "Too many redirects"));
+                return;
+            }
+            if (from.scheme() == QLatin1String("https") &&
+                target.scheme() != QLatin1String("https")) {
+                refuse(reply,
+                       QCoreApplication::translate("Network", "Refused a redirect from https to %1")
+                           .arg(target.toDisplayString()));
+                return;
+            }
+            // The token belongs to the service: it is not sent elsewhere.
+            if (carriesToken && !sameOrigin(original, target)) {
+                refuse(reply, QCoreApplication::translate("Network", "Refused a redirect to %1")
+                                  .arg(target.host()));
+                return;
+            }
+            Q_EMIT reply->redirectAllowed();
+        });
 }
 
 RequestHandle sendRequest(const QByteArray& verb, const QNetworkRequest& request,
@@ -154,14 +156,16 @@ RequestHandle sendRequest(const QByteArray& verb, const QNetworkRequest& request
     QObject::connect(reply, &QNetworkReply::metaDataChanged, reply, [reply, limit] {
         const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
         if (length.isValid() && length.toLongLong() > limit)
-            refuse(reply, QStringLiteral("The server's answer is too large (%1 bytes)")
+            refuse(reply, QCoreApplication::translate("Network",
+                                                      "The server's answer is too large (%1 bytes)")
                               .arg(length.toLongLong()));
     });
     QObject::connect(reply, &QNetworkReply::readyRead, reply, [reply, received, limit] {
         *received += reply->readAll();
         if (received->size() > limit)
-            refuse(reply,
-                   QStringLiteral("The server's answer is too large (over %1 bytes)").arg(limit));
+            refuse(reply, QCoreApplication::translate(
+                              "Network", "The server's answer is too large (over %1 bytes)")
+                              .arg(limit));
     });
     QObject::connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);
     if (!context)

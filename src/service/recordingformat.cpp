@@ -1,5 +1,6 @@
 #include "recordingformat.h"
 
+#include <QCoreApplication>
 #include <QHash>
 #include <QLocale>
 #include <QRegularExpression>
@@ -58,13 +59,13 @@ QString formatRelativeAge(const std::optional<QString>& createdAt, const QDateTi
         return {};
     const qint64 minutes = QDateTime(date, time, QTimeZone::utc()).secsTo(now) / 60;
     if (minutes < 1)
-        return QStringLiteral("Just now");
+        return QCoreApplication::translate("RecordingFormat", "Just now");
     if (minutes < 60)
-        return QStringLiteral("%1m ago").arg(minutes);
+        return QCoreApplication::translate("RecordingFormat", "%1m ago").arg(minutes);
     if (minutes < 1440)
-        return QStringLiteral("%1h ago").arg(minutes / 60);
+        return QCoreApplication::translate("RecordingFormat", "%1h ago").arg(minutes / 60);
     if (minutes < 10080)
-        return QStringLiteral("%1d ago").arg(minutes / 1440);
+        return QCoreApplication::translate("RecordingFormat", "%1d ago").arg(minutes / 1440);
     return {};
 }
 

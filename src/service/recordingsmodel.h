@@ -15,7 +15,7 @@ class AuthManager;
 // their place in the batch (see arrangeRecordings()); a view draws a group's
 // header above the row whose `isGroupStart` is true, and every row of a
 // batch opens the batch's page.
-class RecordingsModel : public ListModel {
+class RecordingsModel : public sorv::ListModel {
     Q_OBJECT
 public:
     enum Role {

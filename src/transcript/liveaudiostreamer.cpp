@@ -5,6 +5,7 @@
 #include "core/serialqueue.h"
 #include "service/requestrules.h"
 
+#include <QCoreApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -259,7 +260,8 @@ void LiveAudioStreamer::connectSocket()
     if (!url.isValid() || url.host().isEmpty() ||
         (url.scheme() != QLatin1String("ws") && url.scheme() != QLatin1String("wss"))) {
         consoleLog(QStringLiteral("🌐 ❌ Invalid WebSocket URL"));
-        deliver(LiveEvent::Error{QStringLiteral("Invalid WebSocket URL")});
+        deliver(LiveEvent::Error{
+            QCoreApplication::translate("LiveAudioStreamer", "Invalid WebSocket URL")});
         return;
     }
     // The token stays out of the log.
@@ -326,7 +328,9 @@ void LiveAudioStreamer::connectSocket()
         if (reason.isEmpty() && socket->error() != QAbstractSocket::UnknownSocketError)
             reason = socket->errorString();
         if (reason.isEmpty())
-            reason = QStringLiteral("closed by the service with code %1").arg(socket->closeCode());
+            reason = QCoreApplication::translate("LiveAudioStreamer",
+                                                 "closed by the service with code %1")
+                         .arg(socket->closeCode());
         if (m_isActive)
             consoleLog(QStringLiteral("🌐 ❌ WebSocket receive error: ") + reason);
         handleDisconnect(reason, true);
@@ -352,7 +356,8 @@ void LiveAudioStreamer::handshakeTimedOut(std::uint64_t serial)
     if (serial != m_socketSerial || !m_socket || m_socketOpen || !m_isActive)
         return;
     const QString reason =
-        QStringLiteral("no answer from the service in %1 s").arg(kHandshakeTimeout.count());
+        QCoreApplication::translate("LiveAudioStreamer", "no answer from the service in %1 s")
+            .arg(kHandshakeTimeout.count());
     consoleLog(QStringLiteral("🌐 ❌ WebSocket receive error: ") + reason);
     handleDisconnect(reason, true);
 }
@@ -398,7 +403,9 @@ void LiveAudioStreamer::sendFrame(const QByteArray& frame)
         // Behind what waited for the connection; ten seconds of it not
         // taken is no slow network but a stalled service.
         if (!queueFrame(frame)) {
-            handleDisconnect(QStringLiteral("the service is not taking the audio"), true);
+            handleDisconnect(QCoreApplication::translate("LiveAudioStreamer",
+                                                         "the service is not taking the audio"),
+                             true);
             return;
         }
         sendWaitingFrames();
@@ -408,7 +415,9 @@ void LiveAudioStreamer::sendFrame(const QByteArray& frame)
         // The service takes none of it: the socket's buffer would only grow,
         // and the transcript stop without a word.
         dropFrames(1);
-        handleDisconnect(QStringLiteral("the service is not taking the audio"), true);
+        handleDisconnect(
+            QCoreApplication::translate("LiveAudioStreamer", "the service is not taking the audio"),
+            true);
         return;
     }
     writeFrame(frame);
@@ -502,7 +511,8 @@ void LiveAudioStreamer::pongOverdue(std::uint64_t ping)
         return;
     consoleLog(QStringLiteral("🌐 ⚠️ Keepalive ping failed: no answer in %1 s")
                    .arg(kPongTimeout.count()));
-    handleDisconnect(QStringLiteral("no answer to the keepalive ping"), true);
+    handleDisconnect(
+        QCoreApplication::translate("LiveAudioStreamer", "no answer to the keepalive ping"), true);
 }
 
 // ---- Messages and failures ------------------------------------------------------------
@@ -515,7 +525,8 @@ void LiveAudioStreamer::handleText(const QString& text)
     // Words come faster than they can be shown (printed, drawn): the rest
     // would only pile up in memory.
     if (m_undeliveredChars.load() > kMaxUndeliveredChars) {
-        const QString reason = QStringLiteral("the service sends faster than it can be shown");
+        const QString reason = QCoreApplication::translate(
+            "LiveAudioStreamer", "the service sends faster than it can be shown");
         consoleLog(QStringLiteral("🌐 ❌ WebSocket receive error: ") + reason);
         handleDisconnect(reason, true);
     }
@@ -533,7 +544,9 @@ void LiveAudioStreamer::handleDisconnect(const std::optional<QString>& error, bo
 
     if (closeCode == kAuthExpiredCloseCode) {
         consoleLog(QStringLiteral("🌐 🔑 Auth error (4001), attempting token refresh…"));
-        deliver(LiveEvent::Error{QStringLiteral("Authentication expired, refreshing…"), true});
+        deliver(LiveEvent::Error{
+            QCoreApplication::translate("LiveAudioStreamer", "Authentication expired, refreshing…"),
+            true});
         const std::uint64_t session = m_session;
         // The token just refreshed was refused too: refreshing again at
         // once would only repeat that, as fast as the service answers.
@@ -557,8 +570,10 @@ void LiveAudioStreamer::handleDisconnect(const std::optional<QString>& error, bo
     const QString seconds = QString::number(delay.count() / 1000);
     consoleLog(QStringLiteral("🌐 🔄 Disconnected (%1), reconnecting in %2s (attempt #%3)")
                    .arg(reason, seconds, QString::number(m_reconnectAttempts)));
-    deliver(LiveEvent::Error{
-        QStringLiteral("Connection lost (%1), reconnecting in %2s…").arg(reason, seconds), true});
+    deliver(LiveEvent::Error{QCoreApplication::translate(
+                                 "LiveAudioStreamer", "Connection lost (%1), reconnecting in %2s…")
+                                 .arg(reason, seconds),
+                             true});
     const std::uint64_t session = m_session;
     after(delay, [this, session] {
         if (session == m_session && m_isActive)
@@ -620,7 +635,8 @@ void LiveAudioStreamer::authenticationFailed()
     m_isActive = false;
     ++m_session;
     m_waitingFrames.clear();
-    deliver(LiveEvent::Error{QStringLiteral("Authentication failed")});
+    deliver(LiveEvent::Error{
+        QCoreApplication::translate("LiveAudioStreamer", "Authentication failed")});
     deliver(LiveEvent::Disconnected{});
 }
 

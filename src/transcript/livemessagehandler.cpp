@@ -3,6 +3,7 @@
 #include "core/log.h"
 #include "transcript/transcriptlimits.h"
 
+#include <QCoreApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -134,10 +135,10 @@ void LiveMessageHandler::handleTyped(const QString& type, const QJsonObject& o,
         if (!status.isEmpty())
             events.emplace_back(LiveEvent::Status{status});
     } else if (type == QLatin1String("error")) {
-        const QString message =
-            string(o, QLatin1String("message"))
-                .value_or(
-                    string(o, QLatin1String("detail")).value_or(QStringLiteral("Unknown error")));
+        const QString message = string(o, QLatin1String("message"))
+                                    .value_or(string(o, QLatin1String("detail"))
+                                                  .value_or(QCoreApplication::translate(
+                                                      "LiveTranscriptManager", "Unknown error")));
         consoleLog(QStringLiteral("🌐 ❌ Server error: ") + head(message));
         events.emplace_back(LiveEvent::Error{message});
     } else {

@@ -5,6 +5,7 @@
 #include "service/network.h"
 #include "service/requestrules.h"
 
+#include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
@@ -20,7 +21,8 @@ bool isRedirect(int status)
 
 SSEConnectionStatus httpError(int status)
 {
-    return SSEConnectionStatus::error(QStringLiteral("HTTP %1").arg(status));
+    return SSEConnectionStatus::error(
+        QCoreApplication::translate("LiveTranscriptManager", "HTTP %1").arg(status));
 }
 
 // "text/event-stream", in any case, with or without parameters.
@@ -108,7 +110,8 @@ void LiveTranscriptManager::startAttempt()
     if (!url) {
         consoleLog(
             QStringLiteral("❌ Live transcript: no usable URL for the origin %1").arg(m_serverURL));
-        endStream(SSEConnectionStatus::error(QStringLiteral("Invalid URL")));
+        endStream(SSEConnectionStatus::error(
+            QCoreApplication::translate("LiveTranscriptManager", "Invalid URL")));
         return;
     }
     QNetworkRequest request(*url);
@@ -157,10 +160,14 @@ void LiveTranscriptManager::readMetaData()
     const QByteArray contentType =
         m_reply->header(QNetworkRequest::ContentTypeHeader).toByteArray();
     if (!isEventStream(contentType)) {
-        const QString what = contentType.isEmpty() ? QStringLiteral("no content type")
-                                                   : QString::fromLatin1(contentType.left(100));
+        const QString what =
+            contentType.isEmpty()
+                ? QCoreApplication::translate("LiveTranscriptManager", "no content type")
+                : QString::fromLatin1(contentType.left(100));
         dropReply();
-        retryLater(QStringLiteral("Not an event stream: the answer was %1 (HTTP 200)").arg(what));
+        retryLater(QCoreApplication::translate("LiveTranscriptManager",
+                                               "Not an event stream: the answer was %1 (HTTP 200)")
+                       .arg(what));
         return;
     }
     m_streamOpen = true;
@@ -203,7 +210,8 @@ void LiveTranscriptManager::finished()
         m_reader.feed(reply->readAll(), payloads);
         if (!failed && m_reader.midLine()) {
             failed = true;
-            errorText = kClosedMidStream;
+            errorText = QCoreApplication::translate("LiveTranscriptManager",
+                                                    "Connection closed mid-stream");
         }
     }
     dropReply();

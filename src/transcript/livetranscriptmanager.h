@@ -62,7 +62,6 @@ public:
     static constexpr std::chrono::milliseconds kRetryDelay{3000};
     // What Qt may read of the stream ahead of its handling.
     static constexpr qint64 kReadBufferBytes = qint64{256} * 1024;
-    static inline const QString kClosedMidStream = QStringLiteral("Connection closed mid-stream");
 
     explicit LiveTranscriptManager(QObject* parent = nullptr);
     // With the retry's delay replaced (tests).

@@ -7,6 +7,7 @@
 #include "transcript/pocketsphinxrecognizer.h"
 #include "transcript/speechlanguages.h"
 
+#include <QCoreApplication>
 #include <QThread>
 
 namespace sorv {
@@ -38,7 +39,8 @@ LocalTranscriptManager::~LocalTranscriptManager()
 
 QString LocalTranscriptManager::unavailableText(const QString& locale)
 {
-    return QStringLiteral(
+    return QCoreApplication::translate(
+               "LocalTranscriptManager",
                "Live preview only: on-device recognition does not have \u201c%1\u201d on "
                "this computer. Install its speech model, or pick another language "
                "above. Your recording still uploads for full server transcription and "
@@ -237,7 +239,7 @@ void LocalTranscriptManager::setStatus(const TranscriptStatus& status)
 
 void LocalTranscriptManager::appendSegment(const QString& text)
 {
-    m_segments.append(TranscriptSegment{m_nextSegmentId++, kSpeaker, kDisplayName, text, {}});
+    m_segments.append(TranscriptSegment{m_nextSegmentId++, kSpeaker, displayName(), text, {}});
     Q_EMIT segmentAppended(static_cast<int>(m_segments.size() - 1));
     Q_EMIT segmentsChanged();
 }

@@ -5,6 +5,7 @@
 #include "transcript/transcriptsegment.h"
 #include "transcript/transcriptstatus.h"
 
+#include <QCoreApplication>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -40,7 +41,10 @@ public:
 
     static inline const QString kDefaultLocale = QStringLiteral("af-ZA");
     static inline const QString kSpeaker = QStringLiteral("you");
-    static inline const QString kDisplayName = QStringLiteral("You");
+    static QString displayName()
+    {
+        return QCoreApplication::translate("LocalTranscriptManager", "You");
+    }
 
     // With the pocketsphinx recogniser.
     explicit LocalTranscriptManager(QObject* parent = nullptr);

@@ -3,6 +3,7 @@
 #include <pocketsphinx.h>
 
 #include <QByteArray>
+#include <QCoreApplication>
 #include <QFileInfo>
 
 #include <algorithm>
@@ -50,7 +51,9 @@ std::unique_ptr<PocketsphinxDecoder> PocketsphinxDecoder::load(const Config& con
     const QByteArray lm = QFile::encodeName(config.model.languageModel);
     const QByteArray jsgf = QFile::encodeName(config.grammarFile);
     if (!config.grammarFile.isEmpty() && !QFileInfo::exists(config.grammarFile))
-        return fail(QStringLiteral("The speech grammar %1 does not exist").arg(config.grammarFile));
+        return fail(
+            QCoreApplication::translate("SpeechRecognizer", "The speech grammar %1 does not exist")
+                .arg(config.grammarFile));
 
     // A threshold of 3 (not 2) keeps the detector from taking the first
     // moments of digital silence for speech.
@@ -65,16 +68,19 @@ std::unique_ptr<PocketsphinxDecoder> PocketsphinxDecoder::load(const Config& con
                           "-logfn", "/dev/null", nullptr);
     }
     if (!raw)
-        return fail(QStringLiteral("The speech decoder refused its configuration"));
+        return fail(QCoreApplication::translate("SpeechRecognizer",
+                                                "The speech decoder refused its configuration"));
 
     std::unique_ptr<PocketsphinxDecoder> decoder(new PocketsphinxDecoder);
     decoder->m_config.reset(raw);
     decoder->m_decoder.reset(ps_init(raw));
     if (!decoder->m_decoder)
-        return fail(QStringLiteral("Could not load the speech model in %1")
-                        .arg(config.model.languageDirectory));
+        return fail(
+            QCoreApplication::translate("SpeechRecognizer", "Could not load the speech model in %1")
+                .arg(config.model.languageDirectory));
     if (ps_start_utt(decoder->m_decoder.get()) < 0)
-        return fail(QStringLiteral("The speech decoder could not start"));
+        return fail(
+            QCoreApplication::translate("SpeechRecognizer", "The speech decoder could not start"));
     return decoder;
 }
 

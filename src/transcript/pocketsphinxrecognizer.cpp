@@ -6,6 +6,7 @@
 #include "transcript/pocketsphinxdecoder.h"
 #include "transcript/speechdownsampler.h"
 
+#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QStringList>
 
@@ -417,8 +418,10 @@ PocketsphinxRecognizer::recognitionTask(SpeechAudioBufferRequest& request, Updat
         },
     });
     if (!m_session) {
-        m_mailbox->post({failure(SpeechRecognitionError::Code::ModelUnavailable,
-                                 QStringLiteral("No speech model for %1").arg(m_locale))});
+        m_mailbox->post(
+            {failure(SpeechRecognitionError::Code::ModelUnavailable,
+                     QCoreApplication::translate("SpeechRecognizer", "No speech model for %1")
+                         .arg(m_locale))});
     } else if (const auto& f = m_router->failure()) {
         m_mailbox->post({failure(f->code(), f->description())});
     }

@@ -6,6 +6,7 @@
 #include "service/authmanager.h"
 #include "transcript/transcriptlimits.h"
 
+#include <QCoreApplication>
 #include <QPointer>
 
 namespace sorv {
@@ -65,7 +66,7 @@ QString ServerTranscriptManager::displayName(const QString& label,
     if (const auto it = names.constFind(label); it != names.cend())
         return it.value();
     if (label == QLatin1String("you"))
-        return QStringLiteral("You");
+        return QCoreApplication::translate("ServerTranscriptManager", "You");
     QString words = label;
     words.replace(QLatin1Char('_'), QLatin1Char(' '));
     bool wordStart = true;
@@ -107,7 +108,8 @@ void ServerTranscriptManager::start(AuthManager& auth, const QString& language)
 
     const QString token = auth.accessToken();
     if (token.isEmpty()) {
-        setStatus(TranscriptStatus::error(QStringLiteral("Not logged in")));
+        setStatus(TranscriptStatus::error(
+            QCoreApplication::translate("ServerTranscriptManager", "Not logged in")));
         return;
     }
     const QPointer<AuthManager> weakAuth(&auth);

@@ -5,7 +5,7 @@
 namespace sorv {
 
 // The speech languages offered, for the language picker.
-class SpeechLanguageModel : public ListModel {
+class SpeechLanguageModel : public sorv::ListModel {
     Q_OBJECT
 public:
     enum Role { IdentifierRole = Qt::UserRole + 1, LabelRole };

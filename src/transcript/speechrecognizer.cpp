@@ -1,15 +1,21 @@
 #include "speechrecognizer.h"
 
+#include <QCoreApplication>
+
 namespace sorv {
 
 SpeechRecognitionError SpeechRecognitionError::audioEnded()
 {
-    return {Code::AudioEnded, QStringLiteral("Recognition stopped before any speech was heard")};
+    return {Code::AudioEnded,
+            QCoreApplication::translate("SpeechRecognizer",
+                                        "Recognition stopped before any speech was heard")};
 }
 
 SpeechRecognitionError SpeechRecognitionError::endedByItself()
 {
-    return {Code::EndedByItself, QStringLiteral("Speech ended without recognisable words")};
+    return {
+        Code::EndedByItself,
+        QCoreApplication::translate("SpeechRecognizer", "Speech ended without recognisable words")};
 }
 
 void SpeechAudioBufferRequest::append(AudioBuffer buffer)

@@ -1,5 +1,7 @@
 #include "sseconnectionstatus.h"
 
+#include <QCoreApplication>
+
 namespace sorv {
 
 QString SSEConnectionStatus::caseName() const
@@ -21,13 +23,13 @@ QString SSEConnectionStatus::label() const
 {
     switch (m_kind) {
     case Kind::Disconnected:
-        return QStringLiteral("Disconnected");
+        return QCoreApplication::translate("SSEConnectionStatus", "Disconnected");
     case Kind::Connecting:
-        return QStringLiteral("Connecting...");
+        return QCoreApplication::translate("SSEConnectionStatus", "Connecting...");
     case Kind::Connected:
-        return QStringLiteral("Connected");
+        return QCoreApplication::translate("SSEConnectionStatus", "Connected");
     case Kind::Error:
-        return QStringLiteral("Error");
+        return QCoreApplication::translate("SSEConnectionStatus", "Error");
     }
     return {};
 }

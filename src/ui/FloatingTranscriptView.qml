@@ -14,6 +14,7 @@ Rectangle {
     signal closeRequested()
 
     readonly property string status: manager ? manager.connectionStatus.caseName : "disconnected"
+    readonly property string errorText: manager ? manager.connectionStatus.message : ""
     readonly property color statusColor: status === "connected" ? Theme.green
                                          : status === "connecting" ? Theme.orange
                                          : status === "error" ? Theme.red : Theme.tertiaryText
@@ -110,7 +111,7 @@ Rectangle {
                 color: Theme.secondaryText
                 text: root.status === "connected" ? qsTr("Waiting for speech...")
                       : root.status === "connecting" ? qsTr("Connecting to meeting...")
-                      : root.status === "error" ? root.manager.connectionStatus.message
+                      : root.status === "error" ? root.errorText
                       : qsTr("Disconnected")
             }
             Item { Layout.fillHeight: true }

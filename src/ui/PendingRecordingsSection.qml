@@ -14,16 +14,20 @@ ColumnLayout {
     spacing: 6
 
     Label {
-        text: "NOT UPLOADED YET"
+        text: qsTr("NOT UPLOADED YET")
         color: Theme.secondaryText
         font.pixelSize: Theme.captionSize
         font.weight: Font.DemiBold
         font.letterSpacing: 0.8
     }
 
+    // The rows and the sheet reach the section by its id: bound components
+    // (pragma ComponentBehavior) would say it to the linter, but a Loader
+    // cannot make a bound component in Qt 6.4.
     Repeater {
         model: root.model
         delegate: Rectangle {
+            id: pendingRow
             required property string path
             required property string summary
             required property string reason
@@ -42,8 +46,8 @@ ColumnLayout {
                 anchors.margins: 8
                 spacing: 8
                 Symbol {
-                    name: damaged ? "warning" : "waveform"
-                    tint: damaged ? Theme.orange : Theme.secondaryText
+                    name: pendingRow.damaged ? "warning" : "waveform"
+                    tint: pendingRow.damaged ? Theme.orange : Theme.secondaryText
                     size: 18
                 }
                 ColumnLayout {
@@ -51,13 +55,13 @@ ColumnLayout {
                     spacing: 2
                     Label {
                         Layout.fillWidth: true
-                        text: summary
+                        text: pendingRow.summary
                         color: Theme.text
                         elide: Text.ElideRight
                     }
                     Label {
                         Layout.fillWidth: true
-                        text: reason
+                        text: pendingRow.reason
                         color: Theme.secondaryText
                         font.pixelSize: Theme.captionSize
                         wrapMode: Text.Wrap
@@ -65,24 +69,28 @@ ColumnLayout {
                 }
                 SecondaryButton {
                     objectName: "pendingUploadButton"
-                    visible: !damaged
-                    text: "Upload"
-                    onClicked: root.model.upload(path)
+                    visible: !pendingRow.damaged
+                    text: qsTr("Upload")
+                    onClicked: root.model.upload(pendingRow.path) // qmllint disable unqualified
                 }
                 SecondaryButton {
                     objectName: "pendingDeleteButton"
-                    visible: !damaged
-                    text: "Delete"
+                    visible: !pendingRow.damaged
+                    text: qsTr("Delete")
                     onClicked: {
-                        root.deletePath = path
+                        root.deletePath = pendingRow.path // qmllint disable unqualified
                         deleteConfirmation.active = true
+                        // A Loader's item is a QObject to the linter; it is
+                        // the Item below, with its sheet.
+                        // qmllint disable
                         deleteConfirmation.item.sheet.open()
+                        // qmllint enable
                     }
                 }
                 SecondaryButton {
                     objectName: "pendingShowButton"
-                    text: "Show in Folder"
-                    onClicked: root.model.showInFolder(path)
+                    text: qsTr("Show in Folder")
+                    onClicked: root.model.showInFolder(pendingRow.path) // qmllint disable unqualified
                 }
             }
         }
@@ -100,7 +108,7 @@ ColumnLayout {
                 title: qsTr("Delete this recording?")
                 message: qsTr("It was never uploaded: it is deleted from this computer and cannot be recovered.")
                 confirmText: qsTr("Delete")
-                onConfirmed: root.model.remove(root.deletePath)
+                onConfirmed: root.model.remove(root.deletePath) // qmllint disable unqualified
             }
         }
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/inputdevicemodel.h"
 #include "core/listmodel.h"
 #include "recording/audiorecorder.h"
 #include "service/authmanager.h"
@@ -12,12 +13,15 @@
 #include "transcript/livetranscriptmanager.h"
 #include "transcript/localtranscriptmanager.h"
 #include "transcript/servertranscriptmanager.h"
+#include "transcript/speechlanguagemodel.h"
 #include "transcript/sseconnectionstatus.h"
+#include "ui/autostartentry.h"
 #include "ui/joinmeetingcontroller.h"
 #include "ui/recorderscreen.h"
 #include "ui/recordingconsent.h"
 #include "ui/transcriptlistmodel.h"
 #include "ui/viewhelpers.h"
+#include "video/screencapturetargetmodel.h"
 #include "video/screencapturetargetstore.h"
 
 #include <QtQml/qqml.h>
@@ -142,6 +146,29 @@ struct ListModelType {
 struct SSEConnectionStatusType {
     Q_GADGET
     QML_FOREIGN(sorv::SSEConnectionStatus)
+    QML_ANONYMOUS
+};
+// The pickers' lists (microphones, capture sources, languages) and the
+// "Start at login" switch, read through the screen's and the helpers'
+// properties.
+struct InputDeviceModelType {
+    Q_GADGET
+    QML_FOREIGN(sorv::InputDeviceModel)
+    QML_ANONYMOUS
+};
+struct ScreenCaptureTargetModelType {
+    Q_GADGET
+    QML_FOREIGN(sorv::ScreenCaptureTargetModel)
+    QML_ANONYMOUS
+};
+struct SpeechLanguageModelType {
+    Q_GADGET
+    QML_FOREIGN(sorv::SpeechLanguageModel)
+    QML_ANONYMOUS
+};
+struct AutostartEntryType {
+    Q_GADGET
+    QML_FOREIGN(sorv::AutostartEntry)
     QML_ANONYMOUS
 };
 

@@ -3,6 +3,7 @@
 #include "update/edsignature.h"
 #include "update/versioncompare.h"
 
+#include <QCoreApplication>
 #include <QHostAddress>
 #include <QXmlStreamReader>
 
@@ -87,7 +88,9 @@ std::optional<QList<AppcastItem>> parseAppcast(const QByteArray& xmlText, const 
     QList<AppcastItem> items;
     if (!xml.readNextStartElement() || !isPlain(xml, QLatin1String("rss"))) {
         if (error)
-            *error = xml.hasError() ? xml.errorString() : QStringLiteral("it is not an RSS feed");
+            *error = xml.hasError()
+                         ? xml.errorString()
+                         : QCoreApplication::translate("UpdateCheckError", "it is not an RSS feed");
         return std::nullopt;
     }
     while (xml.readNextStartElement()) {
@@ -130,26 +133,29 @@ bool isTrustedUpdateUrl(const QUrl& url)
 QString appcastItemProblem(const AppcastItem& item)
 {
     if (item.version.isEmpty())
-        return QStringLiteral("it has no version");
+        return QCoreApplication::translate("UpdateCheckError", "it has no version");
     if (!item.channel.isEmpty())
         return QStringLiteral("it is in the \"%1\" channel").arg(item.channel);
     if (!isForLinux(item.os))
-        return QStringLiteral("it is for %1").arg(item.os);
+        return QCoreApplication::translate("UpdateCheckError", "it is for %1").arg(item.os);
     if (item.enclosureUrl.isEmpty())
-        return QStringLiteral("it has no enclosure");
+        return QCoreApplication::translate("UpdateCheckError", "it has no enclosure");
     if (!isTrustedUpdateUrl(item.enclosureUrl))
-        return QStringLiteral("its enclosure is not an HTTPS address");
+        return QCoreApplication::translate("UpdateCheckError",
+                                           "its enclosure is not an HTTPS address");
     // Only signed updates are offered. One without a well-formed signature
     // could never pass the check against this build's key, so it is not
     // even fetched.
     if (!isWellFormedEdSignature(item.edSignature))
-        return QStringLiteral("its EdDSA signature is missing or malformed");
+        return QCoreApplication::translate("UpdateCheckError",
+                                           "its EdDSA signature is missing or malformed");
     // The download is held to this length: without one, a server could feed
     // us for ever.
     if (item.enclosureLength <= 0)
-        return QStringLiteral("its enclosure has no length");
+        return QCoreApplication::translate("UpdateCheckError", "its enclosure has no length");
     if (item.enclosureLength > kMaxUpdateBytes)
-        return QStringLiteral("its enclosure is larger than %1 MiB")
+        return QCoreApplication::translate("UpdateCheckError",
+                                           "its enclosure is larger than %1 MiB")
             .arg(kMaxUpdateBytes / (qint64{1024} * 1024));
     return {};
 }

@@ -7,6 +7,7 @@
 #include "update/updatedownloader.h"
 #include "update/versioncompare.h"
 
+#include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
@@ -110,7 +111,7 @@ void SparkleUpdater::checkForUpdates()
         fail(UpdateCheckError::insecureRedirect(target));
     });
     connect(m_reply, &QNetworkReply::finished, this, &SparkleUpdater::feedFinished);
-    setActivity(QStringLiteral("Checking for updates…"));
+    setActivity(QCoreApplication::translate("SparkleUpdater", "Checking for updates…"));
     setChecking(true);
 }
 
@@ -172,7 +173,9 @@ void SparkleUpdater::download(const AppcastItem& item)
                                     : -1.0);
                 });
         connect(m_downloader.get(), &UpdateDownloader::verifying, this, [this] {
-            setActivity(QStringLiteral("Checking the signature of %1…").arg(m_offeredVersion));
+            setActivity(
+                QCoreApplication::translate("SparkleUpdater", "Checking the signature of %1…")
+                    .arg(m_offeredVersion));
             setProgress(-1);
         });
         connect(
@@ -187,7 +190,8 @@ void SparkleUpdater::download(const AppcastItem& item)
     m_offeredVersion = item.displayVersion();
     consoleLog(QStringLiteral("🌐 Update check: downloading %1 from %2")
                    .arg(m_offeredVersion, item.enclosureUrl.toDisplayString()));
-    setActivity(QStringLiteral("Downloading %1…").arg(m_offeredVersion));
+    setActivity(
+        QCoreApplication::translate("SparkleUpdater", "Downloading %1…").arg(m_offeredVersion));
     m_downloader->start(item, m_config.publicKey.toString().trimmed(), userAgent(),
                         cache + QStringLiteral("/updates"));
 }

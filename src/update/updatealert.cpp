@@ -2,6 +2,8 @@
 
 #include "core/appinfo.h"
 
+#include <QCoreApplication>
+
 namespace sorv {
 
 namespace {
@@ -12,20 +14,23 @@ const QString kReleaseDomain = QStringLiteral("sorvelandrix.com");
 UpdateAlert UpdateAlert::disabled()
 {
     return {Kind::Disabled,
-            QStringLiteral("Updates not available in this build"),
-            QStringLiteral("In-app updates only work in the signed release from ") +
+            QCoreApplication::translate("UpdateAlert", "Updates not available in this build"),
+            QCoreApplication::translate("UpdateAlert",
+                                        "In-app updates only work in the signed release from ") +
                 kReleaseDomain +
                 QStringLiteral(".\n\nThis copy was built for local testing. To get automatic "
                                "updates, install the release build once it is published."),
-            {QStringLiteral("OK")}};
+            {QCoreApplication::translate("UpdateAlert", "OK")}};
 }
 
 UpdateAlert UpdateAlert::upToDate(const QString& currentVersion)
 {
-    UpdateAlert alert(Kind::UpToDate, QStringLiteral("You're up to date"),
-                      QStringLiteral("%1 %2 is currently the newest version available.")
+    UpdateAlert alert(Kind::UpToDate,
+                      QCoreApplication::translate("UpdateAlert", "You're up to date"),
+                      QCoreApplication::translate(
+                          "UpdateAlert", "%1 %2 is currently the newest version available.")
                           .arg(AppInfo::applicationName(), currentVersion),
-                      {QStringLiteral("OK")});
+                      {QCoreApplication::translate("UpdateAlert", "OK")});
     alert.m_version = currentVersion;
     return alert;
 }
@@ -35,11 +40,13 @@ UpdateAlert UpdateAlert::available(const QString& version, const QString& curren
 {
     UpdateAlert alert(
         Kind::Available,
-        QStringLiteral("A new version of %1 is available!").arg(AppInfo::applicationName()),
+        QCoreApplication::translate("UpdateAlert", "A new version of %1 is available!")
+            .arg(AppInfo::applicationName()),
         QStringLiteral("%1 %2 is now available — you have %3. It has been downloaded and its "
                        "signature checked. Would you like to open it now?")
             .arg(AppInfo::applicationName(), version, currentVersion),
-        {QStringLiteral("Open"), QStringLiteral("Later")});
+        {QCoreApplication::translate("UpdateAlert", "Open"),
+         QCoreApplication::translate("UpdateAlert", "Later")});
     alert.m_filePath = filePath;
     alert.m_version = version;
     return alert;
@@ -47,8 +54,10 @@ UpdateAlert UpdateAlert::available(const QString& version, const QString& curren
 
 UpdateAlert UpdateAlert::failed(const QString& description)
 {
-    return {
-        Kind::Failed, QStringLiteral("Update check failed"), description, {QStringLiteral("OK")}};
+    return {Kind::Failed,
+            QCoreApplication::translate("UpdateAlert", "Update check failed"),
+            description,
+            {QCoreApplication::translate("UpdateAlert", "OK")}};
 }
 
 } // namespace sorv

@@ -4,6 +4,7 @@
 #include "core/mainthread.h"
 #include "update/edsignature.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QNetworkAccessManager>
@@ -23,7 +24,9 @@ constexpr int kTransferTimeoutMs = 30 * 1000;
 QString networkReason(const QNetworkReply& reply)
 {
     const int status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    return status >= 400 ? QStringLiteral("HTTP status %1").arg(status) : reply.errorString();
+    return status >= 400
+               ? QCoreApplication::translate("UpdateCheckError", "HTTP status %1").arg(status)
+               : reply.errorString();
 }
 
 } // namespace

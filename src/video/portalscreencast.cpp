@@ -3,6 +3,7 @@
 #include "core/settings.h"
 #include "video/videolog.h"
 
+#include <QCoreApplication>
 #include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -65,7 +66,9 @@ PortalScreenCast::PortalScreenCast(QObject* parent) : QObject(parent)
     m_timeout.setSingleShot(true);
     connect(&m_timeout, &QTimer::timeout, this, [this] {
         stopListening();
-        fail(QStringLiteral("The desktop's screen-sharing portal did not answer %1 in time.")
+        fail(QCoreApplication::translate(
+                 "PortalScreencast",
+                 "The desktop's screen-sharing portal did not answer %1 in time.")
                  .arg(m_method));
     });
 }
@@ -176,19 +179,20 @@ void PortalScreenCast::readProperties()
 
 void PortalScreenCast::createSession()
 {
-    request(QStringLiteral("CreateSession"), {},
-            {{QStringLiteral("session_handle_token"), newToken()}}, callTimeoutMs(),
-            [this](std::uint32_t, const QVariantMap& results) {
-                m_sessionPath = results.value(QStringLiteral("session_handle")).toString();
-                if (m_sessionPath.isEmpty()) {
-                    fail(QStringLiteral("The desktop's screen-sharing portal made no session."));
-                    return;
-                }
-                QDBusConnection::sessionBus().connect(serviceName(), m_sessionPath, kSession,
-                                                      QStringLiteral("Closed"), this,
-                                                      SLOT(onSessionClosed()));
-                selectSources();
-            });
+    request(
+        QStringLiteral("CreateSession"), {}, {{QStringLiteral("session_handle_token"), newToken()}},
+        callTimeoutMs(), [this](std::uint32_t, const QVariantMap& results) {
+            m_sessionPath = results.value(QStringLiteral("session_handle")).toString();
+            if (m_sessionPath.isEmpty()) {
+                fail(QCoreApplication::translate(
+                    "PortalScreencast", "The desktop's screen-sharing portal made no session."));
+                return;
+            }
+            QDBusConnection::sessionBus().connect(serviceName(), m_sessionPath, kSession,
+                                                  QStringLiteral("Closed"), this,
+                                                  SLOT(onSessionClosed()));
+            selectSources();
+        });
 }
 
 void PortalScreenCast::selectSources()
@@ -257,7 +261,8 @@ void PortalScreenCast::startSession()
             }
             streams.endArray();
             if (!found) {
-                fail(QStringLiteral("The desktop shared no screen or window."));
+                fail(QCoreApplication::translate("PortalScreencast",
+                                                 "The desktop shared no screen or window."));
                 return;
             }
             openRemote();
@@ -385,7 +390,8 @@ void PortalScreenCast::onSessionClosed()
                                              SLOT(onSessionClosed()));
     m_sessionPath.clear();
     if (!m_finished)
-        fail(QStringLiteral("The desktop ended the screen sharing."));
+        fail(QCoreApplication::translate("PortalScreencast",
+                                         "The desktop ended the screen sharing."));
     else
         Q_EMIT closed();
 }
@@ -394,7 +400,8 @@ void PortalScreenCast::close()
 {
     // A start still waiting for the desktop answers now, once.
     if (m_done != nullptr) {
-        fail(QStringLiteral("The screen sharing was closed before it started."));
+        fail(QCoreApplication::translate("PortalScreencast",
+                                         "The screen sharing was closed before it started."));
         return;
     }
     m_timeout.stop();

@@ -2,6 +2,7 @@
 
 #include "video/portalscreencast.h"
 
+#include <QCoreApplication>
 #include <QtGlobal>
 
 #include <atomic>
@@ -49,13 +50,16 @@ void probeScreenCaptureAvailable(QObject* context, const std::function<void(bool
 
 QString screenCastPortalMissingText()
 {
-    return QStringLiteral("Screen sharing needs xdg-desktop-portal and a portal for your desktop "
-                          "(GNOME, KDE or wlroots).");
+    return QCoreApplication::translate(
+        "ScreenCaptureAccess",
+        "Screen sharing needs xdg-desktop-portal and a portal for your desktop "
+        "(GNOME, KDE or wlroots).");
 }
 
 QString screenCaptureAllowedButNotAppliedText()
 {
-    return QStringLiteral(
+    return QCoreApplication::translate(
+        "ScreenCaptureAccess",
         "Screen recording was allowed, but this running copy has not picked it up yet.\n\n"
         "Quit Sorvelandrix Recorder completely (Ctrl+Q), open it again, then try again.\n\n"
         "If needed: remove Sorvelandrix Recorder's screen-sharing permission in your desktop's "
@@ -64,7 +68,8 @@ QString screenCaptureAllowedButNotAppliedText()
 
 QString screenCaptureNotAllowedText()
 {
-    return QStringLiteral(
+    return QCoreApplication::translate(
+        "ScreenCaptureAccess",
         "Your desktop has not allowed this copy of Sorvelandrix Recorder to record the screen.\n\n"
         "1. Start recording again and choose a screen or window when your desktop asks, then "
         "press Share.\n"

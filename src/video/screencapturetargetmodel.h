@@ -10,7 +10,7 @@ namespace sorv {
 // What a video call can capture, for the capture-source picker: displays,
 // then applications, then windows, each row with the heading of its group
 // (shown above the group's first row).
-class ScreenCaptureTargetModel : public ListModel {
+class ScreenCaptureTargetModel : public sorv::ListModel {
     Q_OBJECT
 public:
     enum Role {

@@ -1,5 +1,7 @@
 #include "screencapturetargetoption.h"
 
+#include <QCoreApplication>
+
 namespace sorv {
 
 QString ScreenCaptureTargetOption::Kind::name() const
@@ -23,22 +25,28 @@ QString ScreenCaptureTargetOption::Kind::name() const
 
 ScreenCaptureTargetOption ScreenCaptureTargetOption::portalMonitor()
 {
-    return {QStringLiteral("portal:monitor"), QStringLiteral("Entire screen"),
-            QStringLiteral("Chosen in the desktop's sharing dialog"),
+    return {QStringLiteral("portal:monitor"),
+            QCoreApplication::translate("ScreenCaptureTargetOption", "Entire screen"),
+            QCoreApplication::translate("ScreenCaptureTargetOption",
+                                        "Chosen in the desktop's sharing dialog"),
             Kind::portal(Kind::Type::PortalMonitor)};
 }
 
 ScreenCaptureTargetOption ScreenCaptureTargetOption::portalWindow()
 {
-    return {QStringLiteral("portal:window"), QStringLiteral("A window"),
-            QStringLiteral("Chosen in the desktop's sharing dialog"),
+    return {QStringLiteral("portal:window"),
+            QCoreApplication::translate("ScreenCaptureTargetOption", "A window"),
+            QCoreApplication::translate("ScreenCaptureTargetOption",
+                                        "Chosen in the desktop's sharing dialog"),
             Kind::portal(Kind::Type::PortalWindow)};
 }
 
 ScreenCaptureTargetOption ScreenCaptureTargetOption::mainDisplay()
 {
-    return {QStringLiteral("display:main"), QStringLiteral("Main display"),
-            QStringLiteral("Full screen (default)"), Kind::mainDisplay()};
+    return {QStringLiteral("display:main"),
+            QCoreApplication::translate("ScreenCaptureTargetOption", "Main display"),
+            QCoreApplication::translate("ScreenCaptureTargetOption", "Full screen (default)"),
+            Kind::mainDisplay()};
 }
 
 ScreenCaptureTargetOption ScreenCaptureTargetOption::display(std::uint32_t displayID,
@@ -47,14 +55,17 @@ ScreenCaptureTargetOption ScreenCaptureTargetOption::display(std::uint32_t displ
 {
     const QString number = QString::number(displayID);
     return {QStringLiteral("display:") + number,
-            screenName.isEmpty() ? QStringLiteral("Display ") + number : screenName,
+            screenName.isEmpty()
+                ? QCoreApplication::translate("ScreenCaptureTargetOption", "Display ") + number
+                : screenName,
             QStringLiteral("%1×%2").arg(width).arg(height), Kind::display(displayID)};
 }
 
 ScreenCaptureTargetOption ScreenCaptureTargetOption::application(const QString& bundleIdentifier,
                                                                  const QString& name)
 {
-    return {QStringLiteral("app:") + bundleIdentifier, name, QStringLiteral("Application"),
+    return {QStringLiteral("app:") + bundleIdentifier, name,
+            QCoreApplication::translate("ScreenCaptureTargetOption", "Application"),
             Kind::application(bundleIdentifier)};
 }
 
@@ -63,8 +74,12 @@ ScreenCaptureTargetOption ScreenCaptureTargetOption::window(std::uint32_t window
                                                             const QString& applicationName)
 {
     return {QStringLiteral("window:") + QString::number(windowID),
-            title.isEmpty() ? QStringLiteral("Untitled window") : title,
-            applicationName.isEmpty() ? QStringLiteral("Window") : applicationName,
+            title.isEmpty()
+                ? QCoreApplication::translate("ScreenCaptureTargetOption", "Untitled window")
+                : title,
+            applicationName.isEmpty()
+                ? QCoreApplication::translate("ScreenCaptureTargetOption", "Window")
+                : applicationName,
             Kind::window(windowID)};
 }
 

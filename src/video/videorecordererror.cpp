@@ -2,32 +2,43 @@
 
 #include "video/screencaptureaccess.h"
 
+#include <QCoreApplication>
+
 namespace sorv {
 
 QString VideoRecorderError::description() const
 {
     switch (m_code) {
     case Code::ShareableContentFailed:
-        return QStringLiteral("Could not enumerate displays: ") + m_message;
+        return QCoreApplication::translate("VideoRecorderError", "Could not enumerate displays: ") +
+               m_message;
     case Code::ScStreamStartFailed:
-        return QStringLiteral("Could not start screen capture: ") + m_message;
+        return QCoreApplication::translate("VideoRecorderError",
+                                           "Could not start screen capture: ") +
+               m_message;
     case Code::WriterSetupFailed:
-        return QStringLiteral("Could not set up video writer: ") + m_message;
+        return QCoreApplication::translate("VideoRecorderError",
+                                           "Could not set up video writer: ") +
+               m_message;
     case Code::InvalidState:
-        return QStringLiteral("VideoRecorder in invalid state: ") + m_message;
+        return QCoreApplication::translate("VideoRecorderError",
+                                           "VideoRecorder in invalid state: ") +
+               m_message;
     case Code::PermissionDenied:
-        return QStringLiteral("Permission denied — allow screen sharing for Sorvelandrix "
-                              "Recorder when your desktop asks, or in its privacy settings.");
+        return QCoreApplication::translate(
+            "VideoRecorderError", "Permission denied — allow screen sharing for Sorvelandrix "
+                                  "Recorder when your desktop asks, or in its privacy settings.");
     case Code::NoDisplay:
-        return QStringLiteral("No display found for screen capture.");
+        return QCoreApplication::translate("VideoRecorderError",
+                                           "No display found for screen capture.");
     case Code::SharingCancelled:
-        return QStringLiteral("Screen sharing was cancelled.");
+        return QCoreApplication::translate("VideoRecorderError", "Screen sharing was cancelled.");
     case Code::NoScreenCastPortal:
         return screenCastPortalMissingText();
     case Code::NotRecording:
         break;
     }
-    return QStringLiteral("VideoRecorder is not recording.");
+    return QCoreApplication::translate("VideoRecorderError", "VideoRecorder is not recording.");
 }
 
 } // namespace sorv

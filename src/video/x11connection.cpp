@@ -1,5 +1,7 @@
 #include "x11connection.h"
 
+#include <QCoreApplication>
+
 #include <xcb/xcb_ewmh.h>
 
 #include <cstring>
@@ -24,7 +26,7 @@ std::unique_ptr<Connection> Connection::open(QString* error)
     const QByteArray display = qgetenv("DISPLAY");
     if (display.isEmpty()) {
         if (error)
-            *error = QStringLiteral("DISPLAY is not set");
+            *error = QCoreApplication::translate("VideoRecorder", "DISPLAY is not set");
         return nullptr;
     }
     std::unique_ptr<Connection> c(new Connection);
@@ -42,7 +44,8 @@ std::unique_ptr<Connection> Connection::open(QString* error)
         xcb_screen_next(&it);
     if (!it.rem) {
         if (error)
-            *error = QStringLiteral("X server has no screen %1").arg(screenNumber);
+            *error = QCoreApplication::translate("VideoRecorder", "X server has no screen %1")
+                         .arg(screenNumber);
         return nullptr;
     }
     c->m_screen = it.data;
@@ -85,9 +88,10 @@ QString errorText(const xcb_generic_error_t* error)
         "Success",   "BadRequest", "BadValue",    "BadWindow",   "BadPixmap", "BadAtom",
         "BadCursor", "BadFont",    "BadMatch",    "BadDrawable", "BadAccess", "BadAlloc",
         "BadColor",  "BadGC",      "BadIDChoice", "BadName",     "BadLength", "BadImplementation"};
-    const QString name = error->error_code < std::size(names)
-                             ? QString::fromLatin1(names[error->error_code])
-                             : QStringLiteral("X error %1").arg(error->error_code);
+    const QString name =
+        error->error_code < std::size(names)
+            ? QString::fromLatin1(names[error->error_code])
+            : QCoreApplication::translate("VideoRecorder", "X error %1").arg(error->error_code);
     return QStringLiteral("%1 (request %2.%3)")
         .arg(name)
         .arg(error->major_code)

@@ -1,5 +1,7 @@
 #include "x11screengrabber.h"
 
+#include <QCoreApplication>
+
 #include <xcb/shm.h>
 #include <xcb/xcb_ewmh.h>
 #include <xcb/xcb_icccm.h>
@@ -229,7 +231,8 @@ bool X11ScreenGrabber::attach(FramePool& pool, int slot, QString* error)
         xcb_request_check(c, xcb_shm_attach_fd_checked(c, m_segments[i], fd, 0));
     if (e) {
         if (error)
-            *error = QStringLiteral("MIT-SHM attach failed: ") + x11::errorText(e);
+            *error = QCoreApplication::translate("VideoRecorder", "MIT-SHM attach failed: ") +
+                     x11::errorText(e);
         std::free(e);
         m_segments[i] = 0;
         return false;
@@ -312,7 +315,8 @@ bool X11ScreenGrabber::grab(FramePool& pool, int slot, Frame* frame, QString* er
             Reply<xcb_shm_get_image_reply_t> r(xcb_shm_get_image_reply(c, shmCookie, &e));
             if (!r) {
                 if (error)
-                    *error = QStringLiteral("GetImage failed: ") + x11::errorText(e);
+                    *error = QCoreApplication::translate("VideoRecorder", "GetImage failed: ") +
+                             x11::errorText(e);
                 std::free(e);
                 return false;
             }
@@ -320,7 +324,8 @@ bool X11ScreenGrabber::grab(FramePool& pool, int slot, Frame* frame, QString* er
             Reply<xcb_get_image_reply_t> r(xcb_get_image_reply(c, plainCookie, &e));
             if (!r) {
                 if (error)
-                    *error = QStringLiteral("GetImage failed: ") + x11::errorText(e);
+                    *error = QCoreApplication::translate("VideoRecorder", "GetImage failed: ") +
+                             x11::errorText(e);
                 std::free(e);
                 return false;
             }

@@ -247,7 +247,7 @@ private Q_SLOTS:
         QCOMPARE(w.auth->isLoggedIn(), staysSignedIn);
         QCOMPARE(w.auth->accessToken(), staysSignedIn ? token : QString());
         QCOMPARE(w.auth->sessionExpiredBanner(),
-                 staysSignedIn ? QString() : AuthManager::kExpiredBanner);
+                 staysSignedIn ? QString() : AuthManager::expiredBanner());
         if (!staysSignedIn) {
             QVERIFY(!w.secrets.read(AuthManager::refreshKey));
             QVERIFY(w.auth->userEmail().isEmpty());
@@ -273,7 +273,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("banner");
         QTest::newRow("expired access, good refresh") << true << true << QString();
         QTest::newRow("rejected token, no refresh token")
-            << false << false << AuthManager::kOutOfDateBanner;
+            << false << false << AuthManager::outOfDateBanner();
     }
     void startUp()
     {

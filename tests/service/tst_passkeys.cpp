@@ -281,7 +281,7 @@ private Q_SLOTS:
         QCOMPARE(w.service->requestCount("POST", "/api/auth/refresh"), 1);
         QCOMPARE(w.auth.isLoggedIn(), stillSignedIn);
         if (!stillSignedIn)
-            QCOMPARE(w.auth.sessionExpiredBanner(), AuthManager::kExpiredBanner);
+            QCOMPARE(w.auth.sessionExpiredBanner(), AuthManager::expiredBanner());
         if (listRequests == 2) {
             // The retry carries the new token.
             const QList<LoggedRequest> log = w.service->requestLog();

@@ -202,7 +202,7 @@ void signInScreens(Shooter& s, sorv::AuthManager& auth, sorv::test::LocalService
     service->clearScripts();
 
     auth.cancelMfa(); // forgets the dropped request's error
-    auth.expireSession(sorv::AuthManager::kExpiredBanner);
+    auth.expireSession(sorv::AuthManager::expiredBanner());
     s.set("passwordField", "text", QString());
     s.shoot(QStringLiteral("signin-session-expired"));
 

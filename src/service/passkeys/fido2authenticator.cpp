@@ -3,6 +3,8 @@
 #include "core/log.h"
 #include "service/passkeys/passkeycbor.h"
 
+#include <QCoreApplication>
+
 #include <fido.h>
 
 #include <mutex>
@@ -77,36 +79,47 @@ std::optional<QString> Fido2Authenticator::describeFidoError(int code)
     case FIDO_ERR_OPERATION_DENIED:
         return std::nullopt;
     case FIDO_ERR_PIN_INVALID:
-        return QStringLiteral("PIN invalid");
+        return QCoreApplication::translate("Fido2Authenticator", "PIN invalid");
     case FIDO_ERR_PIN_BLOCKED:
-        return QStringLiteral("PIN blocked: the security key has to be reset");
+        return QCoreApplication::translate("Fido2Authenticator",
+                                           "PIN blocked: the security key has to be reset");
     case FIDO_ERR_PIN_AUTH_BLOCKED:
-        return QStringLiteral("too many wrong PINs: unplug the security key and plug it in again");
+        return QCoreApplication::translate(
+            "Fido2Authenticator",
+            "too many wrong PINs: unplug the security key and plug it in again");
     case FIDO_ERR_PIN_NOT_SET:
-        return QStringLiteral("the security key has no PIN yet");
+        return QCoreApplication::translate("Fido2Authenticator", "the security key has no PIN yet");
     case FIDO_ERR_PIN_POLICY_VIOLATION:
-        return QStringLiteral("the PIN does not meet the security key's rules");
+        return QCoreApplication::translate("Fido2Authenticator",
+                                           "the PIN does not meet the security key's rules");
     case FIDO_ERR_PIN_REQUIRED:
-        return QStringLiteral("the security key needs its PIN");
+        return QCoreApplication::translate("Fido2Authenticator", "the security key needs its PIN");
     case FIDO_ERR_TIMEOUT:
     case FIDO_ERR_ACTION_TIMEOUT:
     case FIDO_ERR_USER_ACTION_TIMEOUT:
-        return QStringLiteral("operation timed out");
+        return QCoreApplication::translate("Fido2Authenticator", "operation timed out");
     case FIDO_ERR_NO_CREDENTIALS:
-        return QStringLiteral("this security key holds no passkey for this account");
+        return QCoreApplication::translate("Fido2Authenticator",
+                                           "this security key holds no passkey for this account");
     case FIDO_ERR_CREDENTIAL_EXCLUDED:
-        return QStringLiteral("this security key is already registered");
+        return QCoreApplication::translate("Fido2Authenticator",
+                                           "this security key is already registered");
     case FIDO_ERR_KEY_STORE_FULL:
-        return QStringLiteral("the security key has no room for another passkey");
+        return QCoreApplication::translate("Fido2Authenticator",
+                                           "the security key has no room for another passkey");
     case FIDO_ERR_UNSUPPORTED_ALGORITHM:
-        return QStringLiteral("the security key does not support ES256 keys");
+        return QCoreApplication::translate("Fido2Authenticator",
+                                           "the security key does not support ES256 keys");
     case FIDO_ERR_UV_BLOCKED:
-        return QStringLiteral("the security key's built-in verification is blocked");
+        return QCoreApplication::translate("Fido2Authenticator",
+                                           "the security key's built-in verification is blocked");
     case FIDO_ERR_UV_INVALID:
-        return QStringLiteral("the security key did not recognise you");
+        return QCoreApplication::translate("Fido2Authenticator",
+                                           "the security key did not recognise you");
     case FIDO_ERR_TX:
     case FIDO_ERR_RX:
-        return QStringLiteral("lost contact with the security key");
+        return QCoreApplication::translate("Fido2Authenticator",
+                                           "lost contact with the security key");
     default:
         return QString::fromUtf8(fido_strerr(code));
     }
@@ -155,10 +168,12 @@ PasskeyResult<std::shared_ptr<Fido2Authenticator::Device>> Fido2Authenticator::o
         chosen = u2fOnly;
     if (!chosen) {
         // Present but unusable, most often for want of access to its hidraw node.
-        return lastError == FIDO_OK ? PasskeyError::notAvailable()
-                                    : PasskeyError::authorizationFailed(
-                                          QStringLiteral("cannot open the security key (%1)")
-                                              .arg(*describeFidoError(lastError)));
+        return lastError == FIDO_OK
+                   ? PasskeyError::notAvailable()
+                   : PasskeyError::authorizationFailed(
+                         QCoreApplication::translate("Fido2Authenticator",
+                                                     "cannot open the security key (%1)")
+                             .arg(*describeFidoError(lastError)));
     }
 
     fido_dev_set_timeout(chosen->dev, kDeviceTimeoutMs);
@@ -249,7 +264,8 @@ Fido2Authenticator::makeCredential(const MakeCredentialRequest& request,
                            static_cast<size_t>(request.userId.size()), userName.constData(),
                            displayName.isEmpty() ? nullptr : displayName.constData(),
                            nullptr) != FIDO_OK)
-        return PasskeyError::authorizationFailed(QStringLiteral("invalid credential request"));
+        return PasskeyError::authorizationFailed(
+            QCoreApplication::translate("Fido2Authenticator", "invalid credential request"));
     if (device.residentKeys)
         fido_cred_set_rk(cred.get(), FIDO_OPT_TRUE);
     if (device.builtInVerification)
@@ -283,8 +299,8 @@ Fido2Authenticator::makeCredential(const MakeCredentialRequest& request,
     credential.transports = device.transports;
     if (credential.credentialId.isEmpty() || credential.authenticatorData.isEmpty() ||
         credential.format.isEmpty())
-        return PasskeyError::authorizationFailed(
-            QStringLiteral("the security key returned an incomplete credential"));
+        return PasskeyError::authorizationFailed(QCoreApplication::translate(
+            "Fido2Authenticator", "the security key returned an incomplete credential"));
     return credential;
 }
 
@@ -305,11 +321,13 @@ PasskeyResult<Assertion> Fido2Authenticator::getAssertion(const GetAssertionRequ
                                         static_cast<size_t>(request.clientDataHash.size())) !=
             FIDO_OK ||
         fido_assert_set_rp(assertion.get(), rpId.constData()) != FIDO_OK)
-        return PasskeyError::authorizationFailed(QStringLiteral("invalid sign-in request"));
+        return PasskeyError::authorizationFailed(
+            QCoreApplication::translate("Fido2Authenticator", "invalid sign-in request"));
     for (const QByteArray& id : request.allowCredentialIds) {
         if (fido_assert_allow_cred(assertion.get(), raw(id), static_cast<size_t>(id.size())) !=
             FIDO_OK)
-            return PasskeyError::authorizationFailed(QStringLiteral("invalid credential id"));
+            return PasskeyError::authorizationFailed(
+                QCoreApplication::translate("Fido2Authenticator", "invalid credential id"));
     }
     if (device.builtInVerification)
         fido_assert_set_uv(assertion.get(), FIDO_OPT_TRUE);
@@ -350,8 +368,8 @@ PasskeyResult<Assertion> Fido2Authenticator::getAssertion(const GetAssertionRequ
     if (!user.isEmpty())
         result.userHandle = user;
     if (!authData || result.credentialId.isEmpty() || result.signature.isEmpty())
-        return PasskeyError::authorizationFailed(
-            QStringLiteral("the security key returned an incomplete answer"));
+        return PasskeyError::authorizationFailed(QCoreApplication::translate(
+            "Fido2Authenticator", "the security key returned an incomplete answer"));
     result.authenticatorData = *authData;
     return result;
 }

@@ -1,18 +1,24 @@
 #include "passkeyerror.h"
 
+#include <QCoreApplication>
+
 namespace sorv {
 
 QString PasskeyError::description() const
 {
     switch (m_kind) {
     case Kind::authorizationFailed:
-        return QStringLiteral("Passkey authorization failed: %1").arg(m_message);
+        return QCoreApplication::translate("PasskeyError", "Passkey authorization failed: %1")
+            .arg(m_message);
     case Kind::invalidServerOptions:
-        return QStringLiteral("Server returned invalid passkey options: %1").arg(m_message);
+        return QCoreApplication::translate("PasskeyError",
+                                           "Server returned invalid passkey options: %1")
+            .arg(m_message);
     case Kind::cancelled:
-        return QStringLiteral("Passkey sign-in was cancelled.");
+        return QCoreApplication::translate("PasskeyError", "Passkey sign-in was cancelled.");
     case Kind::notAvailable:
-        return QStringLiteral("Passkeys are not available on this device.");
+        return QCoreApplication::translate("PasskeyError",
+                                           "Passkeys are not available on this device.");
     }
     return m_message;
 }
@@ -21,11 +27,13 @@ QString PasskeyAuthError::description() const
 {
     switch (m_kind) {
     case Kind::badResponse:
-        return QStringLiteral("Unexpected server response: %1").arg(m_message);
+        return QCoreApplication::translate("PasskeyError", "Unexpected server response: %1")
+            .arg(m_message);
     case Kind::notLoggedIn:
-        return QStringLiteral("You need to be signed in to manage passkeys.");
+        return QCoreApplication::translate("PasskeyError",
+                                           "You need to be signed in to manage passkeys.");
     case Kind::cancelled:
-        return QStringLiteral("Passkey action was cancelled.");
+        return QCoreApplication::translate("PasskeyError", "Passkey action was cancelled.");
     case Kind::server:
     case Kind::transport:
         break;

@@ -215,7 +215,8 @@ void PasskeyManager::perform(Work work, const QObject* context, CredentialCallba
     const QObject* target = context ? context : this;
     std::optional<PasskeyError> refused = refusal();
     if (!refused && relyingPartyID().isEmpty())
-        refused = PasskeyError::authorizationFailed(QStringLiteral("Invalid server URL"));
+        refused = PasskeyError::authorizationFailed(
+            QCoreApplication::translate("PasskeyManager", "Invalid server URL"));
     if (refused) {
         consoleLog(QStringLiteral("❌ %1").arg(refused->description()));
         QMetaObject::invokeMethod(

@@ -6,6 +6,7 @@
 #include "service/passkeys/passkeymanager.h"
 #include "service/requestrules.h"
 
+#include <QCoreApplication>
 #include <QJsonDocument>
 #include <QPointer>
 #include <QTimer>
@@ -35,7 +36,8 @@ QNetworkRequest passkeyRequest(const QUrl& url)
 
 PasskeyAuthError invalidServerUrl()
 {
-    return PasskeyAuthError::badResponse(QStringLiteral("Invalid server URL"));
+    return PasskeyAuthError::badResponse(
+        QCoreApplication::translate("PasskeyOperations", "Invalid server URL"));
 }
 
 // What a non-2xx or missing answer means, or none for a success.
@@ -44,7 +46,8 @@ std::optional<PasskeyAuthError> answerFailure(const HttpAnswer& answer)
     if (answer.transportError)
         return PasskeyAuthError::transport(answer.errorText);
     if (!answer.isHttp)
-        return PasskeyAuthError::badResponse(QStringLiteral("No response"));
+        return PasskeyAuthError::badResponse(
+            QCoreApplication::translate("PasskeyOperations", "No response"));
     return std::nullopt;
 }
 
@@ -115,8 +118,8 @@ void PasskeyOperations::authorizedPasskeyRequest(
                 done(passkeys::serverRefusal(answer.status, answer.body));
         },
         [done](AuthManager::RefreshOutcome) {
-            done(PasskeyAuthError::server(
-                QStringLiteral("Your session expired — please sign in again.")));
+            done(PasskeyAuthError::server(QCoreApplication::translate(
+                "PasskeyOperations", "Your session expired — please sign in again.")));
         });
 }
 
@@ -253,7 +256,9 @@ void PasskeyOperations::registerPasskey(
                                 json ? Passkey::fromJson(*json, &error) : std::nullopt;
                             if (!passkey) {
                                 done(PasskeyFailure(PasskeyAuthError::badResponse(
-                                    QStringLiteral("Could not decode passkey: %1").arg(error))));
+                                    QCoreApplication::translate("PasskeyOperations",
+                                                                "Could not decode passkey: %1")
+                                        .arg(error))));
                                 return;
                             }
                             consoleLog(QStringLiteral("🔑 Passkey %1 added").arg(passkey->id));
@@ -287,7 +292,9 @@ void PasskeyOperations::listPasskeys(
                 json ? passkeysFromJson(*json, &error) : std::nullopt;
             if (!list) {
                 done(PasskeyFailure(PasskeyAuthError::badResponse(
-                    QStringLiteral("Could not decode passkey list: %1").arg(error))));
+                    QCoreApplication::translate("PasskeyOperations",
+                                                "Could not decode passkey list: %1")
+                        .arg(error))));
                 return;
             }
             done(std::move(*list));

@@ -4,6 +4,7 @@
 #include "service/passkeys/passkeycbor.h"
 #include "service/requestrules.h"
 
+#include <QCoreApplication>
 #include <QHostAddress>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -100,8 +101,8 @@ PasskeyResult<QJsonObject> registrationCredentialJson(const AttestedCredential& 
     const std::optional<QByteArray> attestation = encodeAttestationObject(
         credential.format, credential.attestationStatementCbor, credential.authenticatorData);
     if (!attestation)
-        return PasskeyError::authorizationFailed(
-            QStringLiteral("the security key returned an unreadable attestation"));
+        return PasskeyError::authorizationFailed(QCoreApplication::translate(
+            "PasskeyProtocol", "the security key returned an unreadable attestation"));
     return credentialJson(
         credential.credentialId,
         {
@@ -115,23 +116,26 @@ PasskeyAuthResult<BeginResult> decodeBeginBody(const QByteArray& body)
 {
     const QJsonDocument doc = QJsonDocument::fromJson(body);
     if (!doc.isObject())
-        return PasskeyAuthError::badResponse(QStringLiteral("Begin response is not JSON"));
+        return PasskeyAuthError::badResponse(
+            QCoreApplication::translate("PasskeyProtocol", "Begin response is not JSON"));
     const QJsonObject object = doc.object();
     const QJsonValue challengeId = object.value(QLatin1String("challenge_id"));
     if (!challengeId.isString())
-        return PasskeyAuthError::badResponse(QStringLiteral("Missing challenge_id"));
+        return PasskeyAuthError::badResponse(
+            QCoreApplication::translate("PasskeyProtocol", "Missing challenge_id"));
     const QJsonValue options = object.value(QLatin1String("options"));
     const QJsonDocument optionsDoc =
         options.isString() ? QJsonDocument::fromJson(options.toString().toUtf8()) : QJsonDocument();
     if (!optionsDoc.isObject())
-        return PasskeyAuthError::badResponse(QStringLiteral("Missing/invalid options blob"));
+        return PasskeyAuthError::badResponse(
+            QCoreApplication::translate("PasskeyProtocol", "Missing/invalid options blob"));
     return BeginResult{challengeId.toString(), optionsDoc.object()};
 }
 
 PasskeyAuthError serverRefusal(int status, const QByteArray& body)
 {
-    return PasskeyAuthError::server(
-        detailOf(body).value_or(QStringLiteral("Server returned HTTP %1").arg(status)));
+    return PasskeyAuthError::server(detailOf(body).value_or(
+        QCoreApplication::translate("PasskeyProtocol", "Server returned HTTP %1").arg(status)));
 }
 
 namespace {
@@ -151,7 +155,8 @@ PasskeyAuthResult<SignInOptions> decodeSignInOptions(const QJsonObject& options)
     SignInOptions result;
     const std::optional<QByteArray> challenge = bytesMember(options, QStringLiteral("challenge"));
     if (!challenge)
-        return PasskeyAuthError::badResponse(QStringLiteral("Missing challenge"));
+        return PasskeyAuthError::badResponse(
+            QCoreApplication::translate("PasskeyProtocol", "Missing challenge"));
     result.challenge = *challenge;
     for (const QJsonValue entry : options.value(QLatin1String("allowCredentials")).toArray()) {
         if (const std::optional<QByteArray> id =
@@ -166,14 +171,14 @@ PasskeyAuthResult<RegistrationOptions> decodeRegistrationOptions(const QJsonObje
     RegistrationOptions result;
     const std::optional<QByteArray> challenge = bytesMember(options, QStringLiteral("challenge"));
     if (!challenge)
-        return PasskeyAuthError::badResponse(
-            QStringLiteral("Missing challenge in registration options"));
+        return PasskeyAuthError::badResponse(QCoreApplication::translate(
+            "PasskeyProtocol", "Missing challenge in registration options"));
     result.challenge = *challenge;
     const QJsonObject user = options.value(QLatin1String("user")).toObject();
     const std::optional<QByteArray> userId = bytesMember(user, QStringLiteral("id"));
     if (!userId)
-        return PasskeyAuthError::badResponse(
-            QStringLiteral("Missing user.id in registration options"));
+        return PasskeyAuthError::badResponse(QCoreApplication::translate(
+            "PasskeyProtocol", "Missing user.id in registration options"));
     result.userId = *userId;
     const QJsonValue name = user.value(QLatin1String("name"));
     if (name.isString())

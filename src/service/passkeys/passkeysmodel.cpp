@@ -3,6 +3,7 @@
 #include "core/notify.h"
 #include "service/passkeys/passkeyoperations.h"
 
+#include <QCoreApplication>
 #include <QLocale>
 
 #include <algorithm>
@@ -29,18 +30,22 @@ bool isCancellation(const PasskeyFailure& failure)
 
 QString PasskeysModel::titleOf(const Passkey& passkey)
 {
-    return passkey.label.value_or(QString()).isEmpty() ? QStringLiteral("Passkey") : *passkey.label;
+    return passkey.label.value_or(QString()).isEmpty()
+               ? QCoreApplication::translate("PasskeysModel", "Passkey")
+               : *passkey.label;
 }
 
 QString PasskeysModel::addedText(const Passkey& passkey)
 {
-    return QStringLiteral("Added %1").arg(dateText(passkey.createdAt));
+    return QCoreApplication::translate("PasskeysModel", "Added %1")
+        .arg(dateText(passkey.createdAt));
 }
 
 QString PasskeysModel::lastUsedText(const Passkey& passkey)
 {
-    return passkey.lastUsedAt ? QStringLiteral("Last used %1").arg(dateText(*passkey.lastUsedAt))
-                              : QStringLiteral("Never used");
+    return passkey.lastUsedAt ? QCoreApplication::translate("PasskeysModel", "Last used %1")
+                                    .arg(dateText(*passkey.lastUsedAt))
+                              : QCoreApplication::translate("PasskeysModel", "Never used");
 }
 
 PasskeysModel::PasskeysModel(PasskeyOperations& operations, QObject* parent)
@@ -74,7 +79,7 @@ QVariant PasskeysModel::data(const QModelIndex& index, int role) const
     case BackupEligibleRole:
         return p.backupEligible.value_or(false);
     case RemoveLabelRole:
-        return QStringLiteral("Remove passkey %1").arg(titleOf(p));
+        return QCoreApplication::translate("PasskeysModel", "Remove passkey %1").arg(titleOf(p));
     default:
         return {};
     }
@@ -92,7 +97,8 @@ QHash<int, QByteArray> PasskeysModel::roleNames() const
 
 QString PasskeysModel::addButtonText() const
 {
-    return m_registering ? QStringLiteral("Adding passkey…") : QStringLiteral("Add a passkey");
+    return m_registering ? QCoreApplication::translate("PasskeysModel", "Adding passkey…")
+                         : QCoreApplication::translate("PasskeysModel", "Add a passkey");
 }
 
 bool PasskeysModel::isEmpty() const

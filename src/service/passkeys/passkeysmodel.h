@@ -15,7 +15,7 @@ class PasskeyOperations;
 // The account's passkeys as the passkeys sheet shows them: the list with its
 // loading and load error (ListModel's `loading` and `error`), adding one for
 // this computer, and removing one after the user confirms. Main thread.
-class PasskeysModel : public ListModel {
+class PasskeysModel : public sorv::ListModel {
     Q_OBJECT
     Q_PROPERTY(bool registering READ registering NOTIFY registeringChanged)
     Q_PROPERTY(QString addButtonText READ addButtonText NOTIFY registeringChanged)

@@ -4,6 +4,7 @@
 #include "service/passkeys/opensslhandles.h"
 #include "service/passkeys/passkeycbor.h"
 
+#include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
@@ -127,14 +128,14 @@ std::optional<PasskeyError> SoftwareAuthenticator::verifyUser(AuthenticatorPromp
             attemptsLeft = m_pinAttemptsLeft;
         }
         if (attemptsLeft <= 0)
-            return failed(QStringLiteral("PIN blocked"));
+            return failed(QCoreApplication::translate("Fido2Authenticator", "PIN blocked"));
         const std::optional<QString> pin = prompts.requestPin(attemptsLeft);
         if (!pin)
             return PasskeyError::cancelled();
         std::lock_guard lock(m_mutex);
         if (*pin != *m_options.pin) {
             --m_pinAttemptsLeft;
-            return failed(QStringLiteral("PIN invalid"));
+            return failed(QCoreApplication::translate("Fido2Authenticator", "PIN invalid"));
         }
         m_pinAttemptsLeft = kPinAttempts;
     }
