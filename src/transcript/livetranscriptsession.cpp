@@ -43,8 +43,11 @@ LiveTranscriptSession::LiveTranscriptSession(Parts parts, QObject* parent)
     // However the preview is started, the service's transcript stops first.
     m_local->setStopServerTranscript([this] { m_server->stop(); });
     connect(m_server.get(), &ServerTranscriptManager::statusChanged, this, [this] {
-        if (m_mode == TranscriptMode::server())
-            Q_EMIT statusChanged();
+        if (m_mode != TranscriptMode::server())
+            return;
+        if (m_watchSawActive == m_watch && m_server->status().isError())
+            checkFallback(m_watch, 1);
+        Q_EMIT statusChanged();
     });
     connect(m_local.get(), &LocalTranscriptManager::statusChanged, this, [this] {
         if (m_mode == TranscriptMode::onDevice())
@@ -146,8 +149,12 @@ void LiveTranscriptSession::checkFallback(std::uint64_t watch, int check)
     if (watch != m_watch || m_mode != TranscriptMode::server())
         return;
     const TranscriptStatus& status = m_server->status();
-    if (status.isActive())
+    if (status.isActive()) {
+        // Nothing to poll for while it runs; a service that fails after
+        // connecting still gets the offer.
+        m_watchSawActive = watch;
         return;
+    }
     // The streamer's own retries show as connecting: an error is final.
     if (check > kFallbackChecks || status.isError()) {
         setFallbackOffered(true);

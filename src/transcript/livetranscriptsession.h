@@ -120,6 +120,8 @@ private:
     // Bumped by every start and stop: a watch that is no longer the
     // current one ends at its next check.
     std::uint64_t m_watch = 0;
+    // The watch that saw the transcript come up: a later failure resumes it.
+    std::uint64_t m_watchSawActive = 0;
 };
 
 } // namespace sorv

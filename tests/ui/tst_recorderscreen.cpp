@@ -360,6 +360,10 @@ void TestRecorderScreen::fallbackWatch()
         QVERIFY(!w.screen->serverFallbackOffered());
         QVERIFY(w.clock.idle()); // the watch ended when the transcript came up
         QVERIFY(w.screen->listening());
+        // A service that fails once connected still gets the offer.
+        w.screen->serverTranscript()->handle(
+            LiveEvent::Error{QStringLiteral("Live transcription is not available"), false});
+        QVERIFY(w.screen->serverFallbackOffered());
         return;
     }
     w.clock.advance(std::chrono::milliseconds(offeredAfterMs) - 1ms);
