@@ -511,11 +511,6 @@ void FakeCaptureBackend::pump(int chunks)
     }
 }
 
-void FakeCaptureBackend::run(std::chrono::milliseconds audio)
-{
-    pump(static_cast<int>(std::ceil(static_cast<double>(audio.count()) * 48.0 / kChunkFrames)));
-}
-
 QStringList FakeCaptureBackend::recordedSources() const
 {
     std::lock_guard g(m_state->lock);

@@ -80,8 +80,6 @@ public:
     void setRunning(bool running);
 
     void pump(int chunks = 1);
-    // pump() for about this much audio.
-    void run(std::chrono::milliseconds audio);
 
     // Sources of the streams that record now, in the order they were opened.
     QStringList recordedSources() const;

@@ -55,7 +55,6 @@ class TestInputDevices : public QObject {
 private Q_SLOTS:
     void sourceBecomesDevice_data();
     void sourceBecomesDevice();
-    void idIsHashOfSourceName();
     void order_data();
     void order();
     void change_data();
@@ -95,22 +94,6 @@ void TestInputDevices::sourceBecomesDevice()
     QCOMPARE(device->name, name);
     QCOMPARE(device->isDefault, isDefault);
     QCOMPARE(device->id, inputDeviceIdForSourceName(source.name));
-}
-
-void TestInputDevices::idIsHashOfSourceName()
-{
-    // The same id after a restart of the server or a re-plug, whatever index
-    // the source gets then.
-    const auto before = sources({paSource("usbmic", "Headset", 4)});
-    const auto after = sources({paSource("usbmic", "Headset", 17)});
-    QCOMPARE(inputDevicesFromSources(before, {}).first().id,
-             inputDevicesFromSources(after, {}).first().id);
-    QCOMPARE(sourceNameForInputDevice(after, inputDeviceIdForSourceName(QStringLiteral("usbmic"))),
-             std::optional<QString>(QStringLiteral("usbmic")));
-    // A monitor is never what an id stands for.
-    QCOMPARE(sourceNameForInputDevice(sources({paSource("s.monitor", "Monitor", 0, 1)}),
-                                      inputDeviceIdForSourceName(QStringLiteral("s.monitor"))),
-             std::nullopt);
 }
 
 void TestInputDevices::order_data()

@@ -135,13 +135,6 @@ void TestMicrophoneHealth::silentFromTheStart()
     const AudioEngineUpdate& report = rig.reports.back().second;
     QCOMPARE(report.flag, true);
     QCOMPARE(*report.text, MicrophoneHealth::silenceMessage());
-    QVERIFY(report.text->startsWith(QStringLiteral("The selected microphone")));
-    QVERIFY(
-        rig.log.contains(QStringLiteral("🔇 Mic silence detected: windowPeak=0.000000 for 5.0s")));
-    QVERIFY(rig.log.contains(
-        QStringLiteral("🔄 Mic silence recovery attempt #2: hard-resetting mic engine")));
-    QCOMPARE(rig.logged(QStringLiteral("❌ Mic silence recovery exhausted — surfacing error to UI")),
-             1);
     // Silence restarts are not the watchdog's: no restart report, no count.
     QVERIFY(rig.reportTimes(Kind::MicEngineRestarted).isEmpty());
     QCOMPARE(rig.health.restartCount(), 0);
@@ -155,7 +148,6 @@ void TestMicrophoneHealth::silentFromTheStart()
     rig.seconds(5);
     QCOMPARE(rig.reportTimes(Kind::MicSilent).size(), 2);
     QCOMPARE(rig.reports.back().second, AudioEngineUpdate::micSilent(false, std::nullopt));
-    QVERIFY(rig.log.contains(QStringLiteral("✅ Mic recovered: peak 0.01000 above threshold")));
     QVERIFY(!rig.health.isMicSilent());
 
     // A later silence starts again with two resets before the report.
@@ -215,22 +207,6 @@ void TestMicrophoneHealth::graceAfterDeviceSwitch()
     QCOMPARE(rig.mic.restarts, restarts);
     rig.second(); // 10.5 s: five seconds of silence on the new device
     QCOMPARE(rig.mic.restarts, restarts + 1);
-
-    // Silence in the grace period is never looked at, even where the window
-    // is shorter than the grace.
-    MicrophoneHealth::Timing shortWindow;
-    shortWindow.silenceWindowSeconds = 0.5;
-    Rig quick(shortWindow);
-    for (int i = 0; i < 3; ++i) { // 0.6, 1.2, 1.8 s
-        quick.now += 0.6;
-        quick.mic.buffers += 7;
-        quick.health.tick();
-    }
-    QCOMPARE(quick.mic.restarts, 0);
-    quick.now += 0.6; // 2.4 s: past the grace, and the window is long over
-    quick.mic.buffers += 7;
-    quick.health.tick();
-    QCOMPARE(quick.mic.restarts, 1);
 }
 
 void TestMicrophoneHealth::watchdogReasons_data()
@@ -241,8 +217,6 @@ void TestMicrophoneHealth::watchdogReasons_data()
     QTest::addColumn<QString>("reason"); // empty: healthy
     QTest::newRow("healthy") << true << true << true << QString();
     QTest::newRow("stalled") << true << true << false << QStringLiteral("no new buffers in 1s");
-    QTest::newRow("stopped and stalled")
-        << true << false << false << QStringLiteral("engine not running");
     QTest::newRow("stopped, last buffers still counted")
         << true << false << true << QStringLiteral("engine not running");
     QTest::newRow("no engine") << false << false << false << QStringLiteral("engine not running");

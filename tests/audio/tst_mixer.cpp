@@ -1,7 +1,7 @@
 // The mix is the recording: ring-buffer order and overwrite, the gain
-// control's invariants and one pinned reference run, and the pipeline every
-// buffer takes (the two mix paths, file, consumer, meters, a file that
-// stops taking audio, a duration cut to the frame).
+// control's invariants, and the pipeline every buffer takes (the two mix
+// paths, file, consumer, meters, a file that stops taking audio, a duration
+// cut to the frame).
 
 #include "audio/audioringbuffer.h"
 #include "audio/mixer.h"
@@ -74,17 +74,14 @@ class TestMixer : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void ringBufferMatchesReferenceQueue();
-    void referenceRun();
     void silenceDecaysLevelsAndHoldsGains();
     void gainsSettleInsideTheirClamps();
     void quietMicrophoneUnderLoudSystemIsSuppressed();
     void limiterKeepsOutputWithinFullScale();
-    void emptyBufferUpdatesStateOnly();
 
     void micOnlyPathLimitsInPlaceWithoutCounting();
     void systemActivePathPadsCountsWritesDelivers();
     void metersAtMostThirtyPerSecond();
-    void noOutputFileDropsBuffers();
     void fileThatStopsTakingAudioEndsTheRecordingOnce();
     void durationLimitCutsToTheFrame();
 };
@@ -118,38 +115,6 @@ void TestMixer::ringBufferMatchesReferenceQueue()
             }
         }
         QCOMPARE(ring.count(), qint64(ref.size()));
-    }
-}
-
-void TestMixer::referenceRun()
-{
-    // A quiet microphone under a loud system (bleed suppression), both
-    // talking (ducking), then both loud enough for the limiter. The numbers
-    // are the mix as it must stay, bit for bit.
-    const float micAmp[3] = {0.006f, 0.08f, 0.9f};
-    const float sysAmp[3] = {0.1f, 0.07f, 0.9f};
-    const AGCState expectedStates[3] = {
-        {0x1.4a96dep-10f, 0x1.4ea1f4p-6f, 0x1.4p+1f, 0x1.733334p+0f},
-        {0x1.21fff6p-6f, 0x1.ec4104p-6f, 0x1.622b0ap+1f, 0x1.9d3602p+0f},
-        {0x1.9d57c2p-3f, 0x1.baa0e4p-3f, 0x1.0b1e2p+1f, 0x1.369186p+0f},
-    };
-    const float expectedSamples[3][4] = {
-        {0x1.28f5c4p-3f, 0x1.1de478p-5f, -0x1.1cba8cp-3f, -0x1.491b68p-4f},
-        {0x1.af425cp-6f, -0x1.e4a6dp-7f, 0x1.08ffd4p-3f, -0x1.c78e1ep-3f},
-        {0x1.7e92a6p-2f, 0x1.b3c56cp-1f, -0x1.a5090ap-1f, 0x1.6da83ep-1f},
-    };
-    AGCState state;
-    for (int b = 0; b < 3; ++b) {
-        std::vector<float> mic(32), sys(32);
-        for (int i = 0; i < 32; ++i) {
-            mic[i] = micAmp[b] * std::sin(0.3f * float(i + 32 * b));
-            sys[i] = sysAmp[b] * std::cos(0.17f * float(i + 32 * b));
-        }
-        const MixResult r = mixWithGainControl(mic, sys, true, state);
-        state = r.state;
-        QCOMPARE(state, expectedStates[b]);
-        for (int k = 0; k < 4; ++k)
-            QCOMPARE(r.samples[size_t(k * 8)], expectedSamples[b][k]);
     }
 }
 
@@ -237,14 +202,6 @@ void TestMixer::limiterKeepsOutputWithinFullScale()
                                     float(std::tanh(-3.0))}));
 }
 
-void TestMixer::emptyBufferUpdatesStateOnly()
-{
-    const AGCState state{0.2f, 0.2f, 1.0f, 1.0f};
-    const auto r = mixWithGainControl({}, {}, true, state);
-    QVERIFY(r.samples.empty());
-    QCOMPARE(r.state.micRMS, 0.95f * 0.2f); // instant level 0 for n = 0
-}
-
 void TestMixer::micOnlyPathLimitsInPlaceWithoutCounting()
 {
     Pipeline p(false);
@@ -300,14 +257,6 @@ void TestMixer::metersAtMostThirtyPerSecond()
     QCOMPARE(last.peakWindowMax, 0.3f);
 }
 
-void TestMixer::noOutputFileDropsBuffers()
-{
-    Pipeline p;
-    p.feed(constant(8, 0.1f));
-    QCOMPARE(p.mix.writeCount(), qint64(0));
-    QVERIFY(p.delivered.empty());
-}
-
 void TestMixer::fileThatStopsTakingAudioEndsTheRecordingOnce()
 {
     // The file system refuses to let the file grow past 64 KiB (what a full
@@ -321,7 +270,7 @@ void TestMixer::fileThatStopsTakingAudioEndsTheRecordingOnce()
     std::vector<MixPipeline::WriteFailure> failures;
     p.mix.setWriteFailureSink([&](const MixPipeline::WriteFailure& f) { failures.push_back(f); });
     struct rlimit small = previous;
-    small.rlim_cur = 64 * 1024;
+    small.rlim_cur = rlim_t{64} * 1024;
     QVERIFY(::setrlimit(RLIMIT_FSIZE, &small) == 0);
     for (int i = 0; i < 10; ++i)
         p.feed(noise(4096, 0.1f, unsigned(i)));

@@ -25,30 +25,10 @@ std::vector<float> tone(double rate, double frequency, size_t frames, float ampl
 class TestSampleConverter : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void capacity_data();
-    void capacity();
     void passesCommonFormatUnchanged();
     void averagesChannels();
     void continuousStreamHasNoSeams();
 };
-
-void TestSampleConverter::capacity_data()
-{
-    QTest::addColumn<double>("rate");
-    QTest::addColumn<int>("frames");
-    QTest::addColumn<int>("expected");
-    QTest::newRow("44.1 kHz microphone") << 44100.0 << 4096 << 4458;
-    QTest::newRow("24 kHz doubles") << 24000.0 << 480 << 960;
-    QTest::newRow("within 1 Hz is not resampled") << 48000.5 << 480 << 480;
-}
-
-void TestSampleConverter::capacity()
-{
-    QFETCH(double, rate);
-    QFETCH(int, frames);
-    QFETCH(int, expected);
-    QCOMPARE(SampleConverter(rate, 1).outputCapacity(frames), qint64(expected));
-}
 
 void TestSampleConverter::passesCommonFormatUnchanged()
 {
