@@ -407,14 +407,6 @@ void PulseSandbox::releaseSlowMicrophone()
         pactl({QStringLiteral("suspend-source"), m_slowSource, QStringLiteral("0")});
 }
 
-void PulseSandbox::stallSlowMicrophone()
-{
-    if (m_slowMicrophone)
-        ::kill(static_cast<pid_t>(m_slowMicrophone->processId()), SIGSTOP);
-    else if (!m_slowSource.isEmpty() && !pipeWire())
-        pactl({QStringLiteral("suspend-source"), m_slowSource, QStringLiteral("1")});
-}
-
 void PulseSandbox::removeSlowMicrophone()
 {
     if (!m_slowMicrophone)

@@ -71,8 +71,6 @@ public:
     // source, on PipeWire one whose process is stopped. Fed like the others.
     bool addSlowMicrophone(const QString& name, const QString& description);
     void releaseSlowMicrophone();
-    // The slow microphone, once released, stops delivering again.
-    void stallSlowMicrophone();
     // Gone again; due before the next case on PipeWire, where the loopback,
     // once stopped, has left clients that pipewire-pulse took on afterwards
     // without news of a changed default output.
