@@ -7,6 +7,7 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
+#include <cmath>
 #include <memory>
 
 namespace sorv::test {
@@ -168,6 +169,34 @@ MediaFile MediaFile::read(const QString& path, bool decode, QRect lumaRegion, do
         receive(dec, index);
     }
     return m;
+}
+
+std::vector<double> MediaFile::clickTimes(float threshold, double quiet) const
+{
+    std::vector<double> times;
+    double last = -1.0;
+    for (size_t i = 0; i < audio.size(); ++i) {
+        if (std::fabs(audio[i]) < threshold)
+            continue;
+        const double t = audioStart + double(i) / audioSampleRate;
+        if (last < 0 || t - last > quiet)
+            times.push_back(t);
+        last = t;
+    }
+    return times;
+}
+
+std::vector<double> MediaFile::flashTimes(int region) const
+{
+    std::vector<double> times;
+    bool bright = false;
+    for (size_t i = 0; i < framePts.size(); ++i) {
+        const double luma = region < 0 ? frameLuma[i] : moreLuma[i][size_t(region)];
+        if (luma > 128.0 && !bright)
+            times.push_back(framePts[i]);
+        bright = luma > 128.0;
+    }
+    return times;
 }
 
 } // namespace sorv::test

@@ -43,6 +43,13 @@ struct MediaFile {
     // whole frame).
     static MediaFile read(const QString& path, bool decode, QRect lumaRegion = {},
                           double startAt = 0.0, const std::vector<QRect>& moreRegions = {});
+
+    // Onsets of clicks in the audio: the first sample above `threshold` after
+    // at least `quiet` seconds below it.
+    std::vector<double> clickTimes(float threshold, double quiet) const;
+    // Times of the frames where the picture turns white: inside
+    // `moreRegions[region]`, or inside `lumaRegion` when `region` is -1.
+    std::vector<double> flashTimes(int region = -1) const;
 };
 
 } // namespace sorv::test

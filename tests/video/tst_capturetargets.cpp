@@ -2,6 +2,7 @@
 // shows, the fallback of a vanished selection, and how a window or an
 // application target is grabbed as it moves and is covered.
 
+#include "support/jsonlines.h"
 #include "support/xvfbsession.h"
 #include "testwindows.h"
 #include "video/capturearea.h"
@@ -10,7 +11,6 @@
 #include "video/x11screengrabber.h"
 
 #include <QFile>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
@@ -265,9 +265,7 @@ void TestCaptureTargets::cliListsTargetsByGroup()
              QStringLiteral("window:%1 Standup notes Meetly").arg(windows.ids[0]));
 
     QCOMPARE(run({QStringLiteral("--json"), QStringLiteral("targets")}, &out, &err), 0);
-    QList<QJsonObject> objects;
-    for (const QString& line : out.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
-        objects << QJsonDocument::fromJson(line.toUtf8()).object();
+    const QList<QJsonObject> objects = jsonLines(out);
     QVERIFY(objects.size() >= 4);
     QCOMPARE(objects[0],
              (QJsonObject{{QStringLiteral("event"), QStringLiteral("target")},
@@ -279,17 +277,6 @@ void TestCaptureTargets::cliListsTargetsByGroup()
         return o[QStringLiteral("id")] == QStringLiteral("app:Meetly") &&
                o[QStringLiteral("kind")] == QStringLiteral("application");
     }));
-
-    // Without an X server: the reason, and failure.
-    QProcess p;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.remove(QStringLiteral("DISPLAY"));
-    p.setProcessEnvironment(env);
-    p.start(cli, {QStringLiteral("targets")});
-    QVERIFY(p.waitForFinished(15000));
-    QCOMPARE(p.exitCode(), 1);
-    QCOMPARE(QString::fromUtf8(p.readAllStandardError()).trimmed(),
-             QStringLiteral("No display found for screen capture."));
 }
 
 void TestCaptureTargets::vanishedSelectionFallsBackToMainDisplay()

@@ -19,22 +19,6 @@ namespace {
 constexpr int kFrames = 4096;
 constexpr double kRate = 48000.0;
 
-// Onsets of the clicks in decoded audio (seconds).
-std::vector<double> clickTimes(const MediaFile& m)
-{
-    std::vector<double> times;
-    double last = -1.0;
-    for (size_t i = 0; i < m.audio.size(); ++i) {
-        if (std::fabs(m.audio[i]) < 0.4f)
-            continue;
-        const double t = m.audioStart + double(i) / m.audioSampleRate;
-        if (last < 0 || t - last > 0.5)
-            times.push_back(t);
-        last = t;
-    }
-    return times;
-}
-
 } // namespace
 
 class TestMp4Writer : public QObject {
@@ -103,12 +87,9 @@ void TestMp4Writer::audioFollowsItsTimestamps()
         const MediaFile m = MediaFile::read(file, true);
         QVERIFY(m.opened);
         QCOMPARE(m.framePts.front(), 0.0);
-        const std::vector<double> clicks = clickTimes(m);
+        const std::vector<double> clicks = m.clickTimes(0.4f, 0.5);
         QCOMPARE(clicks.size(), clickStamps.size());
-        std::vector<double> flashes;
-        for (size_t i = 0; i < m.frameLuma.size(); ++i)
-            if (m.frameLuma[i] > 128)
-                flashes.push_back(m.framePts[i]);
+        const std::vector<double> flashes = m.flashTimes();
         QCOMPARE(flashes.size(), size_t(buffers / 12 + (buffers % 12 > 3 ? 1 : 0)));
         double fromStamp = 0.0;
         double fromPicture = 0.0;
