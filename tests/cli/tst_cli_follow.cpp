@@ -5,7 +5,7 @@
 // line. What the service's words cannot do to the terminal is
 // tst_cli_commands' (every command prints through the same context).
 
-#include "cli/command.h"
+#include "cli/clirun.h"
 #include "core/log.h"
 #include "core/secretstore.h"
 #include "service/apiclient.h"
@@ -16,7 +16,6 @@
 
 #include <QFile>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QTest>
 #include <QTimer>
@@ -28,21 +27,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-struct Run {
-    int status = -1;
-    QString out;
-    QString err;
-    QList<QJsonObject> events(const QString& kind = {}) const
-    {
-        QList<QJsonObject> list;
-        for (const QString& line : out.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
-            const QJsonObject e = QJsonDocument::fromJson(line.toUtf8()).object();
-            if (kind.isEmpty() || e.value("event").toString() == kind)
-                list << e;
-        }
-        return list;
-    }
-};
+using Run = test::CliRun;
 
 // `during` runs every 20 ms while the command runs, with what it printed so
 // far. The command's waits are on `clock` when one is given.
@@ -50,20 +35,20 @@ Run runCli(const QStringList& args, bool terminal = false,
            const std::function<void(const QString& out)>& during = {},
            test::ManualDelays* clock = nullptr)
 {
-    Run r;
-    cli::CommandContext ctx;
-    ctx.terminal = terminal;
-    if (clock)
-        ctx.delays = clock->delayedCall();
-    ctx.out = [&r](const QByteArray& b) { r.out += QString::fromUtf8(b); };
-    ctx.err = [&r](const QByteArray& b) { r.err += QString::fromUtf8(b); };
+    QString printed;
     QTimer watcher;
     if (during) {
-        QObject::connect(&watcher, &QTimer::timeout, &watcher, [&] { during(r.out); });
+        QObject::connect(&watcher, &QTimer::timeout, &watcher, [&] { during(printed); });
         watcher.start(20);
     }
-    r.status = cli::run(args, ctx);
-    return r;
+    return test::runCli(
+        args,
+        [&](cli::CommandContext& ctx) {
+            ctx.terminal = terminal;
+            if (clock)
+                ctx.delays = clock->delayedCall();
+        },
+        [&printed](const QString& out) { printed = out; });
 }
 
 LocalService::Options fastBots()
@@ -110,7 +95,6 @@ private Q_SLOTS:
     void aRefusedTokenEndsWithItsStatus();
     void aTransportErrorKeepsFollowing();
     void anEndlessLineIsDroppedAsItArrives();
-    void usage();
 };
 
 void TestCliFollow::joinThenFollowUntilTheBotIsStopped()
@@ -126,28 +110,20 @@ void TestCliFollow::joinThenFollowUntilTheBotIsStopped()
         stopSent = true;
         APIClient(w.auth).stopMeeting(id, &w.auth, [](const std::optional<APIError>&) {});
     });
+    // The stopped meeting ends the follow; the events' form is the scripted
+    // stream's case below.
     QCOMPARE(r.status, cli::kExitOk);
     QVERIFY(r.err.isEmpty());
-    const QList<QJsonObject> connection = r.events("connection");
-    QCOMPARE(connection.first(),
-             (QJsonObject{{"event", "connection"}, {"status", "connecting"}, {"message", ""}}));
-    QCOMPARE(connection.at(1).value("status").toString(), QStringLiteral("connected"));
-    QCOMPARE(connection.last().value("status").toString(), QStringLiteral("disconnected"));
+    QCOMPARE(r.events("connection").last().value("status").toString(),
+             QStringLiteral("disconnected"));
     QCOMPARE(r.events("meetingStatus").last(),
              (QJsonObject{{"event", "meetingStatus"}, {"status", "completed"}}));
-    QCOMPARE(r.events("speakerNames").value(0).value("names").toObject(),
-             (QJsonObject{{"0", "Alex"}, {"1", "Sam"}}));
-    // Each change of a segment is an event: the first line grows piece by piece.
+    // The first line grew piece by piece.
     QList<QJsonObject> first;
     for (const QJsonObject& e : r.events("segment"))
         if (e.value("id").toInt() == 0)
             first << e;
     QVERIFY(first.size() >= 2);
-    QCOMPARE(first.first(), (QJsonObject{{"event", "segment"},
-                                         {"id", 0},
-                                         {"speaker", "0"},
-                                         {"displayName", "Alex"},
-                                         {"text", "Good morning everyone,"}}));
     QCOMPARE(first.last().value("text").toString(),
              QStringLiteral("Good morning everyone, thanks for joining so early."));
 }
@@ -306,15 +282,6 @@ void TestCliFollow::anEndlessLineIsDroppedAsItArrives()
     // A few read buffers, not the line.
     QVERIFY2(peakKiB() - before < qint64{48} * 1024,
              qPrintable(QStringLiteral("the peak grew by %1 KiB").arg(peakKiB() - before)));
-}
-
-void TestCliFollow::usage()
-{
-    World w;
-    QCOMPARE(runCli({"follow"}).status, cli::kExitUsage);
-    QCOMPARE(runCli({"follow", "a", "b"}).status, cli::kExitUsage);
-    const Run help = runCli({"--help"});
-    QVERIFY(help.out.contains(QStringLiteral("follow MEETING_ID")));
 }
 
 QTEST_GUILESS_MAIN(TestCliFollow)

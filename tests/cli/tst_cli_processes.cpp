@@ -3,8 +3,6 @@
 // access token expired at once, a session that stays with the service that
 // issued it, and where the secrets go when no keyring can keep them.
 
-#include "core/secretstore.h"
-#include "service/authmanager.h"
 #include "signedin.h"
 #include "support/isolatedenvironment.h"
 #include "support/keyringbus.h"
@@ -186,51 +184,6 @@ private Q_SLOTS:
         const Run refused = Cli::finish(wrong);
         QCOMPARE(refused.exitCode, 1);
         QCOMPARE(refused.err.trimmed(), QStringLiteral("Invalid email or password"));
-    }
-
-    void programsRefreshingAtOnceKeepTheSession()
-    {
-        // The refresh token rotates: of several programs that present the
-        // same one at once, only the first could succeed. They take turns
-        // and the later ones use what the first one got, so nobody is
-        // signed out and the service sees one refresh.
-        test::IsolatedEnvironment env;
-        test::LocalServiceFixture service;
-        qputenv("SORVELANDRIX_SECRETS", "file");
-        {
-            SecretStore secrets;
-            AuthManager auth(secrets);
-            test::signIn(auth);
-        }
-        qunsetenv("SORVELANDRIX_SECRETS");
-        const Cli cli(service.origin());
-        for (int round = 0; round < 3; ++round) {
-            service->expireAccessTokens();
-            service->clearRequestLog();
-            std::vector<std::unique_ptr<QProcess>> programs;
-            for (int i = 0; i < 4; ++i) {
-                programs.push_back(std::make_unique<QProcess>());
-                cli.start(*programs.back(), {"whoami"});
-            }
-            for (auto& p : programs) {
-                const Run r = Cli::finish(*p);
-                QVERIFY2(r.exitCode == 0, qPrintable(r.err));
-            }
-            QCOMPARE(service->requestCount("POST", "/api/auth/refresh"), 1);
-        }
-        QCOMPARE(cli.run({"whoami"}).exitCode, 0);
-    }
-
-    void unusableOrigin()
-    {
-        test::IsolatedEnvironment env;
-        const Cli cli(QStringLiteral("not a server"));
-        QProcess login;
-        cli.start(login, {"login", "--email", "a@b.c", "--password-stdin"});
-        login.write("pw\n");
-        const Run refused = Cli::finish(login);
-        QCOMPARE(refused.exitCode, 1);
-        QCOMPARE(refused.err.trimmed(), QStringLiteral("Invalid server URL"));
     }
 
     void programsWithoutAKeyringShareTheSession()
