@@ -133,6 +133,7 @@ MediaFile MediaFile::read(const QString& path, bool decode, QRect lumaRegion, do
                 m.frameLuma.push_back(meanLuma(
                     lumaRegion.isEmpty() ? QRect(0, 0, frame->width, frame->height) : lumaRegion));
                 std::vector<double> more;
+                more.reserve(moreRegions.size());
                 for (const QRect& r : moreRegions)
                     more.push_back(meanLuma(r));
                 m.moreLuma.push_back(std::move(more));

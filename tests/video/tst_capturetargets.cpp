@@ -160,7 +160,7 @@ void TestCaptureTargets::openOwnWindow()
     const char title[] = "Recorder window";
     xcb_change_property(m_own, XCB_PROP_MODE_REPLACE, w, atom("_NET_WM_NAME"), atom("UTF8_STRING"),
                         8, sizeof title - 1, title);
-    const std::uint32_t pid = std::uint32_t(::getpid());
+    const auto pid = std::uint32_t(::getpid());
     xcb_change_property(m_own, XCB_PROP_MODE_REPLACE, w, atom("_NET_WM_PID"), XCB_ATOM_CARDINAL, 32,
                         1, &pid);
     xcb_map_window(m_own, w);

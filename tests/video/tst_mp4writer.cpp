@@ -55,7 +55,7 @@ void TestMp4Writer::audioFollowsItsTimestamps()
     const int buffers = int(12.0 * kRate / kFrames);
     std::vector<double> clickStamps;
     std::vector<float> samples(kFrames);
-    const std::vector<std::uint8_t> white(320 * 240 * 4, 0xff);
+    const std::vector<std::uint8_t> white(size_t{320} * 240 * 4, 0xff);
     std::int64_t nextFrameNs = 0;
     for (int b = 0; b < buffers; ++b) {
         const auto stampNs = std::int64_t(double(b) * kFrames / kRate * clockRatio * 1e9);
