@@ -184,7 +184,7 @@ private Q_SLOTS:
     {
         World w;
         w.service->script("GET", "/api/meetings",
-                          ScriptedAnswer::reply(200, QByteArray(5 * 1024 * 1024, ' ')));
+                          ScriptedAnswer::reply(200, QByteArray(qsizetype{5} * 1024 * 1024, ' ')));
         const auto result = await<ApiResult<QList<Meeting>>>(
             [&](const QObject* c, auto done) { w.client.fetchMeetingsResult(c, done); },
             &w.context);
