@@ -88,10 +88,10 @@ private Q_SLOTS:
 
         std::optional<Result> first;
         std::optional<Result> second;
-        c.passkeys->signIn("one", {}, c.passkeys.get(), [&first](Result r) { first = r; });
+        c.passkeys->signIn("one", {}, c.passkeys.get(), [&first](const Result& r) { first = r; });
         QTRY_VERIFY(c.passkeys->isPinRequested());
         QCOMPARE(c.passkeys->pinAttemptsLeft(), SoftwareAuthenticator::kPinAttempts);
-        c.passkeys->signIn("two", {}, c.passkeys.get(), [&second](Result r) { second = r; });
+        c.passkeys->signIn("two", {}, c.passkeys.get(), [&second](const Result& r) { second = r; });
         QCOMPARE(wait(first).error().description(),
                  QStringLiteral("Passkey sign-in was cancelled."));
         QVERIFY(!second);
@@ -117,7 +117,7 @@ private Q_SLOTS:
         QVERIFY(c.registerWithPin().ok());
         bool called = false;
         QObject context;
-        c.passkeys->signIn("one", {}, &context, [&called](Result) { called = true; });
+        c.passkeys->signIn("one", {}, &context, [&called](const Result&) { called = true; });
         QTRY_VERIFY(c.passkeys->isPinRequested());
         // The worker waits on the PIN; going away must release it, not hang.
         QElapsedTimer timer;
@@ -143,7 +143,8 @@ private Q_SLOTS:
         Settings::setServerOverride(origin);
         QCOMPARE(!c.passkeys->refusal().has_value(), allowed);
         std::optional<Result> signedIn;
-        c.passkeys->signIn("one", {}, c.passkeys.get(), [&signedIn](Result r) { signedIn = r; });
+        c.passkeys->signIn("one", {}, c.passkeys.get(),
+                           [&signedIn](const Result& r) { signedIn = r; });
         const Result r = wait(signedIn);
         if (!allowed) {
             QVERIFY(r.error().description().startsWith(

@@ -117,7 +117,7 @@ private Q_SLOTS:
     {
         EventStreamReader reader;
         Payloads payloads;
-        const QByteArray piece(64 * 1024, 'x');
+        const QByteArray piece(qsizetype{64} * 1024, 'x');
         reader.feed("data: ", payloads);
         for (qsizetype sent = 0; sent < 3 * EventStreamReader::kMaxLineBytes;
              sent += piece.size()) {
@@ -215,7 +215,7 @@ private Q_SLOTS:
     void malformedPayloadsChangeNothing_data()
     {
         QTest::addColumn<QByteArray>("payload");
-        QTest::newRow("not an object") << QByteArray("[{\"type\":\"status\"}]");
+        QTest::newRow("not an object") << QByteArray(R"([{"type":"status"}])");
         QTest::newRow("no type") << json({{"segments", QJsonArray{element("0", "x")}}});
         QTest::newRow("type not a string") << json({{"type", 1}, {"status", "x"}});
         QTest::newRow("unknown type") << json({{"type", "keepalive"}, {"status", "x"}});
