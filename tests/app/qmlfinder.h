@@ -1,9 +1,12 @@
 #pragma once
 
+#include <QApplication>
 #include <QQuickItem>
+#include <QQuickStyle>
 #include <QQuickWindow>
 #include <QSet>
 #include <QString>
+#include <QTest>
 
 #include <vector>
 
@@ -40,4 +43,43 @@ inline QObject* findNamed(QQuickWindow* window, const QString& name)
     return found ? found : findNamed(window->contentItem(), name);
 }
 
+// Whether an element of that name is there and shown.
+inline bool isShown(QQuickWindow* window, const char* name)
+{
+    QObject* found = findNamed(window, QString::fromLatin1(name));
+    return found && found->property("visible").toBool();
+}
+
+// A real click in the middle of the item, as a user makes it: scrolled into
+// view first, as the user would.
+inline void clickCentre(QQuickWindow* window, QQuickItem* target)
+{
+    for (QQuickItem* up = target->parentItem(); up; up = up->parentItem()) {
+        if (!up->inherits("QQuickFlickable"))
+            continue;
+        const QRectF inside = target->mapRectToItem(up, target->boundingRect());
+        const qreal y = up->property("contentY").toReal();
+        if (inside.bottom() > up->height())
+            up->setProperty("contentY", y + inside.bottom() - up->height());
+        else if (inside.top() < 0)
+            up->setProperty("contentY", y + inside.top());
+        break;
+    }
+    const QPointF centre = target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
+    QTest::mouseClick(window, Qt::LeftButton, {}, centre.toPoint());
+}
+
 } // namespace sorv::test
+
+// The main() of the tests that show the application's windows: Qt Quick's
+// software renderer, secrets in the private file, the Fusion style.
+#define SORV_WINDOW_TEST_MAIN(TestClass)                                                           \
+    int main(int argc, char** argv)                                                                \
+    {                                                                                              \
+        qputenv("QT_QUICK_BACKEND", "software");                                                   \
+        qputenv("SORVELANDRIX_SECRETS", "file");                                                   \
+        QApplication app(argc, argv);                                                              \
+        QQuickStyle::setStyle(QStringLiteral("Fusion"));                                           \
+        TestClass test;                                                                            \
+        return QTest::qExec(&test, argc, argv);                                                    \
+    }

@@ -12,6 +12,7 @@
 #include "app/singleinstance.h"
 #include "core/settings.h"
 #include "localservicefixture.h"
+#include "qmlfinder.h"
 #include "recording/audiorecorder.h"
 #include "service/authmanager.h"
 #include "support/isolatedenvironment.h"
@@ -20,7 +21,6 @@
 #include "ui/recordingconsent.h"
 #include "ui/viewhelpers.h"
 
-#include <QApplication>
 #include <QCryptographicHash>
 #include <QDBusArgument>
 #include <QDBusConnection>
@@ -29,7 +29,6 @@
 #include <QDBusVariant>
 #include <QMutex>
 #include <QProcess>
-#include <QQuickStyle>
 #include <QQuickWindow>
 #include <QTest>
 #include <QThread>
@@ -342,14 +341,6 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv)
-{
-    qputenv("QT_QUICK_BACKEND", "software");
-    qputenv("SORVELANDRIX_SECRETS", "file");
-    QApplication app(argc, argv);
-    QQuickStyle::setStyle(QStringLiteral("Fusion"));
-    TestDesktopBus test;
-    return QTest::qExec(&test, argc, argv);
-}
+SORV_WINDOW_TEST_MAIN(TestDesktopBus)
 
 #include "tst_desktop_bus.moc"

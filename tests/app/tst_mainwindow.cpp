@@ -24,10 +24,8 @@
 
 #include <QAccessible>
 #include <QAction>
-#include <QApplication>
 #include <QMenu>
 #include <QQuickItem>
-#include <QQuickStyle>
 #include <QQuickWindow>
 #include <QSettings>
 #include <QSignalSpy>
@@ -67,42 +65,24 @@ class TestMainWindow : public QObject {
         for (const QChar c : text)
             QTest::keyClick(m_app->mainWindow(), c.toLatin1());
     }
-    // A real click in the middle of the item, as a user makes it.
     void press(const char* name)
     {
         auto* target = qobject_cast<QQuickItem*>(item(name));
         QVERIFY(target);
-        // Scrolled into view first, as the user would.
-        for (QQuickItem* up = target->parentItem(); up; up = up->parentItem()) {
-            if (!up->inherits("QQuickFlickable"))
-                continue;
-            const QRectF inside = target->mapRectToItem(up, target->boundingRect());
-            const qreal y = up->property("contentY").toReal();
-            if (inside.bottom() > up->height())
-                up->setProperty("contentY", y + inside.bottom() - up->height());
-            else if (inside.top() < 0)
-                up->setProperty("contentY", y + inside.top());
-            break;
-        }
-        const QPointF centre =
-            target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
-        QTest::mouseClick(m_app->mainWindow(), Qt::LeftButton, {}, centre.toPoint());
+        test::clickCentre(m_app->mainWindow(), target);
     }
-    // Signed in as the demo account, with the consent already given.
+    // Signed in as the demo account, by default with the consent already given.
     void signIn(const QString& email = LocalService::kDemoEmail,
-                const QString& password = LocalService::kDemoPassword)
+                const QString& password = LocalService::kDemoPassword, bool consentGiven = true)
     {
-        Settings::setValue(RecordingConsent::kAcknowledgedKey, true);
+        if (consentGiven)
+            Settings::setValue(RecordingConsent::kAcknowledgedKey, true);
         type("emailField", email);
         type("passwordField", password);
         click("signInButton");
         QTRY_VERIFY(showsTabs());
     }
-    bool shown(const char* name)
-    {
-        QObject* found = test::findNamed(m_app->mainWindow(), QString::fromLatin1(name));
-        return found && found->property("visible").toBool();
-    }
+    bool shown(const char* name) { return test::isShown(m_app->mainWindow(), name); }
     // Where the item is in the window, and whether all of it is in view.
     QRectF sceneRect(const char* name)
     {
@@ -348,20 +328,6 @@ private Q_SLOTS:
         QVERIFY(!m_app->helpers().autostart()->isEnabled());
     }
 
-    void tabsSwitchTheContent()
-    {
-        type("emailField", LocalService::kDemoEmail);
-        type("passwordField", LocalService::kDemoPassword);
-        click("signInButton");
-        QTRY_VERIFY(showsTabs());
-        QObject* content = item("tabContent");
-        QCOMPARE(content->property("currentIndex").toInt(), 0);
-        click("tab2");
-        QCOMPARE(content->property("currentIndex").toInt(), 2);
-        click("tab1");
-        QCOMPARE(content->property("currentIndex").toInt(), 1);
-    }
-
     void aRecordingNotUploadedIsListedAndDeletedAfterAsking()
     {
         const QString wav = recordingsDirectory() + QStringLiteral("/sorvelandrix_1763850000.wav");
@@ -389,11 +355,10 @@ private Q_SLOTS:
 
     void aBotFromJoinToItsLiveTranscript()
     {
-        type("emailField", LocalService::kDemoEmail);
-        type("passwordField", LocalService::kDemoPassword);
-        click("signInButton");
-        QTRY_VERIFY(showsTabs());
+        signIn();
+        QCOMPARE(item("tabContent")->property("currentIndex").toInt(), 0);
         click("tab2");
+        QCOMPARE(item("tabContent")->property("currentIndex").toInt(), 2);
         QVERIFY(!enabled("joinButton"));
         type("meetingUrlField", QStringLiteral("https://meet.google.com/abc-defg-hij"));
         QVERIFY(enabled("joinButton"));
@@ -502,17 +467,6 @@ private Q_SLOTS:
         QCOMPARE(service.requestCount("POST", QStringLiteral("/api/meetings/%1/stop").arg(bot)), 0);
     }
 
-    void thePanelStandsInTheBottomRightCorner()
-    {
-        QCOMPARE(FloatingPanelController::initialGeometry(QRect(0, 0, 1920, 1050)),
-                 QRect(1560, 610, 340, 420));
-        // A second screen to the right, and one too small for the panel.
-        QCOMPARE(FloatingPanelController::initialGeometry(QRect(1920, 30, 1280, 994)).topLeft(),
-                 QPoint(2840, 584));
-        QCOMPARE(FloatingPanelController::initialGeometry(QRect(0, 0, 300, 300)).topLeft(),
-                 QPoint(0, 0));
-    }
-
     // The consent sheet's obligations change with the mode while it is
     // closed; the next resize used to arrange the deleted ones.
     void videoModeSurvivesResizing()
@@ -533,10 +487,7 @@ private Q_SLOTS:
     // What the recorder screen shows before and while recording.
     void theRecorderScreenAsShown()
     {
-        type("emailField", LocalService::kDemoEmail);
-        type("passwordField", LocalService::kDemoPassword);
-        click("signInButton");
-        QTRY_VERIFY(showsTabs());
+        signIn(LocalService::kDemoEmail, LocalService::kDemoPassword, false);
         // A first-time user who cancels the consent sheet gets it again
         // each time the screen comes back.
         QTRY_VERIFY(shown("consentSheet"));
@@ -729,14 +680,6 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv)
-{
-    qputenv("QT_QUICK_BACKEND", "software");
-    qputenv("SORVELANDRIX_SECRETS", "file");
-    QApplication app(argc, argv);
-    QQuickStyle::setStyle(QStringLiteral("Fusion"));
-    TestMainWindow test;
-    return QTest::qExec(&test, argc, argv);
-}
+SORV_WINDOW_TEST_MAIN(TestMainWindow)
 
 #include "tst_mainwindow.moc"

@@ -14,9 +14,7 @@
 #include "ui/recorderscreen.h"
 #include "ui/viewhelpers.h"
 
-#include <QApplication>
 #include <QQuickItem>
-#include <QQuickStyle>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QtQml/qqmlextensionplugin.h>
@@ -40,85 +38,69 @@ class TestRecorderEndToEnd : public QObject {
             qWarning("no item named %s", name);
         return found;
     }
-    bool shown(const char* name)
-    {
-        QObject* found = test::findNamed(m_app->mainWindow(), QString::fromLatin1(name));
-        return found && found->property("visible").toBool();
-    }
-    // A real click in the middle of the item, as the user makes it.
+    bool shown(const char* name) { return test::isShown(m_app->mainWindow(), name); }
     void click(const char* name)
     {
-        auto* quickItem = qobject_cast<QQuickItem*>(item(name));
-        QVERIFY(quickItem);
-        QTRY_VERIFY(quickItem->isVisible() && quickItem->isEnabled());
-        const QPointF centre =
-            quickItem->mapToScene(QPointF(quickItem->width() / 2, quickItem->height() / 2));
-        QTest::mouseClick(m_app->mainWindow(), Qt::LeftButton, {}, centre.toPoint());
+        auto* target = qobject_cast<QQuickItem*>(item(name));
+        QVERIFY(target);
+        QTRY_VERIFY(target->isVisible() && target->isEnabled());
+        test::clickCentre(m_app->mainWindow(), target);
     }
 
 private Q_SLOTS:
-    void recordTranscribeSaveAndUpload();
+    void recordTranscribeSaveAndUpload()
+    {
+        if (!test::PulseSandbox::toolsAvailable())
+            QSKIP("the PulseAudio tools are needed");
+        test::IsolatedEnvironment env;
+        test::LocalServiceFixture service;
+        test::PulseSandbox sandbox;
+        QVERIFY2(sandbox.isRunning(), qPrintable(sandbox.errorString()));
+        QTemporaryDir tones;
+        const QString voice = tones.filePath(QStringLiteral("voice.wav"));
+        QVERIFY(test::PulseSandbox::makeTone(voice, 440, 60));
+        QVERIFY(sandbox.playIntoMicrophone(voice));
+
+        m_app = std::make_unique<SorvelandrixRecorderApp>();
+        m_app->helpers().setUrlOpener([](const QUrl&) {});
+        QVERIFY(m_app->launch());
+        QVERIFY(QTest::qWaitForWindowExposed(m_app->mainWindow()));
+
+        // Signed in, the recorder screen asks for consent before anything else.
+        m_app->auth().login(LocalService::kDemoEmail, LocalService::kDemoPassword);
+        TRY_VERIFY(shown("mainButton"));
+        TRY_VERIFY(m_app->recorderScreen().showingConsentSheet());
+        click("consentCancelButton");
+        TRY_VERIFY(!m_app->recorderScreen().showingConsentSheet());
+
+        // The main button: the sheet again, agreed this time, and the recording
+        // starts from it.
+        click("mainButton");
+        TRY_VERIFY(m_app->recorderScreen().showingConsentSheet());
+        click("acknowledgeCheckBox");
+        click("agreeButton");
+        AudioRecorder& recorder = m_app->recorder();
+        TRY_VERIFY(recorder.isRecording());
+        TRY_VERIFY(recorder.micLevel() > 0.0f);
+
+        // The service's live transcript, in the window.
+        click("transcriptToggle");
+        TRY_VERIFY(shown("transcriptList") &&
+                   item("transcriptList")->property("count").toInt() > 0);
+        QVERIFY(service->liveFramesReceived() > 0);
+
+        click("mainButton");
+        TRY_VERIFY(shown("pendingSavePage"));
+        const QString wav = recorder.lastWavPath();
+        QVERIFY(QFileInfo(wav).size() > 44);
+        click("saveButton");
+        TRY_VERIFY(shown("uploadedPage"));
+        QVERIFY(!QFile::exists(wav)); // sent, so no longer kept
+        QCOMPARE(service->requestCount("POST", QStringLiteral("/api/upload")), 1);
+        m_app.reset();
+    }
 };
 
-void TestRecorderEndToEnd::recordTranscribeSaveAndUpload()
-{
-    if (!test::PulseSandbox::toolsAvailable())
-        QSKIP("the PulseAudio tools are needed");
-    test::IsolatedEnvironment env;
-    test::LocalServiceFixture service;
-    test::PulseSandbox sandbox;
-    QVERIFY2(sandbox.isRunning(), qPrintable(sandbox.errorString()));
-    QTemporaryDir tones;
-    const QString voice = tones.filePath(QStringLiteral("voice.wav"));
-    QVERIFY(test::PulseSandbox::makeTone(voice, 440, 60));
-    QVERIFY(sandbox.playIntoMicrophone(voice));
-
-    m_app = std::make_unique<SorvelandrixRecorderApp>();
-    m_app->helpers().setUrlOpener([](const QUrl&) {});
-    QVERIFY(m_app->launch());
-    QVERIFY(QTest::qWaitForWindowExposed(m_app->mainWindow()));
-
-    // Signed in, the recorder screen asks for consent before anything else.
-    m_app->auth().login(LocalService::kDemoEmail, LocalService::kDemoPassword);
-    TRY_VERIFY(shown("mainButton"));
-    TRY_VERIFY(m_app->recorderScreen().showingConsentSheet());
-    click("consentCancelButton");
-    TRY_VERIFY(!m_app->recorderScreen().showingConsentSheet());
-
-    // The main button: the sheet again, agreed this time, and the recording
-    // starts from it.
-    click("mainButton");
-    TRY_VERIFY(m_app->recorderScreen().showingConsentSheet());
-    click("acknowledgeCheckBox");
-    click("agreeButton");
-    AudioRecorder& recorder = m_app->recorder();
-    TRY_VERIFY(recorder.isRecording());
-    TRY_VERIFY(recorder.micLevel() > 0.0f);
-
-    // The service's live transcript, in the window.
-    click("transcriptToggle");
-    TRY_VERIFY(shown("transcriptList") && item("transcriptList")->property("count").toInt() > 0);
-    QVERIFY(service->liveFramesReceived() > 0);
-
-    click("mainButton");
-    TRY_VERIFY(shown("pendingSavePage"));
-    const QString wav = recorder.lastWavPath();
-    QVERIFY(QFileInfo(wav).size() > 44);
-    click("saveButton");
-    TRY_VERIFY(shown("uploadedPage"));
-    QVERIFY(!QFile::exists(wav)); // sent, so no longer kept
-    QCOMPARE(service->requestCount("POST", QStringLiteral("/api/upload")), 1);
-    m_app.reset();
-}
-
-int main(int argc, char** argv)
-{
-    qputenv("QT_QUICK_BACKEND", "software");
-    qputenv("SORVELANDRIX_SECRETS", "file");
-    QApplication app(argc, argv);
-    QQuickStyle::setStyle(QStringLiteral("Fusion"));
-    TestRecorderEndToEnd test;
-    return QTest::qExec(&test, argc, argv);
-}
+SORV_WINDOW_TEST_MAIN(TestRecorderEndToEnd)
 
 #include "tst_recorder_e2e.moc"

@@ -1,5 +1,5 @@
 // The tray on a real X server with a real system tray (trayer): the icon is
-// embedded, and its menu holds the items in order.
+// embedded and opens the window. (The menu's items are the delegate's test's.)
 
 #include "app/appdelegate.h"
 
@@ -25,12 +25,6 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(!delegate.statusItem()->geometry().isEmpty(), 5000);
         QVERIFY(delegate.statusItem()->isVisible());
 
-        QStringList items;
-        for (const QAction* a : delegate.menu()->actions())
-            if (a->isVisible())
-                items << (a->isSeparator() ? QStringLiteral("-") : a->text());
-        QCOMPARE(items, QStringList({"Open Sorvelandrix", "-", "Open Dashboard in Browser", "-",
-                                     "Check for Updates…", "-", "Quit Sorvelandrix"}));
         QCOMPARE(delegate.menu()->actions().last()->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Q));
 
         // A click on the icon opens the window.

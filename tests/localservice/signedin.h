@@ -20,19 +20,24 @@ inline void signIn(AuthManager& auth)
         qFatal("could not sign in to the local service");
 }
 
-// The demo account signed in to a local service of the test's own, in a
-// private environment with its secrets in the private file: where most tests
-// of the service's views and transcripts start.
-struct SignedIn {
-    explicit SignedIn(local::LocalService::Options options = {}) : service(std::move(options))
-    {
-        signIn(auth);
-    }
+// A local service of the test's own, in a private environment with its
+// secrets in the private file, and a session nobody has signed in to yet.
+struct SignedOut {
+    explicit SignedOut(local::LocalService::Options options = {}) : service(std::move(options)) {}
 
     IsolatedEnvironment env;
     LocalServiceFixture service;
     SecretStore secrets{SecretStore::Options::fileOnly()};
     AuthManager auth{secrets};
+};
+
+// The same with the demo account signed in: where most tests of the
+// service's views and transcripts start.
+struct SignedIn : SignedOut {
+    explicit SignedIn(local::LocalService::Options options = {}) : SignedOut(std::move(options))
+    {
+        signIn(auth);
+    }
 };
 
 } // namespace sorv::test

@@ -1,18 +1,14 @@
-// The local service from the wire: what it answers, what it remembers, and
-// the scripting tests rely on. Requests are built by hand here, not through
-// the client, so a shared misreading cannot hide.
+// The local service from the wire: what it answers and what it remembers.
+// (Its scripting, and the live stream's counts, are read by every client
+// test that uses them.)
 
 #include "localservicefixture.h"
+#include "wire.h"
 
 #include "core/log.h"
 #include "support/isolatedenvironment.h"
 
-#include <QEventLoop>
 #include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QProcess>
 #include <QTcpSocket>
 #include <QTimer>
@@ -29,55 +25,11 @@
 
 using namespace sorv;
 using namespace sorv::local;
+using sorv::test::Answer;
+using sorv::test::Wire;
 using namespace std::chrono_literals;
 
 namespace {
-
-struct Answer {
-    int status = 0; // 0: no HTTP answer
-    QJsonDocument json;
-    QNetworkReply::NetworkError error = QNetworkReply::NoError;
-    QByteArray retryAfter;
-};
-
-class Wire {
-public:
-    explicit Wire(QString origin) : m_origin(std::move(origin)) {}
-
-    Answer call(const QByteArray& method, const QString& path, const QJsonObject& body = {},
-                const QString& token = {})
-    {
-        QNetworkRequest request(QUrl(m_origin + path));
-        request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
-        if (!token.isEmpty())
-            request.setRawHeader("Authorization", "Bearer " + token.toUtf8());
-        const QByteArray payload = method == "GET" ? QByteArray() : QJsonDocument(body).toJson();
-        QNetworkReply* reply = method == "GET" ? m_nam.get(request)
-                                               : m_nam.sendCustomRequest(request, method, payload);
-        QEventLoop loop;
-        QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-        QTimer::singleShot(10s, &loop, &QEventLoop::quit);
-        loop.exec();
-        Answer a;
-        a.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-        a.json = QJsonDocument::fromJson(reply->readAll());
-        a.error = reply->error();
-        a.retryAfter = reply->rawHeader("Retry-After");
-        reply->deleteLater();
-        return a;
-    }
-
-    QJsonObject signIn(const QString& password = LocalService::kDemoPassword)
-    {
-        return call("POST", QStringLiteral("/api/auth/login"),
-                    {{"email", LocalService::kDemoEmail}, {"password", password}})
-            .json.object();
-    }
-
-private:
-    QString m_origin;
-    QNetworkAccessManager m_nam;
-};
 
 // One exchange over a raw socket, for requests no HTTP client would send.
 QByteArray rawExchange(quint16 port, const QByteArray& request, int waitMs = 5000)
@@ -126,27 +78,21 @@ QByteArray multipartUpload(const QString& token, const QByteArray& filename)
 
 class TestLocalService : public QObject {
     Q_OBJECT
+    std::unique_ptr<test::IsolatedEnvironment> m_env;
 
 private Q_SLOTS:
+    void init() { m_env = std::make_unique<test::IsolatedEnvironment>(); }
+    void cleanup() { m_env.reset(); }
+
     void signInRefreshAndSignOut()
     {
-        test::IsolatedEnvironment env;
         test::LocalServiceFixture service;
         Wire wire(service.origin());
 
-        QCOMPARE(wire.call("POST", "/api/auth/login",
-                           {{"email", LocalService::kDemoEmail}, {"password", "nope"}})
-                     .status,
-                 401);
-        const QJsonObject tokens = wire.signIn();
-        const QString access = tokens.value("token").toString();
-        const QString refresh = tokens.value("refresh_token").toString();
-        QVERIFY(!access.isEmpty() && !refresh.isEmpty());
-        QCOMPARE(tokens.value("user").toObject().value("email").toString(),
-                 LocalService::kDemoEmail);
-
-        QCOMPARE(wire.call("GET", "/api/auth/me", {}, access).status, 200);
-        QCOMPARE(wire.call("GET", "/api/auth/me").status, 401);
+        // A wrong password, and /me with and without a token: the session's
+        // own tests.
+        const QString refresh = wire.signIn().value("refresh_token").toString();
+        QVERIFY(!refresh.isEmpty());
 
         // Refresh tokens rotate: each is good for exactly one use.
         const Answer refreshed =
@@ -165,7 +111,6 @@ private Q_SLOTS:
 
     void repeatedFailuresAreThrottled()
     {
-        test::IsolatedEnvironment env;
         test::LocalServiceFixture service;
         Wire wire(service.origin());
         for (int i = 0; i < 5; ++i)
@@ -177,24 +122,11 @@ private Q_SLOTS:
         QVERIFY(throttled.retryAfter.toInt() > 0);
     }
 
-    void accessTokensExpire()
-    {
-        test::IsolatedEnvironment env;
-        LocalService::Options options;
-        options.accessTokenLifetime = 1s;
-        test::LocalServiceFixture service(options);
-        Wire wire(service.origin());
-        const QString access = wire.signIn().value("token").toString();
-        QCOMPARE(wire.call("GET", "/api/auth/me", {}, access).status, 200);
-        QTRY_COMPARE_WITH_TIMEOUT(wire.call("GET", "/api/auth/me", {}, access).status, 401, 3000);
-    }
-
     void stateSurvivesARestart()
     {
-        test::IsolatedEnvironment env;
         test::LocalServiceFixture service;
         Wire wire(service.origin());
-        const QString access = wire.signIn().value("token").toString();
+        const QString access = wire.token();
         QCOMPARE(wire.call("POST", "/api/meetings/join",
                            {{"meeting_url", "https://us02web.zoom.us/j/1234567890"}}, access)
                      .status,
@@ -214,28 +146,28 @@ private Q_SLOTS:
         QTest::addColumn<QString>("link");
         QTest::addColumn<int>("status");
         QTest::addColumn<QString>("platform");
-        QTest::newRow("meet") << "https://meet.google.com/abc-defg-hij" << 201 << "google_meet";
-        QTest::newRow("zoom") << "https://zoom.us/j/98765432101?pwd=x" << 201 << "zoom";
+        QTest::newRow("meet") << QStringLiteral("https://meet.google.com/abc-defg-hij") << 201
+                              << "google_meet";
+        QTest::newRow("zoom") << QStringLiteral("https://zoom.us/j/98765432101?pwd=x") << 201
+                              << "zoom";
         QTest::newRow("teams")
-            << "https://teams.microsoft.com/l/meetup-join/19%3ameeting_abc%40thread.v2/0" << 201
-            << "teams";
-        QTest::newRow("teams live") << "https://teams.live.com/meet/9876543210" << 201 << "teams";
-        QTest::newRow("webex") << "https://acme.webex.com/meet/jdoe" << 201 << "webex";
-        QTest::newRow("other site") << "https://example.com/meeting/1" << 422 << "";
+            << QStringLiteral(
+                   "https://teams.microsoft.com/l/meetup-join/19%3ameeting_abc%40thread.v2/0")
+            << 201 << "teams";
+        QTest::newRow("webex") << QStringLiteral("https://acme.webex.com/meet/jdoe") << 201
+                               << "webex";
         QTest::newRow("meet lookalike")
-            << "https://meet.google.com.evil.test/abc-defg-hij" << 422 << "";
-        QTest::newRow("not a link") << "let's meet at noon" << 422 << "";
-        QTest::newRow("empty") << "" << 422 << "";
+            << QStringLiteral("https://meet.google.com.evil.test/abc-defg-hij") << 422 << "";
+        QTest::newRow("not a link") << QStringLiteral("let's meet at noon") << 422 << "";
     }
     void meetingLinks()
     {
         QFETCH(QString, link);
         QFETCH(int, status);
         QFETCH(QString, platform);
-        test::IsolatedEnvironment env;
         test::LocalServiceFixture service;
         Wire wire(service.origin());
-        const QString access = wire.signIn().value("token").toString();
+        const QString access = wire.token();
         const Answer a =
             wire.call("POST", "/api/meetings/join",
                       {{"meeting_url", link}, {"bot_name", "Bot"}, {"language", "en"}}, access);
@@ -248,90 +180,8 @@ private Q_SLOTS:
         }
     }
 
-    void botWalksThroughItsStatesUntilStopped()
-    {
-        test::IsolatedEnvironment env;
-        LocalService::Options options;
-        options.meetingPhase = 300ms;
-        test::LocalServiceFixture service(options);
-        Wire wire(service.origin());
-        const QString access = wire.signIn().value("token").toString();
-        const QString id =
-            wire.call("POST", "/api/meetings/join",
-                      {{"meeting_url", "https://meet.google.com/abc-defg-hij"}}, access)
-                .json.object()
-                .value("id")
-                .toString();
-        const auto status = [&] {
-            return wire.call("GET", "/api/meetings", {}, access)
-                .json.array()
-                .at(0)
-                .toObject()
-                .value("status")
-                .toString();
-        };
-        QTRY_COMPARE_WITH_TIMEOUT(status(), QStringLiteral("in_meeting"), 2000);
-        QTRY_COMPARE_WITH_TIMEOUT(status(), QStringLiteral("recording"), 2000);
-
-        const Answer stopped =
-            wire.call("POST", QStringLiteral("/api/meetings/%1/stop").arg(id), {}, access);
-        QCOMPARE(stopped.status, 200);
-        QCOMPARE(status(), QStringLiteral("completed"));
-        // The bot's recording is on the account now, next to the welcome sample.
-        const QJsonObject page =
-            wire.call("GET", "/api/transcriptions?limit=10", {}, access).json.object();
-        QCOMPARE(page.value("total").toInt(), 2);
-        QCOMPARE(page.value("items").toArray().at(0).toObject().value("id").toString(),
-                 stopped.json.object().value("transcription_id").toString());
-
-        QCOMPARE(wire.call("POST", "/api/meetings/unknown/stop", {}, access).status, 404);
-        QCOMPARE(wire.call("POST", "/api/meetings/join",
-                           {{"meeting_url", "https://meet.google.com/abc-defg-hij"}})
-                     .status,
-                 401);
-    }
-
-    void scriptedAnswersAreOneShotAndLogged()
-    {
-        test::IsolatedEnvironment env;
-        test::LocalServiceFixture service;
-        Wire wire(service.origin());
-        service->script(
-            "GET", "/api/auth/me",
-            ScriptedAnswer::reply(503, R"({"detail":"later"})", {{"Retry-After", "7"}}));
-        // Qt resends once when a reused connection closes before any answer,
-        // so a failure the client sees takes two drops.
-        service->script("GET", "/api/auth/me", ScriptedAnswer::dropped());
-        service->script("GET", "/api/auth/me", ScriptedAnswer::dropped());
-
-        const Answer first = wire.call("GET", "/api/auth/me");
-        QCOMPARE(first.status, 503);
-        QCOMPARE(first.retryAfter, QByteArray("7"));
-        const Answer second = wire.call("GET", "/api/auth/me");
-        QCOMPARE(second.status, 0);
-        QVERIFY(second.error != QNetworkReply::NoError);
-        QCOMPARE(wire.call("GET", "/api/auth/me").status, 401); // the endpoint's own answer again
-
-        // A delay without a status lets the endpoint answer, later.
-        service->script("POST", "/api/auth/login", ScriptedAnswer::delayed(300ms));
-        QElapsedTimer timer;
-        timer.start();
-        QVERIFY(wire.signIn().value("token").isString());
-        QVERIFY(timer.elapsed() >= 300);
-
-        const QList<LoggedRequest> log = service->requestLog();
-        QCOMPARE(log.size(), 5);
-        QCOMPARE(log.last().method, QByteArray("POST"));
-        QCOMPARE(log.last().path, QStringLiteral("/api/auth/login"));
-        QCOMPARE(QJsonDocument::fromJson(log.last().body).object().value("email").toString(),
-                 LocalService::kDemoEmail);
-        QCOMPARE(log.last().header("content-type"), QByteArray("application/json"));
-        QCOMPARE(service->requestCount("GET", "/api/auth/me"), 4);
-    }
-
     void stopEndsOpenConnections()
     {
-        test::IsolatedEnvironment env;
         test::LocalServiceFixture service;
         Wire wire(service.origin());
         service->script("GET", "/api/auth/me", ScriptedAnswer::delayed(30s));
@@ -345,7 +195,6 @@ private Q_SLOTS:
 
     void abuseGetsClearAnswers()
     {
-        test::IsolatedEnvironment env;
         LocalService::Options options;
         options.idleTimeout = 300ms;
         options.headerTimeout = 1s;
@@ -380,7 +229,7 @@ private Q_SLOTS:
 
         // File names the disk cannot hold are refused, and nothing is kept.
         Wire wire(service.origin());
-        const QString token = wire.signIn().value("token").toString();
+        const QString token = wire.token();
         for (const QByteArray& name : {QByteArray(5000, 'a'), QByteArray("a\0b.wav", 7)}) {
             const QByteArray answer = rawExchange(port, multipartUpload(token, name));
             QVERIFY2(answer.startsWith("HTTP/1.1 400"), answer.left(200).constData());
@@ -395,7 +244,6 @@ private Q_SLOTS:
 
     void requestTextIsLoggedAsItCame()
     {
-        test::IsolatedEnvironment env;
         std::mutex mutex;
         QStringList lines;
         setLogSink([&](const QString& line) {
@@ -439,7 +287,6 @@ private Q_SLOTS:
         QFETCH(int, maxConnections);
         QFETCH(int, idle);
         QFETCH(QString, warning);
-        test::IsolatedEnvironment env;
         QProcess process;
         process.setChildProcessModifier([fileLimit] {
             ::prctl(PR_SET_PDEATHSIG, SIGTERM);
@@ -450,7 +297,7 @@ private Q_SLOTS:
         });
         process.start(test::buildDirectory() +
                           QStringLiteral("/localservice/sorvelandrix-local-service"),
-                      {"--port", "0", "--data", env.path("service"), "--max-connections",
+                      {"--port", "0", "--data", m_env->path("service"), "--max-connections",
                        QString::number(maxConnections)});
         QByteArray output;
         const QRegularExpression listening(QStringLiteral("Listening on http://127.0.0.1:(\\d+)"));
@@ -490,20 +337,6 @@ private Q_SLOTS:
         QVERIFY(process.waitForFinished(10000));
         output += process.readAllStandardOutput();
         QVERIFY2(output.contains(warning.toUtf8()), output.constData());
-    }
-
-    void unfinishedUploadsAreSweptAtStart()
-    {
-        test::IsolatedEnvironment env;
-        test::LocalServiceFixture service;
-        const QString dir = service.dataDirectory() + QStringLiteral("/uploads/crashed");
-        QVERIFY(QDir().mkpath(dir));
-        QFile part(dir + QStringLiteral("/upload.part"));
-        QVERIFY(part.open(QIODevice::WriteOnly));
-        part.write("half an upload");
-        part.close();
-        service.restart();
-        QVERIFY(!QFileInfo::exists(dir));
     }
 };
 

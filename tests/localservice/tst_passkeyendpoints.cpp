@@ -1,23 +1,20 @@
-// The local service as a WebAuthn relying party, from the wire. Requests,
-// client data and attestation objects are built by hand here, and a
+// The local service as a WebAuthn relying party, from the wire. Client data
+// and attestation objects are built by hand here, and a
 // software authenticator plays the security key, so that the service's
 // checks are tested against something other than our own client.
 
 #include "localservicefixture.h"
+#include "wire.h"
 
 #include "localservice/cborreader.h"
 #include "service/passkeys/softwareauthenticator.h"
 #include "support/isolatedenvironment.h"
 
 #include <QCryptographicHash>
-#include <QEventLoop>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-#include <QTimer>
 #include <QtTest>
 
 #include <openssl/evp.h>
@@ -25,7 +22,8 @@
 
 using namespace sorv;
 using namespace sorv::local;
-using namespace std::chrono_literals;
+using sorv::test::Answer;
+using sorv::test::Wire;
 
 namespace {
 
@@ -74,51 +72,6 @@ QByteArray attestationObject(const QByteArray& fmt, const QByteArray& statement,
            cborText("authData") + cborBytes(authData);
 }
 
-struct Answer {
-    int status = 0;
-    QJsonDocument json;
-    QString detail() const { return json.object().value("detail").toString(); }
-};
-
-class Wire {
-public:
-    explicit Wire(QString origin) : m_origin(std::move(origin)) {}
-
-    Answer call(const QByteArray& method, const QString& path, const QJsonObject& body = {},
-                const QString& token = {})
-    {
-        QNetworkRequest request(QUrl(m_origin + path));
-        request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
-        if (!token.isEmpty())
-            request.setRawHeader("Authorization", "Bearer " + token.toUtf8());
-        const QByteArray payload = method == "GET" ? QByteArray() : QJsonDocument(body).toJson();
-        QNetworkReply* reply = method == "GET" ? m_nam.get(request)
-                                               : m_nam.sendCustomRequest(request, method, payload);
-        QEventLoop loop;
-        QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-        QTimer::singleShot(10s, &loop, &QEventLoop::quit);
-        loop.exec();
-        Answer a;
-        a.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-        a.json = QJsonDocument::fromJson(reply->readAll());
-        reply->deleteLater();
-        return a;
-    }
-
-    QString signIn(const QString& email, const QString& password)
-    {
-        return call("POST", QStringLiteral("/api/auth/login"),
-                    {{"email", email}, {"password", password}})
-            .json.object()
-            .value("token")
-            .toString();
-    }
-
-private:
-    QString m_origin;
-    QNetworkAccessManager m_nam;
-};
-
 struct Prompts : AuthenticatorPrompts {
     std::optional<QString> requestPin(int) override { return std::nullopt; }
     void waitingForTouch(bool) override {}
@@ -151,7 +104,7 @@ struct World {
     World() : wire(service.origin())
     {
         keyOptions.file = env.path("key.json");
-        token = wire.signIn(LocalService::kDemoEmail, LocalService::kDemoPassword);
+        token = wire.token();
     }
 
     std::shared_ptr<SoftwareAuthenticator> key(bool present = true, bool verified = true)
@@ -307,14 +260,9 @@ private Q_SLOTS:
         World w;
         const Answer registration =
             w.wire.call("POST", "/api/auth/passkey/register/begin", {}, w.token);
+        // What the client reads of the options, the passkeys' own test reads.
         QCOMPARE(registration.status, 200);
-        // The options travel as a JSON string inside the JSON body.
-        QVERIFY(registration.json.object().value("options").isString());
-        const QJsonObject options = begun(registration).options;
-        QCOMPARE(options.value("rp").toObject().value("id").toString(), kRpId);
-        QCOMPARE(options.value("user").toObject().value("name").toString(),
-                 LocalService::kDemoEmail);
-        QCOMPARE(unb64(options.value("challenge").toString()).size(), 32);
+        QCOMPARE(unb64(begun(registration).options.value("challenge").toString()).size(), 32);
         QCOMPARE(w.wire.call("POST", "/api/auth/passkey/register/begin").status, 401);
 
         const qint64 id = w.registerKey();
@@ -323,7 +271,6 @@ private Q_SLOTS:
                                                     {{"email", LocalService::kDemoEmail}}))
                                       .options;
         QCOMPARE(named.value("allowCredentials").toArray().size(), 1);
-        QCOMPARE(named.value("rpId").toString(), kRpId);
         // An unknown e-mail looks like an account without passkeys.
         const QJsonObject unknown = begun(w.wire.call("POST", "/api/auth/passkey/login/begin",
                                                       {{"email", "nobody@example.com"}}))
@@ -335,36 +282,32 @@ private Q_SLOTS:
     void assertionChecks_data()
     {
         QTest::addColumn<QString>("change");
-        QTest::addColumn<QString>("detail"); // empty: accepted
-        QTest::newRow("none") << ""
-                              << "";
-        QTest::newRow("replayed") << "replay"
+        QTest::addColumn<QString>("detail");
+        QTest::newRow("replayed") << QStringLiteral("replay")
                                   << "This passkey request has expired. Try again.";
-        QTest::newRow("wrong origin") << "origin"
-                                      << "Client data origin http://evil.example is not";
-        QTest::newRow("wrong type") << "type"
-                                    << "Client data type is \"webauthn.create\"";
-        QTest::newRow("cross-origin") << "crossOrigin"
-                                      << "Cross-origin requests are not accepted";
-        QTest::newRow("other challenge") << "challenge"
-                                         << "Client data is for another challenge";
-        QTest::newRow("tampered signature") << "signature"
-                                            << "The passkey signature is invalid";
-        QTest::newRow("tampered counter") << "counter"
-                                          << "The passkey signature is invalid";
-        QTest::newRow("other relying party") << "rpIdHash"
-                                             << "Authenticator data is for another relying party";
-        QTest::newRow("user not present") << "absent"
-                                          << "The user was not present";
-        QTest::newRow("user not verified") << "unverified"
-                                           << "The user was not verified";
-        QTest::newRow("counter did not grow") << "cloned"
-                                              << "The passkey's signature counter did not increase";
+        QTest::newRow("wrong origin")
+            << QStringLiteral("origin") << "Client data origin http://evil.example is not";
+        QTest::newRow("wrong type")
+            << QStringLiteral("type") << "Client data type is \"webauthn.create\"";
+        QTest::newRow("cross-origin")
+            << QStringLiteral("crossOrigin") << "Cross-origin requests are not accepted";
+        QTest::newRow("other challenge")
+            << QStringLiteral("challenge") << "Client data is for another challenge";
+        QTest::newRow("tampered signature")
+            << QStringLiteral("signature") << "The passkey signature is invalid";
+        QTest::newRow("tampered counter")
+            << QStringLiteral("counter") << "The passkey signature is invalid";
+        QTest::newRow("other relying party")
+            << QStringLiteral("rpIdHash") << "Authenticator data is for another relying party";
+        QTest::newRow("user not present") << QStringLiteral("absent") << "The user was not present";
+        QTest::newRow("user not verified")
+            << QStringLiteral("unverified") << "The user was not verified";
+        QTest::newRow("counter did not grow")
+            << QStringLiteral("cloned") << "The passkey's signature counter did not increase";
         QTest::newRow("another account's e-mail")
-            << "account"
-            << "This passkey is not registered for this account";
-        QTest::newRow("someone else's user handle") << "userHandle"
-                                                    << "The passkey belongs to another user";
+            << QStringLiteral("account") << "This passkey is not registered for this account";
+        QTest::newRow("someone else's user handle")
+            << QStringLiteral("userHandle") << "The passkey belongs to another user";
     }
     void assertionChecks()
     {
@@ -403,14 +346,8 @@ private Q_SLOTS:
             s.assertion.userHandle = QByteArray(16, 'x');
         }
 
+        // A sign-in that passes every check: the passkeys' own test's.
         const Answer answer = w.finishSignIn(s);
-        if (detail.isEmpty()) {
-            QCOMPARE(answer.status, 200);
-            QVERIFY(!answer.json.object().value("token").toString().isEmpty());
-            QCOMPARE(answer.json.object().value("user").toObject().value("email").toString(),
-                     LocalService::kDemoEmail);
-            return;
-        }
         if (change == "replay") {
             QCOMPARE(answer.status, 200);
             const Answer again = w.finishSignIn(s);
@@ -429,30 +366,26 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("change");
         QTest::addColumn<QString>("detail"); // empty: accepted
-        QTest::newRow("none") << ""
-                              << "";
-        QTest::newRow("packed self-attestation") << "packed"
-                                                 << "";
-        QTest::newRow("packed with a bad signature") << "packed-bad"
-                                                     << "Attestation signature is invalid";
-        QTest::newRow("unknown format") << "tpm"
-                                        << "Unsupported attestation format \"tpm\"";
-        QTest::newRow("\"none\" with a statement") << "none-statement"
-                                                   << "A \"none\" attestation carries a statement";
-        QTest::newRow("wrong origin") << "origin"
-                                      << "Client data origin http://evil.example is not";
-        QTest::newRow("wrong type") << "type"
-                                    << "Client data type is \"webauthn.get\"";
-        QTest::newRow("other relying party") << "rpIdHash"
-                                             << "Authenticator data is for another relying party";
-        QTest::newRow("user not present") << "absent"
-                                          << "The user was not present";
+        QTest::newRow("none") << QStringLiteral("") << "";
+        QTest::newRow("packed self-attestation") << QStringLiteral("packed") << "";
+        QTest::newRow("packed with a bad signature")
+            << QStringLiteral("packed-bad") << "Attestation signature is invalid";
+        QTest::newRow("unknown format")
+            << QStringLiteral("tpm") << "Unsupported attestation format \"tpm\"";
+        QTest::newRow("\"none\" with a statement")
+            << QStringLiteral("none-statement") << "A \"none\" attestation carries a statement";
+        QTest::newRow("wrong origin")
+            << QStringLiteral("origin") << "Client data origin http://evil.example is not";
+        QTest::newRow("wrong type")
+            << QStringLiteral("type") << "Client data type is \"webauthn.get\"";
+        QTest::newRow("other relying party")
+            << QStringLiteral("rpIdHash") << "Authenticator data is for another relying party";
+        QTest::newRow("user not present") << QStringLiteral("absent") << "The user was not present";
         QTest::newRow("other credential id")
-            << "id"
-            << "Credential id does not match the authenticator data";
-        QTest::newRow("truncated attestation") << "truncated"
-                                               << "Attestation object is not a CBOR map";
-        QTest::newRow("replayed") << "replay"
+            << QStringLiteral("id") << "Credential id does not match the authenticator data";
+        QTest::newRow("truncated attestation")
+            << QStringLiteral("truncated") << "Attestation object is not a CBOR map";
+        QTest::newRow("replayed") << QStringLiteral("replay")
                                   << "This passkey request has expired. Try again.";
     }
     void registrationChecks()
@@ -514,7 +447,8 @@ private Q_SLOTS:
         World w;
         const qint64 id = w.registerKey();
         w.service->addAccount("other@sorvelandrix.local", "Other", "pw");
-        const QString other = w.wire.signIn("other@sorvelandrix.local", "pw");
+        const QString other =
+            w.wire.signIn("pw", "other@sorvelandrix.local").value("token").toString();
         QVERIFY(!other.isEmpty());
 
         QVERIFY(w.wire.call("GET", "/api/auth/passkey/list", {}, other).json.array().isEmpty());
@@ -556,15 +490,6 @@ private Q_SLOTS:
         QFETCH(QByteArray, bytes);
         QFETCH(bool, accepted);
         QCOMPARE(cbor::decode(bytes).has_value(), accepted);
-    }
-
-    void coseIntegers()
-    {
-        const std::optional<cbor::Value> map = cbor::decode(QByteArray::fromHex("a201022026"));
-        QVERIFY(map);
-        QCOMPARE(map->find(1)->integer(), 2);
-        QCOMPARE(map->find(-1)->integer(), -7);
-        QVERIFY(!map->find(3));
     }
 };
 

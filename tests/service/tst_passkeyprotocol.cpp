@@ -20,20 +20,15 @@ private Q_SLOTS:
         QTest::addColumn<QString>("text");
         QTest::addColumn<bool>("decodes");
         QTest::addColumn<QByteArray>("bytes");
-        QTest::newRow("empty") << "" << true << QByteArray();
-        QTest::newRow("no padding") << "YQ" << true << QByteArray("a");
-        QTest::newRow("padding") << "YQ==" << true << QByteArray("a");
-        QTest::newRow("partial padding") << "YQ=" << true << QByteArray("a");
-        QTest::newRow("dash and underscore") << "-_8" << true << QByteArray::fromHex("fbff");
-        QTest::newRow("underscore and dash") << "_-8" << true << QByteArray::fromHex("ffef");
-        QTest::newRow("32 bytes unpadded")
-            << "AAECAwQFBgcICQoLDA0ODxAREhMUFRYXGBkaGxwdHh8" << true
-            << QByteArray::fromHex(
-                   "000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f");
-        QTest::newRow("one character short") << "a" << false << QByteArray();
-        QTest::newRow("space") << "YW Jj" << false << QByteArray();
-        QTest::newRow("padding inside") << "YQ==YQ" << false << QByteArray();
-        QTest::newRow("not ASCII") << "YWé" << false << QByteArray();
+        QTest::newRow("empty") << QStringLiteral("") << true << QByteArray();
+        QTest::newRow("no padding") << QStringLiteral("YQ") << true << QByteArray("a");
+        QTest::newRow("padding") << QStringLiteral("YQ==") << true << QByteArray("a");
+        QTest::newRow("dash and underscore")
+            << QStringLiteral("-_8") << true << QByteArray::fromHex("fbff");
+        QTest::newRow("one character short") << QStringLiteral("a") << false << QByteArray();
+        QTest::newRow("space") << QStringLiteral("YW Jj") << false << QByteArray();
+        QTest::newRow("padding inside") << QStringLiteral("YQ==YQ") << false << QByteArray();
+        QTest::newRow("not ASCII") << QStringLiteral("YWé") << false << QByteArray();
     }
     void base64UrlDecoding()
     {
@@ -46,17 +41,12 @@ private Q_SLOTS:
             QCOMPARE(*decoded, bytes);
     }
 
-    void base64UrlEncodingHasNoPaddingOrStandardCharacters()
-    {
-        QCOMPARE(base64UrlEncode(QByteArray::fromHex("fbff")), QStringLiteral("-_8"));
-        QCOMPARE(base64UrlEncode("a"), QStringLiteral("YQ"));
-        QCOMPARE(base64UrlEncode({}), QString());
-    }
-
     void beginAnswers_data()
     {
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QString>("error"); // empty: accepted
+        // Spelled out: moc stops reading a class at a raw string with escapes.
+        // NOLINTBEGIN(modernize-raw-string-literal)
         QTest::newRow("valid") << QByteArray(
                                       "{\"challenge_id\":\"c1\",\"options\":\"{\\\"a\\\":1}\"}")
                                << "";
@@ -66,6 +56,7 @@ private Q_SLOTS:
         QTest::newRow("options string that is not JSON")
             << QByteArray("{\"challenge_id\":\"c1\",\"options\":\"[\"}")
             << "Unexpected server response: Missing/invalid options blob";
+        // NOLINTEND(modernize-raw-string-literal)
         QTest::newRow("options string holding an array")
             << QByteArray(R"({"challenge_id":"c1","options":"[]"})")
             << "Unexpected server response: Missing/invalid options blob";
@@ -91,15 +82,6 @@ private Q_SLOTS:
         }
         QCOMPARE(result.value().challengeId, QStringLiteral("c1"));
         QCOMPARE(result.value().options.value("a").toInt(), 1);
-    }
-
-    void refusalsCarryTheServiceDetail()
-    {
-        QCOMPARE(serverRefusal(400, R"({"detail":"Nope"})").description(), QStringLiteral("Nope"));
-        QCOMPARE(serverRefusal(502, "<html>").description(),
-                 QStringLiteral("Server returned HTTP 502"));
-        QCOMPARE(serverRefusal(422, R"({"detail":[{"msg":"x"}]})").description(),
-                 QStringLiteral("Server returned HTTP 422"));
     }
 
     void signInOptions()
@@ -137,9 +119,6 @@ private Q_SLOTS:
         QCOMPARE(decode(R"({"user":{"id":"Yg"}})").error().description(),
                  QStringLiteral(
                      "Unexpected server response: Missing challenge in registration options"));
-        QCOMPARE(
-            decode(R"({"challenge":"YQ","user":{"name":"ann"}})").error().description(),
-            QStringLiteral("Unexpected server response: Missing user.id in registration options"));
     }
 
     void clientDataIsInTheBrowsersMemberOrder()
@@ -156,20 +135,18 @@ private Q_SLOTS:
         QTest::addColumn<QString>("address");
         QTest::addColumn<QString>("origin"); // empty: not usable
         QTest::addColumn<QString>("host");
-        QTest::newRow("trailing slashes") << "https://sorvelandrix.com//"
-                                          << "https://sorvelandrix.com"
-                                          << "sorvelandrix.com";
-        QTest::newRow("default port dropped") << "https://Sorvelandrix.COM:443"
-                                              << "https://sorvelandrix.com"
-                                              << "sorvelandrix.com";
-        QTest::newRow("other port kept") << "http://127.0.0.1:8080"
-                                         << "http://127.0.0.1:8080"
-                                         << "127.0.0.1";
-        QTest::newRow("IPv6") << "http://[::1]:9000"
-                              << "http://[::1]:9000"
+        QTest::newRow("trailing slashes")
+            << QStringLiteral("https://sorvelandrix.com//") << "https://sorvelandrix.com"
+            << "sorvelandrix.com";
+        QTest::newRow("default port dropped")
+            << QStringLiteral("https://Sorvelandrix.COM:443") << "https://sorvelandrix.com"
+            << "sorvelandrix.com";
+        QTest::newRow("other port kept")
+            << QStringLiteral("http://127.0.0.1:8080") << "http://127.0.0.1:8080"
+            << "127.0.0.1";
+        QTest::newRow("IPv6") << QStringLiteral("http://[::1]:9000") << "http://[::1]:9000"
                               << "::1";
-        QTest::newRow("no scheme") << "sorvelandrix.com"
-                                   << ""
+        QTest::newRow("no scheme") << QStringLiteral("sorvelandrix.com") << ""
                                    << "";
     }
     void serviceOrigins()
@@ -193,30 +170,16 @@ private Q_SLOTS:
             QVERIFY2(!isLoopbackHost(QString::fromLatin1(host)), host);
     }
 
+    // The members the local service checks are the passkeys' own test's
+    // (base64url, the user handle as null or a string); these it does not.
     void assertionJson()
     {
-        Assertion assertion{"id", "data", "sig", std::nullopt};
-        const QJsonObject json = assertionCredentialJson(assertion, "{}");
-        QCOMPARE(json.value("id").toString(), QStringLiteral("aWQ"));
-        QCOMPARE(json.value("rawId").toString(), QStringLiteral("aWQ"));
-        QCOMPARE(json.value("type").toString(), QStringLiteral("public-key"));
+        const QJsonObject json =
+            assertionCredentialJson(Assertion{"id", "data", "sig", std::nullopt}, "{}");
         QCOMPARE(json.value("authenticatorAttachment").toString(),
                  QStringLiteral("cross-platform"));
+        QVERIFY(json.value("clientExtensionResults").isObject());
         QVERIFY(json.value("clientExtensionResults").toObject().isEmpty());
-        const QJsonObject response = json.value("response").toObject();
-        QCOMPARE(response.value("clientDataJSON").toString(), QStringLiteral("e30"));
-        QCOMPARE(response.value("signature").toString(), QStringLiteral("c2ln"));
-        // Absent is sent as null, not left out.
-        QVERIFY(response.contains("userHandle"));
-        QVERIFY(response.value("userHandle").isNull());
-
-        assertion.userHandle = QByteArray("u");
-        QCOMPARE(assertionCredentialJson(assertion, "{}")
-                     .value("response")
-                     .toObject()
-                     .value("userHandle")
-                     .toString(),
-                 QStringLiteral("dQ"));
     }
 
     void registrationJsonCarriesTheAttestationObjectAsCbor()

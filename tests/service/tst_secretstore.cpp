@@ -103,15 +103,6 @@ private Q_SLOTS:
                  std::optional<QString>(QStringLiteral("D")));
     }
 
-    void emptyValueIsStillAValue()
-    {
-        test::IsolatedEnvironment env;
-        SecretStore store(SecretStore::Options::fileOnly());
-        store.write(QStringLiteral("k"), QString());
-        QCOMPARE(SecretStore(SecretStore::Options::fileOnly()).read(QStringLiteral("k")),
-                 std::optional<QString>(QString()));
-    }
-
 private:
     QTemporaryDir m_runtime;
 };

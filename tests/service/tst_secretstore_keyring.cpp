@@ -121,7 +121,6 @@ private Q_SLOTS:
         impatient.loadWait = std::chrono::milliseconds(0);
         SecretStore store(impatient);
         AuthManager auth(store);
-        QSignalSpy signedIn(&auth, &AuthManager::isLoggedInChanged);
         QTRY_VERIFY_WITH_TIMEOUT(auth.isLoggedIn(), 10000);
         QCOMPARE(auth.userEmail(), QStringLiteral("late@example.org"));
         QCOMPARE(auth.accessToken(), QStringLiteral("late-token"));
