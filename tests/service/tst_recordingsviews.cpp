@@ -247,39 +247,36 @@ void TestRecordingsViews::tabStatesThroughFailureAndRetry()
 {
     test::CannedAccount account;
     RecordingsListController tab(account);
+    const auto load = [&](RecordingsFetchResult recordings, ApiResult<QList<Meeting>> meetings) {
+        account.recordings = std::move(recordings);
+        account.meetings = std::move(meetings);
+        tab.refresh();
+        QVERIFY(tab.refreshing());
+        account.answer();
+    };
     QCOMPARE(tab.state(), State::Loading);
-    account.meetings = QList<Meeting>{bot("m1")};
-    account.recordings.recordings = {recording("r1")};
-    tab.refresh();
-    QVERIFY(tab.refreshing());
-    account.answer();
+    load({{recording("r1")}, {}}, QList<Meeting>{bot("m1")});
     QVERIFY(!tab.refreshing());
     QCOMPARE(tab.state(), State::Loaded);
     QVERIFY(tab.hasActiveBots());
     QCOMPARE(tab.recordings()->count(), 1);
 
     // The recordings fail: the error state, with the service's words.
-    account.recordings = {{}, QStringLiteral("Server returned HTTP 503")};
-    tab.refresh();
-    account.answer();
+    load({{}, QStringLiteral("Server returned HTTP 503")}, QList<Meeting>());
     QCOMPARE(tab.state(), State::Error);
     QCOMPARE(tab.loadError(), QStringLiteral("Server returned HTTP 503"));
 
     // Retry shows the spinner again; no recordings and no bots is "empty".
     // The meetings failing only leaves the bots out.
-    account.recordings = {};
-    account.meetings = APIError::http(500);
-    tab.refresh();
-    QCOMPARE(tab.state(), State::Loading);
-    account.answer();
+    QSignalSpy states(&tab, &RecordingsListController::stateChanged);
+    load({}, APIError::http(500));
+    QCOMPARE(states.count(), 2); // Loading, then Empty
     QCOMPARE(tab.state(), State::Empty);
     QVERIFY(!tab.hasActiveBots());
     QVERIFY(tab.loadError().isEmpty());
 
     // "Live" on a listed bot only; "Stop" fetches both lists again.
-    account.meetings = QList<Meeting>{bot("m1")};
-    tab.refresh();
-    account.answer();
+    load({}, QList<Meeting>{bot("m1")});
     QSignalSpy live(&tab, &RecordingsListController::liveTranscriptRequested);
     tab.showLiveTranscript(QStringLiteral("m1"));
     tab.showLiveTranscript(QStringLiteral("not-listed"));
@@ -296,9 +293,7 @@ void TestRecordingsViews::tabStatesThroughFailureAndRetry()
 
     // A stop that comes back while a load is out: that load may have been
     // answered before the bot stopped, so another one follows it.
-    account.meetings = QList<Meeting>{bot("m2")};
-    tab.refresh();
-    account.answer();
+    load({}, QList<Meeting>{bot("m2")});
     account.calls.clear();
     tab.stopMeeting(QStringLiteral("m2"));
     tab.refresh();

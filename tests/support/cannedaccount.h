@@ -30,17 +30,15 @@ public:
         ++m_generation;
         Q_EMIT sessionEnded();
     }
-    // Delivers the answers waiting now, in order; those of calls made
-    // meanwhile wait for the next answer().
-    int answer()
+    // Delivers the answers waiting now, in order, to callers still there;
+    // those of calls made meanwhile wait for the next answer().
+    void answer()
     {
         std::vector<Pending> due;
         due.swap(m_pending);
-        for (const Pending& p : due) {
+        for (const Pending& p : due)
             if (p.context)
                 p.deliver();
-        }
-        return static_cast<int>(due.size());
     }
 
     quint64 sessionGeneration() const override { return m_generation; }
