@@ -9,6 +9,7 @@
 #include "core/secretstore.h"
 #include "core/settings.h"
 #include "recording/audiorecorder.h"
+#include "service/accountsource.h"
 #include "service/authmanager.h"
 #include "service/passkeys/passkeymanager.h"
 #include "service/passkeys/passkeyoperations.h"
@@ -54,7 +55,8 @@ SorvelandrixRecorderApp::SorvelandrixRecorderApp(std::unique_ptr<RecordingEngine
                         : std::make_unique<AudioRecorder>()),
       m_passkeyManager(std::make_unique<PasskeyManager>()),
       m_passkeyOps(std::make_unique<PasskeyOperations>(*m_auth, *m_passkeyManager)),
-      m_passkeys(std::make_unique<PasskeysModel>(*m_passkeyOps)),
+      m_account(std::make_unique<ServiceAccountSource>(*m_auth, m_passkeyOps.get())),
+      m_passkeys(std::make_unique<PasskeysModel>(*m_account)),
       m_helpers(std::make_unique<ViewHelpers>()), m_updater(std::make_unique<SparkleUpdater>())
 {
     m_updater->setUrlOpener([](const QUrl& url) { return QDesktopServices::openUrl(url); });
@@ -73,8 +75,8 @@ SorvelandrixRecorderApp::SorvelandrixRecorderApp(std::unique_ptr<RecordingEngine
                                            return QProcess::startDetached(program, arguments);
                                        }});
     m_recorder->setAuthManager(m_auth.get());
-    m_recordingsList = std::make_unique<RecordingsListController>(*m_auth);
-    m_joinMeeting = std::make_unique<JoinMeetingController>(*m_auth);
+    m_recordingsList = std::make_unique<RecordingsListController>(*m_account);
+    m_joinMeeting = std::make_unique<JoinMeetingController>(*m_account);
     m_floatingPanel = std::make_unique<FloatingPanelController>(m_engine);
     connect(m_recordingsList.get(), &RecordingsListController::liveTranscriptRequested,
             m_floatingPanel.get(), &FloatingPanelController::show);

@@ -25,6 +25,7 @@ class RecorderScreen;
 class SingleInstance;
 class RecordingsListController;
 class SecretStore;
+class ServiceAccountSource;
 class SparkleUpdater;
 class ViewHelpers;
 
@@ -83,6 +84,8 @@ private:
     // the application object does.
     std::unique_ptr<PasskeyManager> m_passkeyManager;
     std::unique_ptr<PasskeyOperations> m_passkeyOps;
+    // What the account's lists and forms fetch through.
+    std::unique_ptr<ServiceAccountSource> m_account;
     std::unique_ptr<PasskeysModel> m_passkeys;
     std::unique_ptr<ViewHelpers> m_helpers;
     std::unique_ptr<SparkleUpdater> m_updater;

@@ -29,7 +29,7 @@ int listMeetings(CommandContext& ctx)
     CliSession session(ctx);
     if (!session.requireSignedIn())
         return kExitFailure;
-    MeetingsModel model(session.auth());
+    MeetingsModel model(session.source());
     QObject::connect(&model, &MeetingsModel::refreshed, &model, [&] {
         if (!model.error().isEmpty()) {
             ctx.error(QStringLiteral("Could not fetch the meetings: %1").arg(model.error()));

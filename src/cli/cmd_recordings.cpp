@@ -15,7 +15,7 @@ int runRecordings(CommandContext& ctx)
     CliSession session(ctx);
     if (!session.requireSignedIn())
         return kExitFailure;
-    RecordingsModel& model = *session.auth().recordings();
+    RecordingsModel model(session.source());
     QObject::connect(&model, &RecordingsModel::refreshed, &model, [&] {
         if (!model.error().isEmpty()) {
             ctx.error(model.error());

@@ -5,7 +5,6 @@
 #include "core/secretstore.h"
 #include "core/settings.h"
 #include "service/network.h"
-#include "service/recordingsmodel.h"
 #include "service/requestrules.h"
 
 #include <QCoreApplication>
@@ -57,8 +56,7 @@ QNetworkRequest jsonRequest(const QUrl& url, int timeoutMs = Timeouts::kServiceM
 } // namespace
 
 AuthManager::AuthManager(SecretStore& secrets, QObject* parent)
-    : QObject(parent), m_secrets(secrets), m_refreshLock(secrets.lockFilePath()),
-      m_recordings(std::make_unique<RecordingsModel>(*this))
+    : QObject(parent), m_secrets(secrets), m_refreshLock(secrets.lockFilePath())
 {
     // An older version kept the access token in the settings file.
     const QString legacy = Settings::value(tokenKey).toString();

@@ -3,7 +3,6 @@
 #include "core/filelock.h"
 #include "core/settings.h"
 #include "service/network.h"
-#include "service/recordingsmodel.h"
 #include "service/records.h"
 
 #include <QCoreApplication>
@@ -46,7 +45,6 @@ class AuthManager : public QObject {
                    pendingMfaChallengeIdChanged)
     Q_PROPERTY(QString pendingMfaMaskedEmail READ pendingMfaMaskedEmail NOTIFY
                    pendingMfaMaskedEmailChanged)
-    Q_PROPERTY(sorv::RecordingsModel* recordings READ recordings CONSTANT)
 
 public:
     static inline const QString& serverKey = Settings::kServerKey;
@@ -99,7 +97,6 @@ public:
     QString sessionExpiredBanner() const { return m_sessionExpiredBanner; }
     QString pendingMfaChallengeId() const { return m_pendingMfaChallengeId; }
     QString pendingMfaMaskedEmail() const { return m_pendingMfaMaskedEmail; }
-    RecordingsModel* recordings() const { return m_recordings.get(); }
 
     // The stored access token, empty when there is none (or it was issued by
     // another origin than this run's).
@@ -218,7 +215,6 @@ private:
 
     SecretStore& m_secrets;
     FileLock m_refreshLock;
-    std::unique_ptr<RecordingsModel> m_recordings;
 
     bool m_isLoggedIn = false;
     quint64 m_sessionGeneration = 0;

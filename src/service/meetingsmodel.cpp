@@ -1,8 +1,7 @@
 #include "meetingsmodel.h"
 
 #include "core/notify.h"
-#include "service/apiclient.h"
-#include "service/authmanager.h"
+#include "service/accountsource.h"
 #include "service/recordingformat.h"
 
 #include <algorithm>
@@ -21,8 +20,8 @@ bool MeetingsModel::isActive(const Meeting& meeting)
     return activeStatuses().contains(meeting.status);
 }
 
-MeetingsModel::MeetingsModel(AuthManager& auth, QObject* parent)
-    : ListModel(parent), m_auth(auth), m_now([] { return QDateTime::currentDateTimeUtc(); })
+MeetingsModel::MeetingsModel(AccountSource& source, QObject* parent)
+    : ListModel(parent), m_source(source), m_now([] { return QDateTime::currentDateTimeUtc(); })
 {
     m_ageTimer.setInterval(kAgeRefreshMs);
     connect(&m_ageTimer, &QTimer::timeout, this, &MeetingsModel::updateAges);
@@ -120,17 +119,16 @@ void MeetingsModel::refresh()
 {
     setLoading(true);
     const quint64 load = ++m_load;
-    const quint64 session = m_auth.sessionGeneration();
-    APIClient(m_auth).fetchMeetingsResult(
-        this, [this, load, session](const ApiResult<QList<Meeting>>& result) {
-            if (load != m_load || session != m_auth.sessionGeneration())
-                return;
-            m_all = result.ok() ? result.value() : QList<Meeting>();
-            showRows();
-            setError(result.ok() ? QString() : result.error().description());
-            setLoading(false);
-            Q_EMIT refreshed();
-        });
+    const quint64 session = m_source.sessionGeneration();
+    m_source.fetchMeetings(this, [this, load, session](const ApiResult<QList<Meeting>>& result) {
+        if (load != m_load || session != m_source.sessionGeneration())
+            return;
+        m_all = result.ok() ? result.value() : QList<Meeting>();
+        showRows();
+        setError(result.ok() ? QString() : result.error().description());
+        setLoading(false);
+        Q_EMIT refreshed();
+    });
 }
 
 void MeetingsModel::stop(const QString& id)
@@ -139,16 +137,15 @@ void MeetingsModel::stop(const QString& id)
         return;
     setStoppingId(id);
     setAndNotify(this, m_stopError, QString(), &MeetingsModel::stopErrorChanged);
-    const quint64 session = m_auth.sessionGeneration();
-    APIClient(m_auth).stopMeeting(
-        id, this, [this, id, session](const std::optional<APIError>& error) {
-            if (session != m_auth.sessionGeneration())
-                return;
-            setStoppingId(QString());
-            const QString text = error ? error->description() : QString();
-            setAndNotify(this, m_stopError, text, &MeetingsModel::stopErrorChanged);
-            Q_EMIT stopFinished(id, text);
-        });
+    const quint64 session = m_source.sessionGeneration();
+    m_source.stopMeeting(id, this, [this, id, session](const std::optional<APIError>& error) {
+        if (session != m_source.sessionGeneration())
+            return;
+        setStoppingId(QString());
+        const QString text = error ? error->description() : QString();
+        setAndNotify(this, m_stopError, text, &MeetingsModel::stopErrorChanged);
+        Q_EMIT stopFinished(id, text);
+    });
 }
 
 void MeetingsModel::clear()

@@ -12,7 +12,7 @@
 
 namespace sorv {
 
-class AuthManager;
+class AccountSource;
 
 // The account's meeting bots, as the recordings list and the command line
 // show them: every bot, or (activeOnly) only those still at work, the
@@ -47,7 +47,7 @@ public:
     static const QSet<QString>& activeStatuses();
     static bool isActive(const Meeting& meeting);
 
-    explicit MeetingsModel(AuthManager& auth, QObject* parent = nullptr);
+    explicit MeetingsModel(AccountSource& source, QObject* parent = nullptr);
 
     int rowCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
@@ -88,7 +88,7 @@ private:
     void setStoppingId(const QString& id);
     void rowsOfIdChanged(const QString& id, int role);
 
-    AuthManager& m_auth;
+    AccountSource& m_source;
     QList<Meeting> m_all;   // as fetched
     QList<Meeting> m_items; // the rows shown
     bool m_activeOnly = false;

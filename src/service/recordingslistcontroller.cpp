@@ -2,30 +2,30 @@
 
 #include "core/notify.h"
 #include "core/settings.h"
-#include "service/authmanager.h"
+#include "service/accountsource.h"
 
 #include <algorithm>
 #include <utility>
 
 namespace sorv {
 
-RecordingsListController::RecordingsListController(AuthManager& auth, QObject* parent)
-    : QObject(parent), m_auth(auth), m_recordings(*auth.recordings()),
-      m_meetings(std::make_unique<MeetingsModel>(auth))
+RecordingsListController::RecordingsListController(AccountSource& source, QObject* parent)
+    : QObject(parent), m_source(source), m_recordings(std::make_unique<RecordingsModel>(source)),
+      m_meetings(std::make_unique<MeetingsModel>(source))
 {
     m_meetings->setActiveOnly(true);
-    connect(&m_recordings, &RecordingsModel::refreshed, this, [this] { listIn(true); });
+    connect(m_recordings.get(), &RecordingsModel::refreshed, this, [this] { listIn(true); });
     connect(m_meetings.get(), &MeetingsModel::refreshed, this, [this] { listIn(false); });
     connect(m_meetings.get(), &ListModel::countChanged, this,
             &RecordingsListController::hasActiveBotsChanged);
     connect(m_meetings.get(), &MeetingsModel::stopFinished, this,
             &RecordingsListController::refresh);
-    connect(&auth, &AuthManager::sessionEnded, this, &RecordingsListController::forgetAccount);
+    connect(&source, &AccountSource::sessionEnded, this, &RecordingsListController::forgetAccount);
 }
 
 void RecordingsListController::forgetAccount()
 {
-    m_recordings.clear();
+    m_recordings->clear();
     m_meetings->clear();
     m_refreshAgain = false;
     if (std::exchange(m_loading, false))
@@ -53,7 +53,7 @@ void RecordingsListController::refresh()
     Q_EMIT refreshingChanged();
     if (m_state == State::Error)
         setState(State::Loading);
-    m_recordings.refresh();
+    m_recordings->refresh();
     m_meetings->refresh();
 }
 
@@ -69,7 +69,7 @@ void RecordingsListController::showLiveTranscript(const QString& meetingId)
 {
     if (!isListed(meetingId))
         return;
-    Q_EMIT liveTranscriptRequested(meetingId, Settings::serverOrigin(), m_auth.accessToken());
+    Q_EMIT liveTranscriptRequested(meetingId, Settings::serverOrigin(), m_source.accessToken());
 }
 
 void RecordingsListController::listIn(bool recordings)
@@ -91,11 +91,11 @@ void RecordingsListController::listIn(bool recordings)
 
 void RecordingsListController::settle()
 {
-    setAndNotify(this, m_loadError, m_recordings.error(),
+    setAndNotify(this, m_loadError, m_recordings->error(),
                  &RecordingsListController::loadErrorChanged);
     if (!m_loadError.isEmpty())
         setState(State::Error);
-    else if (m_recordings.count() == 0 && m_meetings->count() == 0)
+    else if (m_recordings->count() == 0 && m_meetings->count() == 0)
         setState(State::Empty);
     else
         setState(State::Loaded);

@@ -8,7 +8,7 @@
 
 namespace sorv {
 
-class AuthManager;
+class AccountSource;
 
 // What the "Recordings" tab shows: the account's active meeting bots and
 // its recordings, loaded together, and which of four states the tab is in.
@@ -34,10 +34,9 @@ public:
     enum class State { Loading, Loaded, Empty, Error };
     Q_ENUM(State)
 
-    // The recordings are the session's own list (AuthManager::recordings()).
-    explicit RecordingsListController(AuthManager& auth, QObject* parent = nullptr);
+    explicit RecordingsListController(AccountSource& source, QObject* parent = nullptr);
 
-    RecordingsModel* recordings() const { return &m_recordings; }
+    RecordingsModel* recordings() const { return m_recordings.get(); }
     MeetingsModel* activeMeetings() const { return m_meetings.get(); }
     State state() const { return m_state; }
     bool refreshing() const { return m_loading; }
@@ -70,8 +69,8 @@ private:
     void forgetAccount();
     bool isListed(const QString& meetingId) const;
 
-    AuthManager& m_auth;
-    RecordingsModel& m_recordings;
+    AccountSource& m_source;
+    std::unique_ptr<RecordingsModel> m_recordings;
     std::unique_ptr<MeetingsModel> m_meetings;
     State m_state = State::Loading;
     QString m_loadError;

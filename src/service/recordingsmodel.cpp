@@ -1,12 +1,12 @@
 #include "recordingsmodel.h"
 
-#include "service/authmanager.h"
+#include "service/accountsource.h"
 #include "service/requestrules.h"
 
 namespace sorv {
 
-RecordingsModel::RecordingsModel(AuthManager& auth, QObject* parent)
-    : ListModel(parent), m_auth(auth)
+RecordingsModel::RecordingsModel(AccountSource& source, QObject* parent)
+    : ListModel(parent), m_source(source)
 {}
 
 int RecordingsModel::rowCount(const QModelIndex& parent) const
@@ -99,9 +99,9 @@ void RecordingsModel::refresh()
 {
     setLoading(true);
     const quint64 load = ++m_load;
-    const quint64 session = m_auth.sessionGeneration();
-    m_auth.fetchRecordings(this, [this, load, session](const RecordingsFetchResult& result) {
-        if (load != m_load || session != m_auth.sessionGeneration())
+    const quint64 session = m_source.sessionGeneration();
+    m_source.fetchRecordings(this, [this, load, session](const RecordingsFetchResult& result) {
+        if (load != m_load || session != m_source.sessionGeneration())
             return;
         setRecordings(result.recordings);
         setError(result.error.value_or(QString()));

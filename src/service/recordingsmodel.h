@@ -8,7 +8,7 @@
 
 namespace sorv {
 
-class AuthManager;
+class AccountSource;
 
 // The recordings of the signed-in account, as the recordings list shows them.
 // Recordings that share a batch stand together as one group, ordered by
@@ -38,7 +38,7 @@ public:
     };
     Q_ENUM(Role)
 
-    explicit RecordingsModel(AuthManager& auth, QObject* parent = nullptr);
+    explicit RecordingsModel(AccountSource& source, QObject* parent = nullptr);
 
     int rowCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
@@ -60,7 +60,7 @@ Q_SIGNALS:
 private:
     void setRecordings(const QList<Recording>& recordings);
 
-    AuthManager& m_auth;
+    AccountSource& m_source;
     QList<Recording> m_items;
     QList<RecordingPlace> m_places; // beside m_items, row for row
     quint64 m_load = 0;             // the load whose answer is awaited

@@ -1,23 +1,23 @@
 #include "joinmeetingcontroller.h"
 
 #include "core/notify.h"
-#include "service/apiclient.h"
-#include "service/authmanager.h"
+#include "service/accountsource.h"
 
 #include <QPointer>
 #include <QVariantMap>
 
 namespace sorv {
 
-JoinMeetingController::JoinMeetingController(AuthManager& auth, QObject* parent)
-    : JoinMeetingController(auth, timerDelayedCall(), parent)
+JoinMeetingController::JoinMeetingController(AccountSource& source, QObject* parent)
+    : JoinMeetingController(source, timerDelayedCall(), parent)
 {}
 
-JoinMeetingController::JoinMeetingController(AuthManager& auth, DelayedCall after, QObject* parent)
-    : QObject(parent), m_auth(auth), m_after(std::move(after))
+JoinMeetingController::JoinMeetingController(AccountSource& source, DelayedCall after,
+                                             QObject* parent)
+    : QObject(parent), m_source(source), m_after(std::move(after))
 {
     // The next account starts with an empty form.
-    connect(&auth, &AuthManager::sessionEnded, this, [this] {
+    connect(&source, &AccountSource::sessionEnded, this, [this] {
         setMeetingUrl(QString());
         setErrorMessage(QString());
         setSucceeded(false);
@@ -56,28 +56,27 @@ void JoinMeetingController::join()
     setErrorMessage(QString());
     setSucceeded(false);
     setJoining(true);
-    const quint64 session = m_auth.sessionGeneration();
-    APIClient(m_auth).joinMeeting(
-        link, kBotName, this, [this, session](const ApiResult<Meeting>& result) {
-            if (session != m_auth.sessionGeneration())
+    const quint64 session = m_source.sessionGeneration();
+    m_source.joinMeeting(link, kBotName, this, [this, session](const ApiResult<Meeting>& result) {
+        if (session != m_source.sessionGeneration())
+            return;
+        if (!result.ok()) {
+            setErrorMessage(result.error().description());
+            setJoining(false);
+            return;
+        }
+        setSucceeded(true);
+        setMeetingUrl(QString());
+        Q_EMIT joined(result.value().id);
+        m_after(kSwitchDelay, [self = QPointer<JoinMeetingController>(this), session] {
+            if (!self || session != self->m_source.sessionGeneration())
                 return;
-            if (!result.ok()) {
-                setErrorMessage(result.error().description());
-                setJoining(false);
-                return;
-            }
-            setSucceeded(true);
-            setMeetingUrl(QString());
-            Q_EMIT joined(result.value().id);
-            m_after(kSwitchDelay, [self = QPointer<JoinMeetingController>(this), session] {
-                if (!self || session != self->m_auth.sessionGeneration())
-                    return;
-                Q_EMIT self->switchToRecordings();
-                // Back on this tab later, the form is ready for the next link.
-                self->setSucceeded(false);
-                self->setJoining(false);
-            });
+            Q_EMIT self->switchToRecordings();
+            // Back on this tab later, the form is ready for the next link.
+            self->setSucceeded(false);
+            self->setJoining(false);
         });
+    });
 }
 
 void JoinMeetingController::setJoining(bool joining)

@@ -10,7 +10,7 @@
 
 namespace sorv {
 
-class AuthManager;
+class AccountSource;
 
 // The "Join Meeting" tab's view-model: the link field, sending the
 // service's bot into that meeting, and the outcome. After a bot was sent
@@ -32,9 +32,9 @@ public:
     static inline const QString kBotName = QStringLiteral("Sorvelandrix Recorder");
     static constexpr std::chrono::milliseconds kSwitchDelay{1500};
 
-    explicit JoinMeetingController(AuthManager& auth, QObject* parent = nullptr);
+    explicit JoinMeetingController(AccountSource& source, QObject* parent = nullptr);
     // With the pause before switching replaced (tests).
-    JoinMeetingController(AuthManager& auth, DelayedCall after, QObject* parent = nullptr);
+    JoinMeetingController(AccountSource& source, DelayedCall after, QObject* parent = nullptr);
     ~JoinMeetingController() override;
 
     QString meetingUrl() const { return m_meetingUrl; }
@@ -66,7 +66,7 @@ private:
     void setErrorMessage(const QString& message);
     void updateCanJoin();
 
-    AuthManager& m_auth;
+    AccountSource& m_source;
     DelayedCall m_after;
     QString m_meetingUrl;
     bool m_joining = false;

@@ -426,7 +426,8 @@ private Q_SLOTS:
     }
 
     // Sign out, sign in as someone else: nothing of the first account is
-    // shown, and none of its ids goes out with the second account's token.
+    // shown, and none of its ids goes out with the second account's token
+    // (late answers: tst_recordingsviews).
     void theNextAccountSeesNothingOfThePrevious()
     {
         LocalService& service = m_service->service();
@@ -442,11 +443,6 @@ private Q_SLOTS:
         press("tab2");
         type("meetingUrlField", QStringLiteral("https://zoom.us/j/1"));
         press("tab1");
-        // A load whose answer comes after the switch.
-        service.script("GET", QStringLiteral("/api/transcriptions"),
-                       local::ScriptedAnswer::delayed(std::chrono::milliseconds(1500)));
-        press("refreshButton");
-
         press("userMenuButton");
         QTRY_VERIFY(item("userMenu")->property("visible").toBool());
         press("signOutButton");
@@ -458,9 +454,6 @@ private Q_SLOTS:
         signIn(other, QStringLiteral("other"));
         press("tab1");
         QTRY_COMPARE(list.state(), RecordingsListController::State::Empty);
-        QTest::qWait(2000); // the first account's late answer arrives meanwhile
-        QCOMPARE(list.recordings()->count(), 0);
-        QCOMPARE(list.state(), RecordingsListController::State::Empty);
         list.stopMeeting(bot);
         list.showLiveTranscript(bot);
         QVERIFY(!m_app->floatingPanel().isOpen());

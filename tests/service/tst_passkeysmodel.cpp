@@ -1,49 +1,38 @@
-// The passkeys sheet's model against the local service, with the software
-// authenticator in memory standing in for the security key.
+// The passkeys sheet's model, the service answering from a script: its rows
+// and their texts, adding, removing after confirmation, and the errors.
 
-#include "signedin.h"
-
-#include "core/secretstore.h"
-#include "service/authmanager.h"
-#include "service/passkeys/passkeymanager.h"
-#include "service/passkeys/passkeyoperations.h"
 #include "service/passkeys/passkeysmodel.h"
-#include "service/passkeys/softwareauthenticator.h"
-#include "support/isolatedenvironment.h"
+#include "support/cannedaccount.h"
 
 #include <QSignalSpy>
 #include <QtTest>
 
 using namespace sorv;
-using namespace sorv::local;
 
 namespace {
 
+Passkey passkey(qint64 id, std::optional<QString> label = {})
+{
+    Passkey p;
+    p.id = id;
+    p.label = std::move(label);
+    p.createdAt = QDateTime(QDate(2024, 3, 5), QTime(14, 7), QTimeZone::utc());
+    return p;
+}
+
 struct World {
-    void signIn() { test::signIn(auth); }
-    void load()
+    void load(const PasskeyOperationResult<QList<Passkey>>& answer)
     {
+        account.passkeys = answer;
         model.reload();
         QVERIFY(model.loading());
-        QTRY_VERIFY_WITH_TIMEOUT(!model.loading(), 20000);
-    }
-    void add()
-    {
-        model.add();
-        QVERIFY(model.registering());
-        QTRY_VERIFY_WITH_TIMEOUT(!model.registering(), 20000);
+        account.answer();
+        QVERIFY(!model.loading());
     }
     QVariant at(int row, PasskeysModel::Role role) const { return model.index(row).data(role); }
 
-    test::IsolatedEnvironment env;
-    test::LocalServiceFixture service;
-    SecretStore secrets{SecretStore::Options::fileOnly()};
-    AuthManager auth{secrets};
-    std::shared_ptr<SoftwareAuthenticator> authenticator =
-        std::make_shared<SoftwareAuthenticator>();
-    PasskeyManager passkeys{authenticator};
-    PasskeyOperations operations{auth, passkeys};
-    PasskeysModel model{operations};
+    test::CannedAccount account;
+    PasskeysModel model{account};
 };
 
 } // namespace
@@ -52,142 +41,115 @@ class TestPasskeysModel : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void addedPasskeyShowsItsRowAndThenItsUse();
+    void rowsAndAdding();
     void removingTheLastShowsTheEmptyState();
     void failedRemoveKeepsTheRow();
     void loadFailuresAreTheLoadError();
 };
 
-void TestPasskeysModel::addedPasskeyShowsItsRowAndThenItsUse()
+void TestPasskeysModel::rowsAndAdding()
 {
     World w;
-    w.signIn();
-    w.load();
-    QVERIFY(w.model.isEmpty());
+    Passkey used = passkey(1, QStringLiteral("YubiKey"));
+    used.lastUsedAt = QDateTime::currentDateTimeUtc();
+    used.backupEligible = true;
+    w.load(QList<Passkey>{used});
+    QCOMPARE(w.at(0, PasskeysModel::TitleRole).toString(), QStringLiteral("YubiKey"));
+    QVERIFY(w.at(0, PasskeysModel::LastUsedTextRole).toString().startsWith("Last used "));
+    QVERIFY(w.at(0, PasskeysModel::BackupEligibleRole).toBool());
     QCOMPARE(w.model.addButtonText(), QStringLiteral("Add a passkey"));
 
+    // A new one, without a label, goes to the top.
     QSignalSpy buttonTexts(&w.model, &PasskeysModel::registeringChanged);
-    w.add();
-    QCOMPARE(buttonTexts.count(), 2); // "Adding passkey…" and back
-    QVERIFY2(w.model.actionError().isEmpty(), qPrintable(w.model.actionError()));
-    QCOMPARE(w.model.count(), 1);
-    QVERIFY(!w.model.isEmpty());
+    w.account.added = passkey(2);
+    w.model.add();
+    QCOMPARE(w.model.addButtonText(), QStringLiteral("Adding passkey…"));
+    w.model.add(); // one at a time
+    w.account.answer();
+    QCOMPARE(buttonTexts.count(), 2);
+    QCOMPARE(w.account.calls, (QStringList{"passkeys", "add passkey"}));
+    QCOMPARE(w.model.count(), 2);
     QCOMPARE(w.at(0, PasskeysModel::TitleRole).toString(), QStringLiteral("Passkey"));
     QCOMPARE(w.at(0, PasskeysModel::LastUsedTextRole).toString(), QStringLiteral("Never used"));
     QVERIFY(w.at(0, PasskeysModel::AddedTextRole).toString().startsWith(QStringLiteral("Added ")));
     QCOMPARE(w.at(0, PasskeysModel::RemoveLabelRole).toString(),
              QStringLiteral("Remove passkey Passkey"));
-    QCOMPARE(w.at(0, PasskeysModel::BackupEligibleRole).toBool(), false);
 
-    // A second one goes to the top; after a sign-in with the key, its use shows.
-    w.add();
+    // Cancelled at the key: no error to show.
+    w.account.added = PasskeyFailure(PasskeyError::cancelled());
+    w.model.add();
+    w.account.answer();
+    QVERIFY(w.model.actionError().isEmpty());
     QCOMPARE(w.model.count(), 2);
-    const qint64 newest = w.at(0, PasskeysModel::IdRole).toLongLong();
-    QVERIFY(newest != w.at(1, PasskeysModel::IdRole).toLongLong());
-    w.operations.loginWithPasskey(LocalService::kDemoEmail);
-    QTRY_VERIFY_WITH_TIMEOUT(!w.auth.isLoggingIn(), 20000);
-    QVERIFY2(w.auth.loginError().isEmpty(), qPrintable(w.auth.loginError()));
-    w.load();
-    QCOMPARE(w.model.count(), 2);
-    int used = 0;
-    for (int row = 0; row < w.model.count(); ++row)
-        used += w.at(row, PasskeysModel::LastUsedTextRole)
-                    .toString()
-                    .startsWith(QStringLiteral("Last used "));
-    QCOMPARE(used, 1);
 }
 
 void TestPasskeysModel::removingTheLastShowsTheEmptyState()
 {
     World w;
-    w.signIn();
-    w.load();
-    w.add();
-    const qint64 id = w.at(0, PasskeysModel::IdRole).toLongLong();
-
-    w.model.requestRemove(id + 1000); // not in the list: nothing to confirm
+    w.load(QList<Passkey>{passkey(7)});
+    w.model.requestRemove(8); // not in the list: nothing to confirm
     QVERIFY(!w.model.confirmingRemoval());
-    w.model.requestRemove(id);
+    w.model.requestRemove(7);
     QVERIFY(w.model.confirmingRemoval());
     QCOMPARE(w.model.pendingDeleteTitle(), QStringLiteral("Passkey"));
     w.model.cancelRemove();
     QVERIFY(!w.model.confirmingRemoval());
     w.model.confirmRemove(); // nothing pending: nothing sent
-    QCOMPARE(w.model.count(), 1);
+    QCOMPARE(w.account.calls, QStringList{"passkeys"});
 
     QSignalSpy empty(&w.model, &PasskeysModel::isEmptyChanged);
-    w.model.requestRemove(id);
+    w.model.requestRemove(7);
     w.model.confirmRemove();
     QVERIFY(!w.model.confirmingRemoval());
-    QTRY_VERIFY(w.model.isEmpty());
+    w.account.answer();
+    QVERIFY(w.model.isEmpty());
     QCOMPARE(w.model.count(), 0);
     QCOMPARE(empty.count(), 1);
-    QVERIFY(w.model.actionError().isEmpty());
-    w.load();
-    QVERIFY(w.model.isEmpty());
 }
 
 void TestPasskeysModel::failedRemoveKeepsTheRow()
 {
     World w;
-    w.signIn();
-    w.load();
-    w.add();
-    const qint64 id = w.at(0, PasskeysModel::IdRole).toLongLong();
-    // Removed elsewhere (another computer) since the list was loaded.
-    std::optional<std::optional<PasskeyFailure>> removed;
-    w.operations.deletePasskey(id, &w.model, [&](auto failure) { removed = std::move(failure); });
-    QTRY_VERIFY(removed.has_value());
-    QVERIFY(!removed->has_value());
-
-    QSignalSpy errors(&w.model, &PasskeysModel::actionErrorChanged);
-    w.model.requestRemove(id);
+    w.load(QList<Passkey>{passkey(7)});
+    w.account.deleteFailure = PasskeyAuthError::server(QStringLiteral("Passkey not found"));
+    w.model.requestRemove(7);
     w.model.confirmRemove();
-    QTRY_COMPARE(errors.count(), 1);
+    w.account.answer();
     QCOMPARE(w.model.actionError(), QStringLiteral("Passkey not found"));
     QCOMPARE(w.model.count(), 1);
-    QCOMPARE(w.at(0, PasskeysModel::IdRole).toLongLong(), id);
 
     // The next action starts without the old error.
-    w.add();
+    w.account.added = passkey(8);
+    w.model.add();
     QVERIFY(w.model.actionError().isEmpty());
-    QCOMPARE(w.model.count(), 2);
+    w.account.answer();
 
-    // Closing the sheet forgets it all; a load still on its way is dropped.
-    w.model.requestRemove(id);
+    // Closing the sheet forgets it all; answers still on their way are dropped.
+    w.model.requestRemove(7);
     w.model.confirmRemove();
-    QTRY_VERIFY(!w.model.actionError().isEmpty());
     w.model.reload();
     w.model.clear();
     QVERIFY(w.model.actionError().isEmpty());
     QCOMPARE(w.model.count(), 0);
     QVERIFY(!w.model.loading());
-    QTest::qWait(500);
+    w.account.answer();
     QCOMPARE(w.model.count(), 0);
+    QVERIFY(w.model.actionError().isEmpty());
 }
 
 void TestPasskeysModel::loadFailuresAreTheLoadError()
 {
     World w;
-    // Signed out: refused without a request.
-    w.load();
+    w.load(PasskeyFailure(PasskeyAuthError::notLoggedIn()));
     QCOMPARE(w.model.error(), QStringLiteral("You need to be signed in to manage passkeys."));
-    QVERIFY(!w.model.isEmpty());
-    QCOMPARE(w.service->requestCount("GET", QStringLiteral("/api/auth/passkey/list")), 0);
+    QVERIFY(!w.model.isEmpty()); // the error, not "no passkeys yet"
 
-    // Retry after signing in clears it.
-    w.signIn();
-    w.load();
+    // Retry clears it; a newer load makes the older one's answer irrelevant.
+    w.account.passkeys = QList<Passkey>{passkey(1)};
+    w.model.reload();
+    w.load(QList<Passkey>());
     QVERIFY(w.model.error().isEmpty());
     QVERIFY(w.model.isEmpty());
-
-    // The session ended on the service: the token and its refresh are refused.
-    w.service->expireAccessTokens();
-    w.service->script("POST", QStringLiteral("/api/auth/refresh"),
-                      ScriptedAnswer::json(401, {{QStringLiteral("detail"), QStringLiteral("x")}}));
-    w.load();
-    QCOMPARE(w.model.error(), QStringLiteral("Your session expired — please sign in again."));
-    QVERIFY(!w.model.isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestPasskeysModel)

@@ -1,7 +1,7 @@
 #include "passkeysmodel.h"
 
 #include "core/notify.h"
-#include "service/passkeys/passkeyoperations.h"
+#include "service/accountsource.h"
 
 #include <QCoreApplication>
 #include <QLocale>
@@ -48,8 +48,8 @@ QString PasskeysModel::lastUsedText(const Passkey& passkey)
                               : QCoreApplication::translate("PasskeysModel", "Never used");
 }
 
-PasskeysModel::PasskeysModel(PasskeyOperations& operations, QObject* parent)
-    : ListModel(parent), m_operations(operations)
+PasskeysModel::PasskeysModel(AccountSource& source, QObject* parent)
+    : ListModel(parent), m_source(source)
 {
     connect(this, &ListModel::loadingChanged, this, &PasskeysModel::updateEmpty);
     connect(this, &ListModel::errorChanged, this, &PasskeysModel::updateEmpty);
@@ -116,17 +116,17 @@ void PasskeysModel::reload()
     const quint64 generation = ++m_loadGeneration;
     setError({});
     setLoading(true);
-    m_operations.listPasskeys(
-        this, [this, generation](const PasskeyOperationResult<QList<Passkey>>& result) {
-            if (generation != m_loadGeneration)
-                return;
-            m_loadedOnce = true;
-            if (result.ok())
-                replaceRows(m_items, result.value());
-            else
-                setError(describe(result.error()));
-            setLoading(false);
-        });
+    m_source.listPasskeys(this,
+                          [this, generation](const PasskeyOperationResult<QList<Passkey>>& result) {
+                              if (generation != m_loadGeneration)
+                                  return;
+                              m_loadedOnce = true;
+                              if (result.ok())
+                                  replaceRows(m_items, result.value());
+                              else
+                                  setError(describe(result.error()));
+                              setLoading(false);
+                          });
 }
 
 void PasskeysModel::add()
@@ -136,20 +136,20 @@ void PasskeysModel::add()
     setActionError({});
     setRegistering(true);
     const quint64 generation = m_actionGeneration;
-    m_operations.registerPasskey(std::nullopt, this,
-                                 [this, generation](const PasskeyOperationResult<Passkey>& result) {
-                                     setRegistering(false);
-                                     if (generation != m_actionGeneration)
-                                         return;
-                                     if (result.ok()) {
-                                         beginInsertRows({}, 0, 0);
-                                         m_items.prepend(result.value());
-                                         endInsertRows();
-                                         Q_EMIT countChanged();
-                                     } else if (!isCancellation(result.error())) {
-                                         setActionError(describe(result.error()));
-                                     }
-                                 });
+    m_source.registerPasskey(this,
+                             [this, generation](const PasskeyOperationResult<Passkey>& result) {
+                                 setRegistering(false);
+                                 if (generation != m_actionGeneration)
+                                     return;
+                                 if (result.ok()) {
+                                     beginInsertRows({}, 0, 0);
+                                     m_items.prepend(result.value());
+                                     endInsertRows();
+                                     Q_EMIT countChanged();
+                                 } else if (!isCancellation(result.error())) {
+                                     setActionError(describe(result.error()));
+                                 }
+                             });
 }
 
 void PasskeysModel::requestRemove(qint64 id)
@@ -173,15 +173,15 @@ void PasskeysModel::confirmRemove()
     setPendingDelete(std::nullopt);
     setActionError({});
     const quint64 generation = m_actionGeneration;
-    m_operations.deletePasskey(
-        id, this, [this, id, generation](const std::optional<PasskeyFailure>& failure) {
-            if (generation != m_actionGeneration)
-                return;
-            if (failure)
-                setActionError(describe(*failure));
-            else
-                removeRowsOf(id);
-        });
+    m_source.deletePasskey(id, this,
+                           [this, id, generation](const std::optional<PasskeyFailure>& failure) {
+                               if (generation != m_actionGeneration)
+                                   return;
+                               if (failure)
+                                   setActionError(describe(*failure));
+                               else
+                                   removeRowsOf(id);
+                           });
 }
 
 void PasskeysModel::clear()

@@ -10,7 +10,7 @@
 
 namespace sorv {
 
-class PasskeyOperations;
+class AccountSource;
 
 // The account's passkeys as the passkeys sheet shows them: the list with its
 // loading and load error (ListModel's `loading` and `error`), adding one for
@@ -39,8 +39,8 @@ public:
     static QString addedText(const Passkey& passkey);
     static QString lastUsedText(const Passkey& passkey);
 
-    // `operations` must outlive the model.
-    explicit PasskeysModel(PasskeyOperations& operations, QObject* parent = nullptr);
+    // `source` must outlive the model.
+    explicit PasskeysModel(AccountSource& source, QObject* parent = nullptr);
 
     int rowCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
@@ -83,7 +83,7 @@ private:
     void removeRowsOf(qint64 id);
     void updateEmpty();
 
-    PasskeyOperations& m_operations;
+    AccountSource& m_source;
     QList<Passkey> m_items;
     bool m_registering = false;
     QString m_actionError;
