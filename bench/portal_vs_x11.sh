@@ -46,19 +46,22 @@ pids+=($!)
 for _ in $(seq 50); do [ -S "$desk/bus" ] && break; sleep 0.1; done
 pipewire >/dev/null 2>&1 &
 pids+=($!)
+pw_pid=$!
 for _ in $(seq 50); do [ -S "$desk/pipewire-0" ] && break; sleep 0.1; done
 wireplumber >/dev/null 2>&1 &
 pids+=($!)
 echo BGRx >"$desk/format"
 echo share >"$desk/behaviour"
 SORV_SCREENCAST_SIZE="$size" SORV_SCREENCAST_PATTERN="$pattern" \
-  python3 tests/video/screencastportal.py "$desk/format" "$desk/behaviour" "$desk/calls.log" &
+  /usr/bin/python3 tests/video/screencastportal.py "$desk/format" "$desk/behaviour" "$desk/calls.log" &
 pids+=($!)
 sleep 2
+kill -0 "${pids[-1]}" 2>/dev/null || { echo "portal_vs_x11: the stand-in portal did not start" >&2; exit 1; }
 
 # The X server with the same pattern in a window covering it.
 Xvfb -displayfd 3 -screen 0 1920x1080x24 -nolisten tcp -noreset 3>"$work/display" 2>/dev/null &
 pids+=($!)
+xvfb_pid=$!
 for _ in $(seq 100); do [ -s "$work/display" ] && break; sleep 0.1; done
 export DISPLAY=":$(head -n1 "$work/display")"
 # shellcheck disable=SC2086
@@ -69,9 +72,10 @@ sleep 2
 ticks=$(getconf CLK_TCK)
 cpu_ticks() { awk '{print $14 + $15}' "/proc/$1/stat"; }
 
-# run NAME BACKEND: one recording; prints "cpu_per_s frames dropped load".
+# run NAME BACKEND: one recording; prints "cpu_per_s frames dropped load
+# xvfb_cpu_per_s pipewire_cpu_per_s".
 run() {
-  local name="$1" backend="$2" rec t0 c0 t1 c1 perf_pid=""
+  local name="$1" backend="$2" rec t0 c0 t1 c1 x0 x1 p0 p1 perf_pid=""
   SORVELANDRIX_SCREEN_CAPTURE="$backend" "$cli" record --video --duration "$seconds" \
     >"$work/$name.out" 2>"$work/$name.log" &
   rec=$!
@@ -82,9 +86,9 @@ run() {
       >/dev/null 2>&1 &
     perf_pid=$!
   fi
-  t0=$(date +%s.%N); c0=$(cpu_ticks "$rec")
+  t0=$(date +%s.%N); c0=$(cpu_ticks "$rec"); x0=$(cpu_ticks "$xvfb_pid"); p0=$(cpu_ticks "$pw_pid")
   sleep $((seconds - 5))
-  t1=$(date +%s.%N); c1=$(cpu_ticks "$rec")
+  t1=$(date +%s.%N); c1=$(cpu_ticks "$rec"); x1=$(cpu_ticks "$xvfb_pid"); p1=$(cpu_ticks "$pw_pid")
   [ -n "$perf_pid" ] && kill -INT "$perf_pid" && wait "$perf_pid" || true
   local load
   load=$(cut -d' ' -f1 /proc/loadavg)
@@ -97,19 +101,25 @@ run() {
   [ "${SORV_BENCH_KEEP:-0}" = 1 ] && cp "$work/$name.log" "/tmp/portal_vs_x11.$name.log"
   rm -f "$mp4" "${mp4%.mp4}.wav"
   awk -v c0="$c0" -v c1="$c1" -v t0="$t0" -v t1="$t1" -v hz="$ticks" -v f="$frames" \
-      -v d="${dropped:-?}" -v l="$load" 'BEGIN { printf "%.4f %d %s %s\n", (c1 - c0) / hz / (t1 - t0), f, d, l }'
+      -v d="${dropped:-?}" -v l="$load" -v x="$((x1 - x0))" -v p="$((p1 - p0))" 'BEGIN {
+    w = t1 - t0
+    printf "%.4f %d %s %s %.4f %.4f\n", (c1 - c0) / hz / w, f, d, l, x / hz / w, p / hz / w }'
 }
 
 report() {
   local label="$1" portal="$2" x11="$3"
-  read -r pc pf pd pl <<<"$portal"
-  read -r xc xf xd xl <<<"$x11"
+  read -r pc pf pd pl px pp <<<"$portal"
+  read -r xc xf xd xl xx xp <<<"$x11"
+  # A starved recorder encodes fewer frames and so spends less: per frame
+  # written compares the two when the machine is busy.
   awk -v label="$label" -v pc="$pc" -v pf="$pf" -v pd="$pd" -v pl="$pl" -v xc="$xc" -v xf="$xf" \
-      -v xd="$xd" -v xl="$xl" -v due=$((seconds * 30)) 'BEGIN {
+      -v xd="$xd" -v xl="$xl" -v px="$px" -v pp="$pp" -v xx="$xx" -v xp="$xp" \
+      -v due=$((seconds * 30)) -v s="$seconds" 'BEGIN {
     printf "%s\n", label
-    printf "  portal: CPU %.1f %% of one core, frames %d / %d due, dropped %s (load %s)\n", 100 * pc, pf, due, pd, pl
-    printf "  x11:    CPU %.1f %% of one core, frames %d / %d due, dropped %s (load %s)\n", 100 * xc, xf, due, xd, xl
-    printf "  portal / x11 CPU: %.2fx (target <= 1)\n", pc / xc
+    printf "  portal: CPU %.1f %% of one core (%.2f ms a frame written), frames %d / %d due, dropped %s (load %s)\n", 100 * pc, 1000 * pc * s / pf, pf, due, pd, pl
+    printf "  x11:    CPU %.1f %% of one core (%.2f ms a frame written), frames %d / %d due, dropped %s (load %s)\n", 100 * xc, 1000 * xc * s / xf, xf, due, xd, xl
+    printf "  portal / x11 CPU: %.2fx a second, %.2fx a frame (target <= 1)\n", pc / xc, (pc / pf) / (xc / xf)
+    printf "  servers, %% of one core during each: Xvfb %.1f (portal run) vs %.1f (x11 run: + the grabs), pipewire %.1f vs %.1f\n", 100 * px, 100 * xx, 100 * pp, 100 * xp
   }'
 }
 
