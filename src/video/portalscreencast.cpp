@@ -245,47 +245,48 @@ void PortalScreenCast::selectSources()
 
 void PortalScreenCast::startSession()
 {
-    const QString parent = parentWindowHandle() ? parentWindowHandle()() : QString();
-    request(QStringLiteral("Start"), {QVariant::fromValue(QDBusObjectPath(m_sessionPath)), parent},
-            {}, dialogTimeoutMs(), [this](std::uint32_t, const QVariantMap& results) {
-                const QString token = results.value(QStringLiteral("restore_token")).toString();
-                if (!token.isEmpty())
-                    Settings::setValue(restoreTokenKey(m_source), token);
-                else if (!m_sentToken.isEmpty())
-                    Settings::remove(restoreTokenKey(m_source));
-                const auto streams =
-                    results.value(QStringLiteral("streams")).value<QDBusArgument>();
-                bool found = false;
-                streams.beginArray();
-                while (!streams.atEnd()) {
-                    std::uint32_t node = 0;
-                    QVariantMap props;
-                    streams.beginStructure();
-                    streams >> node >> props;
-                    streams.endStructure();
-                    if (found)
-                        continue;
-                    found = true;
-                    m_nodeID = node;
-                    const QVariant size = props.value(QStringLiteral("size"));
-                    if (size.canConvert<QDBusArgument>()) {
-                        int w = 0;
-                        int h = 0;
-                        const auto arg = size.value<QDBusArgument>();
-                        arg.beginStructure();
-                        arg >> w >> h;
-                        arg.endStructure();
-                        m_size = QSize(w, h);
-                    }
+    // "" without a window (the command line): the dialog comes up on its own.
+    const QString parentWin = parentWindowHandle() ? parentWindowHandle()() : QString();
+    request(
+        QStringLiteral("Start"), {QVariant::fromValue(QDBusObjectPath(m_sessionPath)), parentWin},
+        {}, dialogTimeoutMs(), [this](std::uint32_t, const QVariantMap& results) {
+            const QString token = results.value(QStringLiteral("restore_token")).toString();
+            if (!token.isEmpty())
+                Settings::setValue(restoreTokenKey(m_source), token);
+            else if (!m_sentToken.isEmpty())
+                Settings::remove(restoreTokenKey(m_source));
+            const auto streams = results.value(QStringLiteral("streams")).value<QDBusArgument>();
+            bool found = false;
+            streams.beginArray();
+            while (!streams.atEnd()) {
+                std::uint32_t node = 0;
+                QVariantMap props;
+                streams.beginStructure();
+                streams >> node >> props;
+                streams.endStructure();
+                if (found)
+                    continue;
+                found = true;
+                m_nodeID = node;
+                const QVariant size = props.value(QStringLiteral("size"));
+                if (size.canConvert<QDBusArgument>()) {
+                    int w = 0;
+                    int h = 0;
+                    const auto arg = size.value<QDBusArgument>();
+                    arg.beginStructure();
+                    arg >> w >> h;
+                    arg.endStructure();
+                    m_size = QSize(w, h);
                 }
-                streams.endArray();
-                if (!found) {
-                    fail(QCoreApplication::translate("PortalScreencast",
-                                                     "The desktop shared no screen or window."));
-                    return;
-                }
-                openRemote();
-            });
+            }
+            streams.endArray();
+            if (!found) {
+                fail(QCoreApplication::translate("PortalScreencast",
+                                                 "The desktop shared no screen or window."));
+                return;
+            }
+            openRemote();
+        });
 }
 
 void PortalScreenCast::openRemote()
