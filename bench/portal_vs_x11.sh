@@ -73,7 +73,7 @@ ticks=$(getconf CLK_TCK)
 cpu_ticks() { awk '{print $14 + $15}' "/proc/$1/stat"; }
 
 # run NAME BACKEND: one recording; prints "cpu_per_s frames dropped load
-# xvfb_cpu_per_s pipewire_cpu_per_s".
+# xvfb_cpu_per_s pipewire_cpu_per_s distinct_pictures".
 run() {
   local name="$1" backend="$2" rec t0 c0 t1 c1 x0 x1 p0 p1 perf_pid=""
   SORVELANDRIX_SCREEN_CAPTURE="$backend" "$cli" record --video --duration "$seconds" \
@@ -93,31 +93,35 @@ run() {
   local load
   load=$(cut -d' ' -f1 /proc/loadavg)
   wait "$rec" || { echo "portal_vs_x11: the $name recording failed:" >&2; tail -5 "$work/$name.log" >&2; return 1; }
-  local mp4 frames dropped
+  local mp4 frames dropped distinct
   mp4=$(sed -n 's/^Saved video: //p' "$work/$name.out" | tail -n1)
   frames=$(ffprobe -v error -select_streams v -count_packets -show_entries stream=nb_read_packets \
     -of csv=p=0 "$mp4")
+  # Pictures that differ from the one before: a starved pattern window
+  # gives the X11 grab repeats, which cost the encoder next to nothing.
+  distinct=$(ffmpeg -v error -i "$mp4" -an -f framemd5 - | awk '!/^#/ { if ($6 != last) n++; last = $6 } END { print n + 0 }')
   dropped=$(sed -n 's/.*Video finalised.* \([0-9]*\) dropped with five waiting.*/\1/p' "$work/$name.log")
   [ "${SORV_BENCH_KEEP:-0}" = 1 ] && cp "$work/$name.log" "/tmp/portal_vs_x11.$name.log"
   rm -f "$mp4" "${mp4%.mp4}.wav"
   awk -v c0="$c0" -v c1="$c1" -v t0="$t0" -v t1="$t1" -v hz="$ticks" -v f="$frames" \
-      -v d="${dropped:-?}" -v l="$load" -v x="$((x1 - x0))" -v p="$((p1 - p0))" 'BEGIN {
+      -v d="${dropped:-?}" -v l="$load" -v x="$((x1 - x0))" -v p="$((p1 - p0))" -v n="$distinct" 'BEGIN {
     w = t1 - t0
-    printf "%.4f %d %s %s %.4f %.4f\n", (c1 - c0) / hz / w, f, d, l, x / hz / w, p / hz / w }'
+    printf "%.4f %d %s %s %.4f %.4f %d\n", (c1 - c0) / hz / w, f, d, l, x / hz / w, p / hz / w, n }'
 }
 
 report() {
   local label="$1" portal="$2" x11="$3"
-  read -r pc pf pd pl px pp <<<"$portal"
-  read -r xc xf xd xl xx xp <<<"$x11"
+  read -r pc pf pd pl px pp pn <<<"$portal"
+  read -r xc xf xd xl xx xp xn <<<"$x11"
   # A starved recorder encodes fewer frames and so spends less: per frame
   # written compares the two when the machine is busy.
   awk -v label="$label" -v pc="$pc" -v pf="$pf" -v pd="$pd" -v pl="$pl" -v xc="$xc" -v xf="$xf" \
-      -v xd="$xd" -v xl="$xl" -v px="$px" -v pp="$pp" -v xx="$xx" -v xp="$xp" \
+      -v xd="$xd" -v xl="$xl" -v px="$px" -v pp="$pp" -v xx="$xx" -v xp="$xp" -v pn="$pn" -v xn="$xn" \
       -v due=$((seconds * 30)) -v s="$seconds" 'BEGIN {
     printf "%s\n", label
     printf "  portal: CPU %.1f %% of one core (%.2f ms a frame written), frames %d / %d due, dropped %s (load %s)\n", 100 * pc, 1000 * pc * s / pf, pf, due, pd, pl
     printf "  x11:    CPU %.1f %% of one core (%.2f ms a frame written), frames %d / %d due, dropped %s (load %s)\n", 100 * xc, 1000 * xc * s / xf, xf, due, xd, xl
+    printf "  distinct pictures among them: portal %d, x11 %d\n", pn, xn
     printf "  portal / x11 CPU: %.2fx a second, %.2fx a frame (target <= 1)\n", pc / xc, (pc / pf) / (xc / xf)
     printf "  servers, %% of one core during each: Xvfb %.1f (portal run) vs %.1f (x11 run: + the grabs), pipewire %.1f vs %.1f\n", 100 * px, 100 * xx, 100 * pp, 100 * xp
   }'
