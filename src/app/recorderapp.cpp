@@ -21,6 +21,7 @@
 #include "ui/viewhelpers.h"
 #include "ui/windowplacement.h"
 #include "update/sparkleupdater.h"
+#include "video/portalscreencast.h"
 #include <QSystemTrayIcon>
 
 #include <QApplication>
@@ -137,6 +138,15 @@ bool SorvelandrixRecorderApp::launch(bool hidden)
         return false;
     }
     m_window->setIcon(QIcon(QStringLiteral(":/sorvelandrix/sorvelandrix-recorder.svg")));
+    // The desktop's sharing dialog belongs to the window. Only an X11 window
+    // (Xwayland included) can be named: a Wayland one needs an xdg-foreign
+    // export, which Qt 6.4 offers no way to make, so there it goes unnamed.
+    PortalScreenCast::setParentWindow([window = QPointer<QQuickWindow>(m_window)] {
+        if (!window || !window->isVisible() ||
+            QGuiApplication::platformName() != QLatin1String("xcb"))
+            return QString();
+        return QStringLiteral("x11:%1").arg(window->winId(), 0, 16);
+    });
     restoreGeometry();
     m_delegate->applicationDidFinishLaunching();
     // With a tray the application lives on when its window closes; without

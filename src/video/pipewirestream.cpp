@@ -2,8 +2,11 @@
 
 #include "video/capturearea.h"
 #include "video/videolog.h"
+#include "video/x11screengrabber.h"
 
 #include <pipewire/pipewire.h>
+#include <spa/buffer/meta.h>
+#include <spa/param/buffers.h>
 #include <spa/param/video/format-utils.h>
 #include <spa/pod/builder.h>
 
@@ -75,14 +78,106 @@ const spa_pod* buffersParam(spa_pod_builder* b, int stride, int height)
     return static_cast<const spa_pod*>(spa_pod_builder_pop(b, &f));
 }
 
+constexpr int cursorMetaSize(int side)
+{
+    return int(sizeof(spa_meta_cursor) + sizeof(spa_meta_bitmap)) + side * side * 4;
+}
+
+// Room for the pointer's metadata with a bitmap of up to 256×256.
+const spa_pod* cursorMetaParam(spa_pod_builder* b)
+{
+    spa_pod_frame f{};
+    spa_pod_builder_push_object(b, &f, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta);
+    spa_pod_builder_add(b, SPA_PARAM_META_type, SPA_POD_Id(SPA_META_Cursor), SPA_PARAM_META_size,
+                        SPA_POD_CHOICE_RANGE_Int(cursorMetaSize(64), cursorMetaSize(1),
+                                                 cursorMetaSize(CursorOverlay::kMaxSide)),
+                        0);
+    return static_cast<const spa_pod*>(spa_pod_builder_pop(b, &f));
+}
+
+// Byte positions of alpha, red, green and blue in a bitmap's pixel; false for
+// a layout without alpha, which no pointer comes in.
+bool cursorLayout(std::uint32_t format, std::array<int, 4>* argb)
+{
+    switch (format) {
+    case SPA_VIDEO_FORMAT_RGBA:
+        *argb = {3, 0, 1, 2};
+        return true;
+    case SPA_VIDEO_FORMAT_BGRA:
+        *argb = {3, 2, 1, 0};
+        return true;
+    case SPA_VIDEO_FORMAT_ARGB:
+        *argb = {0, 1, 2, 3};
+        return true;
+    case SPA_VIDEO_FORMAT_ABGR:
+        *argb = {0, 3, 2, 1};
+        return true;
+    default:
+        return false;
+    }
+}
+
 } // namespace
 
-std::unique_ptr<PipeWireStream>
-PipeWireStream::open(int fd, std::uint32_t nodeID, std::shared_ptr<FramePool> pool, QString* error)
+CursorOverlay::CursorOverlay() : m_pixels(std::size_t(kMaxSide) * kMaxSide) {}
+
+void CursorOverlay::update(const spa_meta_cursor& meta, std::size_t metaSize)
+{
+    // Id 0: nothing new about the pointer.
+    if (!spa_meta_cursor_is_valid(&meta))
+        return;
+    m_position = QPoint(meta.position.x, meta.position.y);
+    // Offset 0: the same bitmap as before.
+    if (meta.bitmap_offset < sizeof(spa_meta_cursor) ||
+        std::size_t(meta.bitmap_offset) + sizeof(spa_meta_bitmap) > metaSize)
+        return;
+    const auto* base = reinterpret_cast<const std::uint8_t*>(&meta);
+    spa_meta_bitmap bitmap{};
+    std::memcpy(&bitmap, base + meta.bitmap_offset, sizeof bitmap);
+    if (!spa_meta_bitmap_is_valid(&bitmap))
+        return;
+    // A bitmap without image data: the pointer is hidden.
+    m_size = QSize();
+    const int width = int(bitmap.size.width);
+    const int height = int(bitmap.size.height);
+    std::array<int, 4> argb{};
+    if (bitmap.offset < sizeof(spa_meta_bitmap) || width <= 0 || height <= 0 || width > kMaxSide ||
+        height > kMaxSide || bitmap.stride < width * 4 || !cursorLayout(bitmap.format, &argb) ||
+        std::size_t(meta.bitmap_offset) + bitmap.offset +
+                std::size_t(bitmap.stride) * std::size_t(height - 1) + std::size_t(width) * 4 >
+            metaSize)
+        return;
+    const std::uint8_t* pixels = base + meta.bitmap_offset + bitmap.offset;
+    for (int y = 0; y < height; ++y) {
+        const std::uint8_t* row = pixels + std::ptrdiff_t(y) * bitmap.stride;
+        std::uint32_t* out = m_pixels.data() + std::ptrdiff_t(y) * width;
+        for (int x = 0; x < width; ++x, row += 4) {
+            // Straight alpha in, premultiplied out (what drawCursor blends).
+            const std::uint32_t a = row[argb[0]];
+            const auto pre = [a](std::uint32_t c) { return (c * a + 127) / 255; };
+            out[x] = (a << 24) | (pre(row[argb[1]]) << 16) | (pre(row[argb[2]]) << 8) |
+                     pre(row[argb[3]]);
+        }
+    }
+    m_size = QSize(width, height);
+    m_hotspot = QPoint(meta.hotspot.x, meta.hotspot.y);
+}
+
+void CursorOverlay::draw(std::uint8_t* picture, QSize size, int stride) const
+{
+    if (!m_size.isEmpty())
+        drawCursor(picture, size, stride, m_pixels.data(), m_size, m_position - m_hotspot);
+}
+
+std::unique_ptr<PipeWireStream> PipeWireStream::open(int fd, std::uint32_t nodeID,
+                                                     std::shared_ptr<FramePool> pool,
+                                                     bool cursorMetadata, QString* error)
 {
     initPipeWire();
     std::unique_ptr<PipeWireStream> s(new PipeWireStream);
     s->m_pool = std::move(pool);
+    if (cursorMetadata)
+        s->m_cursor = std::make_unique<CursorOverlay>();
     s->m_loop = pw_thread_loop_new("sorv-screencast", nullptr);
     if (!s->m_loop) {
         *error = QStringLiteral("cannot make a PipeWire loop");
@@ -223,19 +318,25 @@ void PipeWireStream::onParamChanged(void* data, std::uint32_t id, const spa_pod*
     std::array<std::uint8_t, 1024> buffer{};
     spa_pod_builder b{};
     spa_pod_builder_init(&b, buffer.data(), std::uint32_t(buffer.size()));
-    const spa_pod* params[] = {buffersParam(&b, size.width() * 4, size.height())};
-    pw_stream_update_params(self->m_stream, params, 1);
+    const spa_pod* params[] = {buffersParam(&b, size.width() * 4, size.height()),
+                               cursorMetaParam(&b)};
+    pw_stream_update_params(self->m_stream, params, self->m_cursor ? 2 : 1);
 }
 
 void PipeWireStream::onProcess(void* data)
 {
     auto* self = static_cast<PipeWireStream*>(data);
     pw_buffer* buffer = nullptr;
-    // Only the newest picture counts; older ones queued behind it go back.
+    // Only the newest picture counts; older ones queued behind it go back,
+    // though not before the pointer they carry is taken.
     while (pw_buffer* next = pw_stream_dequeue_buffer(self->m_stream)) {
         if (buffer)
             pw_stream_queue_buffer(self->m_stream, buffer);
         buffer = next;
+        if (self->m_cursor)
+            if (const spa_meta* m = spa_buffer_find_meta(buffer->buffer, SPA_META_Cursor);
+                m && m->size >= sizeof(spa_meta_cursor))
+                self->m_cursor->update(*static_cast<const spa_meta_cursor*>(m->data), m->size);
     }
     if (!buffer)
         return;
@@ -285,6 +386,8 @@ void PipeWireStream::onProcess(void* data)
                 o[x + 3] = 0;
             }
         }
+        if (self->m_cursor)
+            self->m_cursor->draw(dst, size, rowBytes);
     }
     pw_stream_queue_buffer(self->m_stream, buffer);
     if (slot < 0)

@@ -2,6 +2,7 @@
 
 #include "video/framepool.h"
 
+#include <QPoint>
 #include <QSize>
 #include <QString>
 
@@ -11,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 struct pw_thread_loop;
 struct pw_context;
@@ -18,14 +20,38 @@ struct pw_core;
 struct pw_stream;
 struct spa_hook;
 struct spa_pod;
+struct spa_meta_cursor;
 
 namespace sorv {
+
+// The pointer as the desktop sends it beside the pictures (the portal's
+// cursor mode "metadata"): a position with the pictures, its bitmap only
+// when it changes, so the last one is kept. Room for the largest bitmap is
+// made up front: updating and drawing allocate nothing, as befits PipeWire's
+// thread.
+class CursorOverlay {
+public:
+    static constexpr int kMaxSide = 256;
+
+    CursorOverlay();
+    // One buffer's cursor metadata, `metaSize` bytes with its bitmap.
+    void update(const spa_meta_cursor& meta, std::size_t metaSize);
+    // Onto a bgr0 picture, clipped to it.
+    void draw(std::uint8_t* picture, QSize size, int stride) const;
+
+private:
+    std::vector<std::uint32_t> m_pixels; // premultiplied ARGB, m_size.width() a row
+    QSize m_size;                        // empty: nothing to draw
+    QPoint m_position;
+    QPoint m_hotspot;
+};
 
 // A screen-cast video stream from PipeWire: the node the desktop's portal
 // shared, on the connection the portal opened. Negotiates 32-bit RGB in
 // shared-memory buffers; on PipeWire's own thread each picture is copied
-// into a free slot of the frame pool as bgr0, stamped with CLOCK_MONOTONIC
-// and handed to the sink, which posts it on. Nothing else happens there.
+// into a free slot of the frame pool as bgr0 (with the pointer drawn in when
+// it comes as metadata), stamped with CLOCK_MONOTONIC and handed to the sink,
+// which posts it on. Nothing else happens there.
 class PipeWireStream {
 public:
     // Called on the PipeWire thread with a filled slot, or with slot -1 for a
@@ -41,8 +67,10 @@ public:
     PipeWireStream& operator=(const PipeWireStream&) = delete;
 
     // Takes a duplicate of `fd`. Null with `error` when PipeWire refuses.
+    // `cursorMetadata`: the desktop sends the pointer beside the pictures.
     static std::unique_ptr<PipeWireStream> open(int fd, std::uint32_t nodeID,
-                                                std::shared_ptr<FramePool> pool, QString* error);
+                                                std::shared_ptr<FramePool> pool,
+                                                bool cursorMetadata, QString* error);
 
     // Blocks the calling (capture) thread until the stream has a format, at
     // most `timeoutMs`; the picture size in `size`.
@@ -65,6 +93,7 @@ private:
     pw_stream* m_stream = nullptr;
     std::unique_ptr<spa_hook> m_listener;
     std::shared_ptr<FramePool> m_pool;
+    std::unique_ptr<CursorOverlay> m_cursor; // PipeWire thread only; null unless asked for
 
     std::mutex m_mutex;
     std::condition_variable m_formatKnown;

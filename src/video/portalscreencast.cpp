@@ -30,6 +30,7 @@ constexpr std::uint32_t kMonitor = 1;
 constexpr std::uint32_t kWindow = 2;
 constexpr std::uint32_t kCursorHidden = 1;
 constexpr std::uint32_t kCursorEmbedded = 2;
+constexpr std::uint32_t kCursorMetadata = 4;
 // Kept until the user revokes it.
 constexpr std::uint32_t kPersistUntilRevoked = 2;
 
@@ -45,6 +46,12 @@ QVariantMap toMap(const QVariant& v)
     return v.toMap();
 }
 
+std::function<QString()>& parentWindowHandle()
+{
+    static std::function<QString()> handle;
+    return handle;
+}
+
 bool isMissingPortal(const QDBusError& error)
 {
     switch (error.type()) {
@@ -53,6 +60,9 @@ bool isMissingPortal(const QDBusError& error)
     case QDBusError::UnknownInterface:
     case QDBusError::UnknownMethod:
     case QDBusError::UnknownProperty:
+    // xdg-desktop-portal without a screen-cast backend for this desktop
+    // answers GetAll with "No such interface".
+    case QDBusError::InvalidArgs:
         return true;
     default:
         return false;
@@ -113,6 +123,11 @@ int PortalScreenCast::dialogTimeoutMs()
     return ok && v > 0 ? v : kDialogTimeoutMs;
 }
 
+void PortalScreenCast::setParentWindow(std::function<QString()> handle)
+{
+    parentWindowHandle() = std::move(handle);
+}
+
 void PortalScreenCast::probe(QObject* context, const std::function<void(bool)>& done)
 {
     // A call on a bus that is not there would never answer.
@@ -138,7 +153,7 @@ void PortalScreenCast::start(Source source, Done done)
     m_source = source;
     m_done = std::move(done);
     if (!QDBusConnection::sessionBus().isConnected()) {
-        finish({Result::Status::NoPortal, QStringLiteral("no session bus"), {}, 0, {}});
+        finish({Result::Status::NoPortal, QStringLiteral("no session bus"), {}, 0, {}, false});
         return;
     }
     readProperties();
@@ -164,7 +179,8 @@ void PortalScreenCast::readProperties()
                     reply.error().message(),
                     {},
                     0,
-                    {}});
+                    {},
+                    false});
             return;
         }
         const QVariantMap props = reply.value();
@@ -205,11 +221,15 @@ void PortalScreenCast::selectSources()
     QVariantMap options{{QStringLiteral("types"), QVariant::fromValue(wanted)},
                         {QStringLiteral("multiple"), false}};
     // Versions before 2 know no cursor modes; an unknown option is an error
-    // to some portals.
-    if (m_version >= 2 && m_cursorModes != 0)
-        options.insert(QStringLiteral("cursor_mode"),
-                       QVariant::fromValue((m_cursorModes & kCursorEmbedded) != 0 ? kCursorEmbedded
-                                                                                  : kCursorHidden));
+    // to some portals. A pointer that only comes as metadata is drawn in by
+    // PipeWireStream.
+    m_cursorMode = 0;
+    if (m_version >= 2 && m_cursorModes != 0) {
+        m_cursorMode = (m_cursorModes & kCursorEmbedded) != 0   ? kCursorEmbedded
+                       : (m_cursorModes & kCursorMetadata) != 0 ? kCursorMetadata
+                                                                : kCursorHidden;
+        options.insert(QStringLiteral("cursor_mode"), QVariant::fromValue(m_cursorMode));
+    }
     m_sentToken.clear();
     if (m_version >= 4) {
         options.insert(QStringLiteral("persist_mode"), QVariant::fromValue(kPersistUntilRevoked));
@@ -225,10 +245,10 @@ void PortalScreenCast::selectSources()
 
 void PortalScreenCast::startSession()
 {
-    // No parent window handle: a Wayland one needs xdg-foreign, and the
-    // dialog then simply comes up on its own.
+    // "" without a window (the command line): the dialog comes up on its own.
+    const QString parentWin = parentWindowHandle() ? parentWindowHandle()() : QString();
     request(
-        QStringLiteral("Start"), {QVariant::fromValue(QDBusObjectPath(m_sessionPath)), QString()},
+        QStringLiteral("Start"), {QVariant::fromValue(QDBusObjectPath(m_sessionPath)), parentWin},
         {}, dialogTimeoutMs(), [this](std::uint32_t, const QVariantMap& results) {
             const QString token = results.value(QStringLiteral("restore_token")).toString();
             if (!token.isEmpty())
@@ -284,7 +304,12 @@ void PortalScreenCast::openRemote()
             fail(reply.error().message());
             return;
         }
-        finish({Result::Status::Started, {}, reply.value(), m_nodeID, m_size});
+        finish({Result::Status::Started,
+                {},
+                reply.value(),
+                m_nodeID,
+                m_size,
+                m_cursorMode == kCursorMetadata});
     });
 }
 
@@ -355,7 +380,7 @@ void PortalScreenCast::onResponse(const QDBusMessage& message)
     const QVariantMap results = toMap(message.arguments().at(1));
     Next next = std::move(m_next);
     if (code == 1) {
-        finish({Result::Status::Cancelled, {}, {}, 0, {}});
+        finish({Result::Status::Cancelled, {}, {}, 0, {}, false});
         return;
     }
     if (code != 0) {
@@ -419,7 +444,7 @@ void PortalScreenCast::close()
 
 void PortalScreenCast::fail(const QString& message)
 {
-    finish({Result::Status::Failed, message, {}, 0, {}});
+    finish({Result::Status::Failed, message, {}, 0, {}, false});
 }
 
 void PortalScreenCast::finish(const Result& result)

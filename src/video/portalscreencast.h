@@ -35,6 +35,7 @@ public:
         QDBusUnixFileDescriptor remote; // Started: the PipeWire connection
         std::uint32_t nodeID = 0;       // Started: the stream's node on that connection
         QSize size;                     // Started: the stream's size when the portal tells it
+        bool cursorMetadata = false;    // Started: the pointer comes beside the pictures
     };
     using Done = std::function<void(const Result& result)>;
 
@@ -59,6 +60,11 @@ public:
     // Asks the session bus whether a ScreenCast portal answers; `done(bool)`
     // later on the calling thread's event loop (a Qt thread).
     static void probe(QObject* context, const std::function<void(bool available)>& done);
+
+    // The window the desktop's dialog belongs to, as the portal spells it
+    // ("x11:<hex XID>"), asked at every Start; without one (the command
+    // line has no window) the dialog comes up on its own. GUI thread.
+    static void setParentWindow(std::function<QString()> handle);
 
     static QString serviceName();
     static QString objectPath();
@@ -93,6 +99,7 @@ private:
     std::uint32_t m_version = 0;
     std::uint32_t m_sourceTypes = 0;
     std::uint32_t m_cursorModes = 0;
+    std::uint32_t m_cursorMode = 0; // the one asked for
     QString m_sessionPath;
     QString m_sentToken;
     bool m_retriedWithoutToken = false;

@@ -492,8 +492,8 @@ void VideoRecorder::startPortal(std::uint64_t session, const ScreenCaptureTarget
             auto pool = std::make_shared<FramePool>();
             QString why;
             QSize size;
-            auto stream =
-                PipeWireStream::open(result.remote.fileDescriptor(), result.nodeID, pool, &why);
+            auto stream = PipeWireStream::open(result.remote.fileDescriptor(), result.nodeID, pool,
+                                               result.cursorMetadata, &why);
             if (!stream || !stream->waitForFormat(PortalScreenCast::callTimeoutMs(), &size, &why)) {
                 fail(VideoRecorderError::scStreamStartFailed(why));
                 return;
@@ -713,7 +713,14 @@ void VideoRecorder::finishStop(std::uint64_t session, const StopResult& result,
         done(result);
         return;
     }
-    qCInfo(lcVideo, "Video finalised: %s", qPrintable(QFileInfo(result.path).fileName()));
+    const Statistics stats = statistics();
+    qCInfo(lcVideo,
+           "Video finalised: %s (frames: %lld written, %lld grabbed of %lld due, %lld dropped "
+           "with five waiting, at most %d waiting)",
+           qPrintable(QFileInfo(result.path).fileName()),
+           static_cast<long long>(stats.framesWritten), static_cast<long long>(stats.framesGrabbed),
+           static_cast<long long>(stats.framesDue),
+           static_cast<long long>(stats.framesDroppedQueueFull), stats.maxFramesWaiting);
     m_lastFinalisedPath = result.path;
     setState(VideoRecorderState::idle());
     done(result);

@@ -9,11 +9,14 @@ gone when the session closes.
 
 FORMAT_FILE holds the pattern's pixel format (BGRx, RGBx, ...) and
 BEHAVIOUR_FILE what to do, both read at every Start: "share", "cancel" (the
-user cancelled the dialog) or "silent" (no Response ever comes). The test's
+user cancelled the dialog), "silent" (no Response ever comes) or
+"metadata-cursor" (shares, offering the pointer only as metadata). The test's
 own method org.sorvelandrix.Test.StopSharing ends every session as the
 desktop's "Stop sharing" does. LOG_FILE gets one JSON
-line per call with its options, and "dialog" lines when the user would have
-been asked."""
+line per call with its options (Start's parent window too), and "dialog" lines
+when the user would have been asked. SORV_SCREENCAST_SIZE (WIDTHxHEIGHT) and
+SORV_SCREENCAST_PATTERN (videotestsrc's properties) change the picture, for
+bench/portal_vs_x11.sh."""
 
 import json
 import os
@@ -32,7 +35,8 @@ PATH = "/org/freedesktop/portal/desktop"
 IFACE = "org.freedesktop.portal.ScreenCast"
 
 format_file, behaviour_file, log_file = sys.argv[1:4]
-WIDTH, HEIGHT = 320, 240
+WIDTH, HEIGHT = map(int, os.environ.get("SORV_SCREENCAST_SIZE", "320x240").split("x"))
+PATTERN = os.environ.get("SORV_SCREENCAST_PATTERN", "pattern=smpte").split()
 issued_tokens = set()
 sessions = {}
 
@@ -69,7 +73,7 @@ def start_pattern(name):
     caps = "video/x-raw,format=%s,width=%d,height=%d,framerate=30/1" % (
         read(format_file), WIDTH, HEIGHT)
     process = subprocess.Popen(
-        ["gst-launch-1.0", "-q", "videotestsrc", "is-live=true", "pattern=smpte", "!", caps, "!",
+        ["gst-launch-1.0", "-q", "videotestsrc", "is-live=true"] + PATTERN + ["!", caps, "!",
          "pipewiresink", "mode=provide",
          "stream-properties=props,media.class=Video/Source,node.name=" + name],
         stdout=subprocess.DEVNULL)
@@ -142,7 +146,8 @@ class ScreenCast(dbus.service.Object):
     @dbus.service.method("org.freedesktop.DBus.Properties", in_signature="s", out_signature="a{sv}")
     def GetAll(self, interface):
         return {"version": dbus.UInt32(4), "AvailableSourceTypes": dbus.UInt32(3),
-                "AvailableCursorModes": dbus.UInt32(3)}
+                "AvailableCursorModes": dbus.UInt32(
+                    5 if read(behaviour_file) == "metadata-cursor" else 3)}
 
     @dbus.service.method(IFACE, in_signature="a{sv}", out_signature="o", sender_keyword="sender")
     def CreateSession(self, options, sender=None):
@@ -167,7 +172,7 @@ class ScreenCast(dbus.service.Object):
     @dbus.service.method(IFACE, in_signature="osa{sv}", out_signature="o", sender_keyword="sender")
     def Start(self, session, parent, options, sender=None):
         mode = read(behaviour_file)
-        log(call="Start", behaviour=mode)
+        log(call="Start", behaviour=mode, parent_window=str(parent))
         s = sessions[str(session)]
         if not s.restored:
             log(call="dialog")
@@ -179,7 +184,7 @@ class ScreenCast(dbus.service.Object):
         issued_tokens.add(token)
         s.pattern, node = start_pattern("sorv-pattern-%d" % len(issued_tokens))
         stream = dbus.Struct((dbus.UInt32(node),
-                              {"size": dbus.Struct((dbus.Int32(320), dbus.Int32(240)),
+                              {"size": dbus.Struct((dbus.Int32(WIDTH), dbus.Int32(HEIGHT)),
                                                    signature="ii", variant_level=1),
                                "source_type": dbus.UInt32(s.types, variant_level=1)}),
                              signature="ua{sv}")

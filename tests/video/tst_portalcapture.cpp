@@ -7,6 +7,7 @@
 #include "mediafile.h"
 #include "recorderwait.h"
 #include "support/isolatedenvironment.h"
+#include "video/pipewirestream.h"
 #include "video/portalscreencast.h"
 #include "video/screencaptureaccess.h"
 #include "video/screencapturetargetstore.h"
@@ -24,7 +25,11 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <spa/buffer/meta.h>
+#include <spa/param/video/raw.h>
+
 #include <csignal>
+#include <cstddef>
 #include <memory>
 #include <sys/prctl.h>
 #include <vector>
@@ -199,6 +204,7 @@ private Q_SLOTS:
     void staleConsentIsDroppedAndAskedAgain();
     void startFailures_data();
     void startFailures();
+    void drawsThePointerFromMetadata();
 
 private:
     IsolatedEnvironment m_isolated;
@@ -225,10 +231,16 @@ void TestPortalCapture::recordsTheSharedScreenAskingOnce()
                                                ScreenCaptureTargetOption::portalWindow()}));
     QVERIFY(!screenCapturePreflight());
 
-    // The first recording asks; the second sends the consent back and does
-    // not. The second pattern comes as RGBx.
+    // The first recording (from the command line: no window) asks; the
+    // second (from a window) sends the consent back and does not. The second
+    // pattern comes as RGBx, from a desktop that sends the pointer only as
+    // metadata.
     for (const QString& format : {QStringLiteral("BGRx"), QStringLiteral("RGBx")}) {
-        m_desktop->setBehaviour(QStringLiteral("share"), format);
+        const bool second = format == QLatin1String("RGBx");
+        m_desktop->setBehaviour(
+            second ? QStringLiteral("metadata-cursor") : QStringLiteral("share"), format);
+        if (second)
+            PortalScreenCast::setParentWindow([] { return QStringLiteral("x11:4a00007"); });
         VideoRecorder recorder;
         const QString path = m_isolated.path(format + QStringLiteral(".mp4"));
         const auto error = startAndWait(
@@ -245,12 +257,19 @@ void TestPortalCapture::recordsTheSharedScreenAskingOnce()
         QVERIFY2(problem.isEmpty(), qPrintable(format + QStringLiteral(": ") + problem));
         QVERIFY(screenCapturePreflight());
     }
+    PortalScreenCast::setParentWindow({});
+    const auto starts = m_desktop->calls(QStringLiteral("Start"));
+    QCOMPARE(starts.size(), size_t(2));
+    QCOMPARE(starts[0].value(QStringLiteral("parent_window")).toString(), QString());
+    QCOMPARE(starts[1].value(QStringLiteral("parent_window")).toString(),
+             QStringLiteral("x11:4a00007"));
     const auto selects = m_desktop->calls(QStringLiteral("SelectSources"));
     QCOMPARE(selects.size(), size_t(2));
     QVERIFY(!selects[0].contains(QStringLiteral("restore_token")));
     QCOMPARE(selects[0].value(QStringLiteral("persist_mode")).toInt(), 2);
     QCOMPARE(selects[0].value(QStringLiteral("types")).toInt(), 1);
     QCOMPARE(selects[0].value(QStringLiteral("cursor_mode")).toInt(), 2);
+    QCOMPARE(selects[1].value(QStringLiteral("cursor_mode")).toInt(), 4);
     QCOMPARE(selects[1].value(QStringLiteral("restore_token")).toString(),
              QStringLiteral("token-1"));
     QCOMPARE(m_desktop->calls(QStringLiteral("dialog")).size(), size_t(1));
@@ -351,6 +370,41 @@ void TestPortalCapture::startFailures()
         QCOMPARE(screenCaptureAdviceText(), message);
         QVERIFY(m_desktop->startPortal());
     }
+}
+
+void TestPortalCapture::drawsThePointerFromMetadata()
+{
+    // One buffer's metadata: a 2×2 opaque red pointer (RGBA), hotspot 1,1.
+    struct Meta {
+        spa_meta_cursor cursor;
+        spa_meta_bitmap bitmap;
+        std::array<std::uint8_t, 16> pixels;
+    } meta{};
+    meta.cursor = {1, 0, {5, 3}, {1, 1}, offsetof(Meta, bitmap)};
+    meta.bitmap = {SPA_VIDEO_FORMAT_RGBA, {2, 2}, 8, sizeof(spa_meta_bitmap)};
+    for (size_t i = 0; i < meta.pixels.size(); i += 4)
+        meta.pixels[i] = meta.pixels[i + 3] = 255;
+    CursorOverlay overlay;
+    std::vector<std::uint8_t> picture;
+    const auto drawn = [&](const spa_meta_cursor& cursor) {
+        overlay.update(cursor, sizeof meta);
+        picture.assign(8 * 8 * 4, 0);
+        overlay.draw(picture.data(), QSize(8, 8), 8 * 4);
+        QString red; // the bgr0 picture's red pixels, "x,y "
+        for (int i = 0; i < 64; ++i)
+            if (picture[size_t(i) * 4 + 2] == 255 && picture[size_t(i) * 4] == 0)
+                red += QStringLiteral("%1,%2 ").arg(i % 8).arg(i / 8);
+        return red;
+    };
+    QCOMPARE(drawn(meta.cursor), QStringLiteral("4,2 5,2 4,3 5,3 "));
+    // Later buffers move it without a bitmap, or say nothing new: it is kept.
+    QCOMPARE(drawn({1, 0, {1, 7}, {0, 0}, 0}), QStringLiteral("0,6 1,6 0,7 1,7 "));
+    QCOMPARE(drawn({0, 0, {4, 4}, {0, 0}, 0}), QStringLiteral("0,6 1,6 0,7 1,7 "));
+    // A bitmap without image hides it; one larger than its metadata is refused.
+    meta.bitmap.offset = 0;
+    QCOMPARE(drawn(meta.cursor), QString());
+    meta.bitmap = {SPA_VIDEO_FORMAT_RGBA, {2, 3}, 8, sizeof(spa_meta_bitmap)};
+    QCOMPARE(drawn(meta.cursor), QString());
 }
 
 QTEST_GUILESS_MAIN(TestPortalCapture)
