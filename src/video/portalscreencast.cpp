@@ -157,8 +157,12 @@ void PortalScreenCast::readProperties()
         const QDBusPendingReply<QVariantMap> reply = *watcher;
         if (reply.isError() || !reply.value().contains(QStringLiteral("version"))) {
             qCWarning(lcVideo, "No ScreenCast portal: %s", qPrintable(reply.error().message()));
+            // xdg-desktop-portal without a backend for this desktop has no
+            // ScreenCast interface, and GDBus answers GetAll of an interface
+            // it lacks with InvalidArgs.
+            const QDBusError::ErrorType type = reply.error().type();
             finish({reply.isError() && !isMissingPortal(reply.error()) &&
-                            reply.error().type() != QDBusError::NoReply
+                            type != QDBusError::InvalidArgs && type != QDBusError::NoReply
                         ? Result::Status::Failed
                         : Result::Status::NoPortal,
                     reply.error().message(),
