@@ -60,8 +60,9 @@ bool isMissingPortal(const QDBusError& error)
     case QDBusError::UnknownInterface:
     case QDBusError::UnknownMethod:
     case QDBusError::UnknownProperty:
-    // xdg-desktop-portal without a screen-cast backend for this desktop
-    // answers GetAll with "No such interface".
+    // xdg-desktop-portal without a screen-cast backend for this desktop has
+    // no ScreenCast interface, and GDBus answers GetAll of an interface it
+    // lacks with InvalidArgs ("No such interface").
     case QDBusError::InvalidArgs:
         return true;
     default:
@@ -172,15 +173,16 @@ void PortalScreenCast::readProperties()
         const QDBusPendingReply<QVariantMap> reply = *watcher;
         if (reply.isError() || !reply.value().contains(QStringLiteral("version"))) {
             qCWarning(lcVideo, "No ScreenCast portal: %s", qPrintable(reply.error().message()));
-            finish({reply.isError() && !isMissingPortal(reply.error()) &&
-                            reply.error().type() != QDBusError::NoReply
-                        ? Result::Status::Failed
-                        : Result::Status::NoPortal,
-                    reply.error().message(),
-                    {},
-                    0,
-                    {},
-                    false});
+            const QDBusError::ErrorType type = reply.error().type();
+            finish(
+                {reply.isError() && !isMissingPortal(reply.error()) && type != QDBusError::NoReply
+                     ? Result::Status::Failed
+                     : Result::Status::NoPortal,
+                 reply.error().message(),
+                 {},
+                 0,
+                 {},
+                 false});
             return;
         }
         const QVariantMap props = reply.value();
