@@ -26,7 +26,7 @@ namespace sorv::local {
 
 namespace {
 
-constexpr qint64 kChallengeLifetimeMs = 5LL * 60 * 1000;
+constexpr qint64 kPasskeyChallengeLifetimeMs = 5LL * 60 * 1000;
 constexpr int kChallengeBytes = 32;
 constexpr int kTimeoutMs = 60000;
 const QString kRpName = QStringLiteral("Sorvelandrix (local)");
@@ -72,7 +72,7 @@ public:
         challenge.bytes = QByteArray(kChallengeBytes, '\0');
         QRandomGenerator::system()->fillRange(reinterpret_cast<quint32*>(challenge.bytes.data()),
                                               kChallengeBytes / 4);
-        challenge.expiresMs = ServiceState::nowMs() + kChallengeLifetimeMs;
+        challenge.expiresMs = ServiceState::nowMs() + kPasskeyChallengeLifetimeMs;
         QString id = ServiceState::newId();
         const qint64 now = ServiceState::nowMs();
         std::lock_guard lock(m_mutex);

@@ -13,7 +13,7 @@ namespace sorv::local {
 namespace {
 constexpr int kMaxFailures = 5;
 constexpr qint64 kFailureWindowMs = 5LL * 60 * 1000;
-constexpr qint64 kChallengeLifetimeMs = 10LL * 60 * 1000;
+constexpr qint64 kCodeChallengeLifetimeMs = 10LL * 60 * 1000;
 constexpr qint64 kRefreshLifetimeMs = 30LL * 24 * 3600 * 1000;
 } // namespace
 
@@ -194,7 +194,7 @@ QString ServiceState::createChallenge(const QString& accountId)
                                                   10, QLatin1Char('0'));
     {
         std::lock_guard lock(m_challengeMutex);
-        m_challenges[id] = Challenge{accountId, code, nowMs() + kChallengeLifetimeMs, 0};
+        m_challenges[id] = Challenge{accountId, code, nowMs() + kCodeChallengeLifetimeMs, 0};
         m_lastMfaCode = code;
     }
     const std::optional<Account> account = accountById(accountId);

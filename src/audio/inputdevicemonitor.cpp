@@ -10,7 +10,7 @@ namespace sorv {
 
 namespace {
 
-const QString kClientName = QStringLiteral("Sorvelandrix Recorder devices");
+const QString kMonitorClientName = QStringLiteral("Sorvelandrix Recorder devices");
 // Bounded so that a hung server only delays the next attempt.
 constexpr int kQueryTimeoutMs = 2000;
 
@@ -93,7 +93,8 @@ void InputDeviceMonitor::connectToServer()
         return;
     CaptureBackend::ConnectError error = CaptureBackend::ConnectError::None;
     QString message;
-    auto context = m_options.backend->connect(kClientName, &error, &message, kQueryTimeoutMs);
+    auto context =
+        m_options.backend->connect(kMonitorClientName, &error, &message, kQueryTimeoutMs);
     if (!context) {
         if (!m_published)
             publish(Snapshot{});

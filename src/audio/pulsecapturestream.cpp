@@ -1,26 +1,15 @@
 #include "pulsecapturestream.h"
 
 #include "audio/pulsecontext.h"
+#include "core/monotonicclock.h"
 
 #include <pulse/pulseaudio.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <ctime>
 
 namespace sorv {
-
-namespace {
-
-std::int64_t monotonicNowNs()
-{
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<std::int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
-}
-
-} // namespace
 
 PulseCaptureStream::PulseCaptureStream(PulseContext& context, QString streamName,
                                        QString sourceName, std::uint32_t framesPerChunk, Sink sink)

@@ -18,11 +18,6 @@ namespace sorv {
 
 namespace {
 
-QByteArray jsonBody(const QJsonObject& object)
-{
-    return QJsonDocument(object).toJson(QJsonDocument::Compact);
-}
-
 std::optional<QJsonObject> jsonObject(const QByteArray& body)
 {
     const QJsonDocument doc = QJsonDocument::fromJson(body);

@@ -92,4 +92,9 @@ std::optional<QString> detailOf(const QByteArray& body)
     return detail.toString();
 }
 
+QByteArray jsonBody(const QJsonObject& object)
+{
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
 } // namespace sorv

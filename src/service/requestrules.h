@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QByteArray>
+#include <QJsonObject>
 #include <QNetworkRequest>
 #include <QString>
 #include <QUrl>
@@ -30,6 +32,9 @@ inline const QString kJoinFallbackLocale = QStringLiteral("it-IT");
 // The user's language as two letters: the start of `speechLocale`, else of
 // the given fallback.
 QString languageCode(const QString& fallbackLocale);
+
+// A request body: the object as compact JSON.
+QByteArray jsonBody(const QJsonObject& object);
 
 // A request with the shared settings: default cache policy, 15 s timeout.
 QNetworkRequest serviceRequest(const QUrl& url);

@@ -2,6 +2,7 @@
 
 #include "core/log.h"
 #include "core/mainthread.h"
+#include "core/overloaded.h"
 #include "core/serialqueue.h"
 #include "service/requestrules.h"
 
@@ -48,11 +49,6 @@ void dispose(QWebSocket* socket, QWebSocketProtocol::CloseCode code, const QStri
         socket->deleteLater();
     });
 }
-
-template <class... Ts> struct Overloaded : Ts... {
-    using Ts::operator()...;
-};
-template <class... Ts> Overloaded(Ts...) -> Overloaded<Ts...>;
 
 // The characters an event carries, and a little for the event itself.
 qint64 textSize(const LiveTranscriptEvent& event)

@@ -1,15 +1,12 @@
 #include "livetranscriptevent.h"
 
+#include "core/overloaded.h"
+
 #include <QStringList>
 
 namespace sorv {
 
 namespace {
-
-template <class... Ts> struct Overloaded : Ts... {
-    using Ts::operator()...;
-};
-template <class... Ts> Overloaded(Ts...) -> Overloaded<Ts...>;
 
 QString quoted(const QString& s)
 {

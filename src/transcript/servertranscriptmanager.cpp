@@ -1,6 +1,7 @@
 #include "servertranscriptmanager.h"
 
 #include "core/notify.h"
+#include "core/overloaded.h"
 #include "core/settings.h"
 #include "recording/audiorecorder.h"
 #include "service/authmanager.h"
@@ -12,11 +13,6 @@
 namespace sorv {
 
 namespace {
-
-template <class... Ts> struct Overloaded : Ts... {
-    using Ts::operator()...;
-};
-template <class... Ts> Overloaded(Ts...) -> Overloaded<Ts...>;
 
 using TranscriptLimits::fitted;
 using TranscriptLimits::kMaxLabelChars;

@@ -6,12 +6,12 @@
 
 namespace sorv {
 
-namespace {
-
 QSize evenSize(QSize s)
 {
     return {std::max(2, s.width() & ~1), std::max(2, s.height() & ~1)};
 }
+
+namespace {
 
 CaptureArea displayArea(const DisplayInfo& d, CaptureArea::Mode mode)
 {

@@ -33,6 +33,9 @@ struct CaptureArea {
     friend bool operator==(const CaptureArea&, const CaptureArea&) = default;
 };
 
+// The size rounded down to even numbers, at least 2×2: 4:2:0 video needs them.
+QSize evenSize(QSize s);
+
 // Null when the display, window or application of the target is not there.
 // An application is recorded on the display that holds most of its windows
 // (the main display on a tie).

@@ -1,5 +1,6 @@
 #include "mp4writer.h"
 
+#include "core/monotonicclock.h"
 #include "video/videolog.h"
 
 #include <QFile>
@@ -36,7 +37,6 @@ constexpr const char* kVideoPreset = "superfast";
 constexpr const char* kVideoTune = "zerolatency";
 
 constexpr AVRational kVideoTimeBase{1, 90000};
-constexpr std::int64_t kNsPerSecond = 1'000'000'000;
 
 struct FormatContextDeleter {
     void operator()(AVFormatContext* f) const

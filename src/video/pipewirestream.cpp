@@ -1,5 +1,6 @@
 #include "pipewirestream.h"
 
+#include "core/monotonicclock.h"
 #include "video/capturearea.h"
 #include "video/videolog.h"
 #include "video/x11screengrabber.h"
@@ -14,7 +15,6 @@
 #include <array>
 #include <chrono>
 #include <cstring>
-#include <ctime>
 #include <fcntl.h>
 #include <mutex>
 #include <unistd.h>
@@ -25,13 +25,6 @@ namespace {
 
 constexpr int kMaxSide = 16384;
 constexpr int kFramesPerSecond = 30;
-
-std::int64_t monotonicNowNs()
-{
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<std::int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
-}
 
 void initPipeWire()
 {

@@ -11,6 +11,7 @@
 namespace sorv {
 
 using x11::Reply;
+using x11::topLevelAncestor;
 
 const DisplayInfo* ShareableContent::mainDisplay() const
 {
@@ -106,23 +107,6 @@ bool hasAtom(const xcb_ewmh_get_atoms_reply_t& atoms, xcb_atom_t atom)
 {
     return std::find(atoms.atoms, atoms.atoms + atoms.atoms_len, atom) !=
            atoms.atoms + atoms.atoms_len;
-}
-
-// The ancestor of `window` whose parent is the root: what the window manager
-// moves and stacks.
-xcb_window_t topLevelAncestor(xcb_connection_t* c, xcb_window_t root, xcb_window_t window)
-{
-    xcb_window_t current = window;
-    for (int depth = 0; depth < 16; ++depth) {
-        Reply<xcb_query_tree_reply_t> tree(
-            xcb_query_tree_reply(c, xcb_query_tree(c, current), nullptr));
-        if (!tree)
-            return XCB_WINDOW_NONE;
-        if (tree->parent == root || tree->parent == XCB_WINDOW_NONE)
-            return current;
-        current = tree->parent;
-    }
-    return current;
 }
 
 std::vector<WindowInfo> queryWindows(const x11::Connection& connection)

@@ -2,6 +2,7 @@
 
 #include "core/log.h"
 #include "core/mainthread.h"
+#include "core/monotonicclock.h"
 #include "core/notify.h"
 #include "core/recordingfilelock.h"
 #include "core/serialqueue.h"
@@ -32,20 +33,12 @@ namespace sorv {
 
 namespace {
 
-constexpr std::int64_t kNsPerSecond = 1'000'000'000;
 constexpr std::int64_t kFramePeriodNs = kNsPerSecond / VideoRecorder::kFramesPerSecond;
 // At stop, how long the writer waits for the audio that was captured before
 // the stop but is still on its way from the audio engine (a buffer or so).
 constexpr int kAudioGraceMs = 300;
 constexpr int kAudioGracePollMs = 20;
 constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
-
-std::int64_t monotonicNowNs()
-{
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<std::int64_t>(ts.tv_sec) * kNsPerSecond + ts.tv_nsec;
-}
 
 // Runs fn on the GUI thread later, unless the recorder is gone by then.
 // `self` is taken on the GUI thread, when the work is handed off, and only

@@ -98,4 +98,19 @@ QString errorText(const xcb_generic_error_t* error)
         .arg(error->minor_code);
 }
 
+xcb_window_t topLevelAncestor(xcb_connection_t* c, xcb_window_t root, xcb_window_t window)
+{
+    xcb_window_t current = window;
+    for (int depth = 0; depth < 16; ++depth) {
+        Reply<xcb_query_tree_reply_t> tree(
+            xcb_query_tree_reply(c, xcb_query_tree(c, current), nullptr));
+        if (!tree)
+            return XCB_WINDOW_NONE;
+        if (tree->parent == root || tree->parent == XCB_WINDOW_NONE)
+            return current;
+        current = tree->parent;
+    }
+    return current;
+}
+
 } // namespace sorv::x11

@@ -56,6 +56,10 @@ private:
     std::unique_ptr<xcb_ewmh_connection_t, EwmhDeleter> m_ewmh;
 };
 
+// The ancestor of `window` whose parent is the root: what the window manager
+// moves and stacks. XCB_WINDOW_NONE when the window is gone.
+xcb_window_t topLevelAncestor(xcb_connection_t* c, xcb_window_t root, xcb_window_t window);
+
 // The text of an X error for messages ("BadMatch (request 130.4)").
 QString errorText(const xcb_generic_error_t* error);
 

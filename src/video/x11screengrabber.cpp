@@ -1,5 +1,7 @@
 #include "x11screengrabber.h"
 
+#include "core/monotonicclock.h"
+
 #include <QCoreApplication>
 
 #include <xcb/shm.h>
@@ -10,27 +12,15 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <ctime>
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace sorv {
 
 using x11::Reply;
+using x11::topLevelAncestor;
 
 namespace {
-
-std::int64_t monotonicNowNs()
-{
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<std::int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
-}
-
-QSize evenSize(QSize s)
-{
-    return {std::max(2, s.width() & ~1), std::max(2, s.height() & ~1)};
-}
 
 // The root visual must be what FFmpeg calls bgr0: 32 bits a pixel, blue in the
 // lowest byte; depth 24 leaves the top byte undefined (we never read it).
@@ -61,21 +51,6 @@ bool rootIsBgr0(xcb_connection_t* c, const xcb_screen_t& screen, QString* error)
                      .arg(depth)
                      .arg(bitsPerPixel);
     return ok;
-}
-
-xcb_window_t topLevelAncestor(xcb_connection_t* c, xcb_window_t root, xcb_window_t window)
-{
-    xcb_window_t current = window;
-    for (int depth = 0; depth < 16; ++depth) {
-        Reply<xcb_query_tree_reply_t> tree(
-            xcb_query_tree_reply(c, xcb_query_tree(c, current), nullptr));
-        if (!tree)
-            return XCB_WINDOW_NONE;
-        if (tree->parent == root || tree->parent == XCB_WINDOW_NONE)
-            return current;
-        current = tree->parent;
-    }
-    return current;
 }
 
 QRect geometryRect(const xcb_get_geometry_reply_t& g)

@@ -21,11 +21,6 @@ const QString kRegisterBeginPath = QStringLiteral("/api/auth/passkey/register/be
 const QString kRegisterFinishPath = QStringLiteral("/api/auth/passkey/register/finish");
 const QString kListPath = QStringLiteral("/api/auth/passkey/list");
 
-QByteArray jsonBody(const QJsonObject& object)
-{
-    return QJsonDocument(object).toJson(QJsonDocument::Compact);
-}
-
 // Every passkey exchange is an ordinary service call.
 QNetworkRequest passkeyRequest(const QUrl& url)
 {
