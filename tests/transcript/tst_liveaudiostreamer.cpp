@@ -20,6 +20,8 @@
 #include <QTest>
 #include <QThread>
 
+#include <mutex>
+
 // Generous waits: the service, the sanitizers and other builds share a busy
 // machine, and a wait ends as soon as its condition holds.
 #define TRY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 30000)
@@ -86,10 +88,18 @@ class TestLiveAudioStreamer : public QObject {
 private Q_SLOTS:
     void initTestCase()
     {
-        setLogSink([this](const QString& line) { m_log << line; });
+        setLogSink([this](const QString& line) {
+            // On the streamer's queue: read under the same lock.
+            std::lock_guard lock(m_logMutex);
+            m_lines << line;
+        });
     }
     void cleanupTestCase() { setLogSink({}); }
-    void init() { m_log.clear(); }
+    void init()
+    {
+        std::lock_guard lock(m_logMutex);
+        m_lines.clear();
+    }
 
     void urlRules_data()
     {
@@ -156,8 +166,8 @@ private Q_SLOTS:
         const QString connectingLine =
             QStringLiteral("🌐 Connecting to ws://127.0.0.1:%1/api/live/stream?token=……")
                 .arg(h.service->port());
-        QVERIFY2(logged(connectingLine), qPrintable(m_log.join('\n')));
-        for (const QString& line : std::as_const(m_log))
+        QVERIFY2(logged(connectingLine), qPrintable(log().join('\n')));
+        for (const QString& line : log())
             QVERIFY2(!line.contains(h.token), qPrintable(line));
         QVERIFY(logged(QStringLiteral(R"(📡 Sent initial config: {"language_hints":["de","en"]})")));
         QVERIFY(logged(QStringLiteral("📡 Sent end-of-stream sentinel")));
@@ -173,7 +183,7 @@ private Q_SLOTS:
         h.streamer.start(h.service.origin(), h.token, {QStringLiteral("en")});
         h.streamer.start(h.service.origin(), h.token, {QStringLiteral("fr")});
         TRY_COMPARE(h.count<Connected>(), 1);
-        QVERIFY(logged(QStringLiteral("🌐 LiveAudioStreamer already active, ignoring start()")));
+        QTRY_VERIFY(logged(QStringLiteral("🌐 LiveAudioStreamer already active, ignoring start()")));
         QCOMPARE(h.service->liveSessions().size(), 1);
         QCOMPARE(h.session(0).languageHints, QStringList{QStringLiteral("en")});
         QCOMPARE(h.connecting(), 1);
@@ -217,13 +227,14 @@ private Q_SLOTS:
             h.clock.advance(1ms);
             TRY_COMPARE(h.connecting(), i + 2);
         }
-        QVERIFY2(std::any_of(m_log.cbegin(), m_log.cend(),
+        const QStringList lines = log();
+        QVERIFY2(std::any_of(lines.cbegin(), lines.cend(),
                              [](const QString& l) {
                                  return l.startsWith(QStringLiteral("🌐 🔄 Disconnected (")) &&
                                         l.endsWith(
                                             QStringLiteral("reconnecting in 30s (attempt #7)"));
                              }),
-                 qPrintable(m_log.join('\n')));
+                 qPrintable(lines.join('\n')));
 
         // Back again: the stream resumes; the count only resets on start or refresh.
         TRY_COMPARE(h.clock.requestsBesidesKeepalive().size(), 8);
@@ -354,7 +365,7 @@ private Q_SLOTS:
             TRY_COMPARE(h.session(0).pings, i / 3);
             // Answered before its 10 s are up.
             if (i % 3 == 0)
-                TRY_COMPARE(m_log.count(QStringLiteral("🌐 💓 Keepalive ping sent (silence: 5s)")),
+                TRY_COMPARE(log().count(QStringLiteral("🌐 💓 Keepalive ping sent (silence: 5s)")),
                             i / 3);
         }
         QCOMPARE(h.service->liveSessions().size(), 1);
@@ -407,7 +418,7 @@ private Q_SLOTS:
         // What was lost is told once, with how much.
         const std::int64_t dropped = h.streamer.droppedFrames();
         QVERIFY(dropped > 0 && dropped < sent);
-        const QStringList told = m_log.filter(QStringLiteral("did not reach the service"));
+        const QStringList told = log().filter(QStringLiteral("did not reach the service"));
         QCOMPARE(told.size(), 1);
         QVERIFY2(told.first().endsWith(
                      QStringLiteral("(%1 frames) did not reach the service").arg(dropped)),
@@ -537,8 +548,14 @@ private Q_SLOTS:
     }
 
 private:
-    bool logged(const QString& line) const { return m_log.contains(line); }
-    QStringList m_log;
+    QStringList log() const
+    {
+        std::lock_guard lock(m_logMutex);
+        return m_lines;
+    }
+    bool logged(const QString& line) const { return log().contains(line); }
+    mutable std::mutex m_logMutex;
+    QStringList m_lines;
 };
 
 QTEST_GUILESS_MAIN(TestLiveAudioStreamer)
