@@ -241,3 +241,5 @@ void AppDelegate::quitApp()
 }
 
 } // namespace sorv
+
+#include "moc_appdelegate.cpp"

@@ -96,3 +96,5 @@ void DesktopNotifier::closed(uint id, uint /*reason*/)
 }
 
 } // namespace sorv
+
+#include "moc_desktopnotifier.cpp"

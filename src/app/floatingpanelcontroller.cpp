@@ -139,3 +139,5 @@ void FloatingPanelController::release()
 }
 
 } // namespace sorv
+
+#include "moc_floatingpanelcontroller.cpp"

@@ -77,3 +77,5 @@ void KeptRecordings::retryEnded(const RecordingUploader::Outcome& outcome)
 }
 
 } // namespace sorv
+
+#include "moc_keptrecordings.cpp"

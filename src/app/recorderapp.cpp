@@ -231,3 +231,5 @@ void SorvelandrixRecorderApp::saveGeometry()
 }
 
 } // namespace sorv
+
+#include "moc_recorderapp.cpp"

@@ -164,3 +164,5 @@ void RecorderControl::fail(const QString& name, const QString& message)
 }
 
 } // namespace sorv
+
+#include "moc_recordercontrol.cpp"

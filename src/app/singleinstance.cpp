@@ -65,3 +65,5 @@ bool SingleInstance::claim(const QString& command)
 }
 
 } // namespace sorv
+
+#include "moc_singleinstance.cpp"

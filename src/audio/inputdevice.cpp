@@ -13,3 +13,5 @@ std::uint32_t inputDeviceIdForSourceName(const QString& sourceName)
 }
 
 } // namespace sorv
+
+#include "moc_inputdevice.cpp"

@@ -44,3 +44,5 @@ bool InputDeviceModel::setDevices(const QList<InputDevice>& devices)
 }
 
 } // namespace sorv
+
+#include "moc_inputdevicemodel.cpp"

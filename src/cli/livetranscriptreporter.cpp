@@ -185,3 +185,5 @@ void LiveTranscriptReporter::finish()
 }
 
 } // namespace sorv::cli
+
+#include "moc_livetranscriptreporter.cpp"

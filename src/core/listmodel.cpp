@@ -15,3 +15,5 @@ void ListModel::setError(const QString& error)
 }
 
 } // namespace sorv
+
+#include "moc_listmodel.cpp"

@@ -673,3 +673,5 @@ bool SecretStore::editFile(const FileEdit& edit)
 }
 
 } // namespace sorv
+
+#include "moc_secretstore.cpp"

@@ -60,3 +60,5 @@ SignalNotifier::~SignalNotifier()
 }
 
 } // namespace sorv
+
+#include "moc_signalnotifier.cpp"

@@ -933,3 +933,5 @@ void AudioRecorder::rewireMixedBuffers()
 }
 
 } // namespace sorv
+
+#include "moc_audiorecorder.cpp"

@@ -211,3 +211,5 @@ void PendingRecordings::remove(const QString& path)
 }
 
 } // namespace sorv
+
+#include "moc_pendingrecordings.cpp"

@@ -26,3 +26,5 @@ QString RecordingState::caseName() const
 }
 
 } // namespace sorv
+
+#include "moc_recordingstate.cpp"

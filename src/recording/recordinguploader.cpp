@@ -401,3 +401,5 @@ void RecordingUploader::cancel()
 }
 
 } // namespace sorv
+
+#include "moc_recordinguploader.cpp"

@@ -144,3 +144,5 @@ void UploadRetryScheduler::followNetworkReachability()
 }
 
 } // namespace sorv
+
+#include "moc_uploadretryscheduler.cpp"

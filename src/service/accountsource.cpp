@@ -83,3 +83,5 @@ void ServiceAccountSource::deletePasskey(qint64 id, const QObject* context,
 }
 
 } // namespace sorv
+
+#include "moc_accountsource.cpp"

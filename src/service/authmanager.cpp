@@ -724,3 +724,5 @@ void AuthManager::fetchRecordings(const QObject* context,
 }
 
 } // namespace sorv
+
+#include "moc_authmanager.cpp"

@@ -188,3 +188,5 @@ void MeetingsModel::rowsOfIdChanged(const QString& id, int role)
 }
 
 } // namespace sorv
+
+#include "moc_meetingsmodel.cpp"

@@ -107,3 +107,5 @@ void RecordingsListController::setState(State state)
 }
 
 } // namespace sorv
+
+#include "moc_recordingslistcontroller.cpp"

@@ -119,3 +119,5 @@ void RecordingsModel::clear()
 }
 
 } // namespace sorv
+
+#include "moc_recordingsmodel.cpp"

@@ -727,3 +727,5 @@ void LiveAudioStreamer::after(std::chrono::milliseconds delay, std::function<voi
 }
 
 } // namespace sorv
+
+#include "moc_liveaudiostreamer.cpp"

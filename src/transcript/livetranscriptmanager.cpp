@@ -310,3 +310,5 @@ void LiveTranscriptManager::setActive(bool active)
 }
 
 } // namespace sorv
+
+#include "moc_livetranscriptmanager.cpp"

@@ -226,3 +226,5 @@ void LiveTranscriptSession::setFallbackOffered(bool v)
 }
 
 } // namespace sorv
+
+#include "moc_livetranscriptsession.cpp"

@@ -263,3 +263,5 @@ void LocalTranscriptManager::clearSegments()
 }
 
 } // namespace sorv
+
+#include "moc_localtranscriptmanager.cpp"

@@ -284,3 +284,5 @@ void ServerTranscriptManager::setStatus(const TranscriptStatus& status)
 }
 
 } // namespace sorv
+
+#include "moc_servertranscriptmanager.cpp"

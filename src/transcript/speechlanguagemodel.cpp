@@ -31,3 +31,5 @@ QHash<int, QByteArray> SpeechLanguageModel::roleNames() const
 }
 
 } // namespace sorv
+
+#include "moc_speechlanguagemodel.cpp"

@@ -35,3 +35,5 @@ QString SSEConnectionStatus::label() const
 }
 
 } // namespace sorv
+
+#include "moc_sseconnectionstatus.cpp"

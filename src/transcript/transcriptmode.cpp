@@ -25,3 +25,5 @@ std::optional<TranscriptMode> TranscriptMode::fromCaseName(const QString& name)
 }
 
 } // namespace sorv
+
+#include "moc_transcriptmode.cpp"

@@ -18,3 +18,5 @@ QString TranscriptStatus::caseName() const
 }
 
 } // namespace sorv
+
+#include "moc_transcriptstatus.cpp"

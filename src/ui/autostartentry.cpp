@@ -86,3 +86,5 @@ bool AutostartEntry::setEnabled(bool enabled)
 }
 
 } // namespace sorv
+
+#include "moc_autostartentry.cpp"

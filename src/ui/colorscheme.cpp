@@ -126,3 +126,5 @@ void ColorScheme::update()
 }
 
 } // namespace sorv
+
+#include "moc_colorscheme.cpp"

@@ -102,3 +102,5 @@ void JoinMeetingController::updateCanJoin()
 }
 
 } // namespace sorv
+
+#include "moc_joinmeetingcontroller.cpp"

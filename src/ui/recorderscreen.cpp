@@ -688,3 +688,5 @@ bool RecorderScreen::retryUploadOffered() const
 }
 
 } // namespace sorv
+
+#include "moc_recorderscreen.cpp"

@@ -153,3 +153,5 @@ QString RecordingConsent::agreeLabel() const
 }
 
 } // namespace sorv
+
+#include "moc_recordingconsent.cpp"

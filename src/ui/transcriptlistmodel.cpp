@@ -173,3 +173,5 @@ void TranscriptListModel::changed(int row, const QList<int>& roles)
 }
 
 } // namespace sorv
+
+#include "moc_transcriptlistmodel.cpp"

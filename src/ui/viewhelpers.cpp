@@ -32,3 +32,5 @@ void ViewHelpers::openUrl(const QString& url) const
 }
 
 } // namespace sorv
+
+#include "moc_viewhelpers.cpp"

@@ -84,3 +84,5 @@ void WindowDragArea::finish()
 }
 
 } // namespace sorv
+
+#include "moc_windowdragarea.cpp"

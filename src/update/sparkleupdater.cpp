@@ -263,3 +263,5 @@ QNetworkAccessManager& SparkleUpdater::network()
 }
 
 } // namespace sorv
+
+#include "moc_sparkleupdater.cpp"

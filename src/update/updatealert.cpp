@@ -61,3 +61,5 @@ UpdateAlert UpdateAlert::failed(const QString& description)
 }
 
 } // namespace sorv
+
+#include "moc_updatealert.cpp"

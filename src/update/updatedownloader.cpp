@@ -248,3 +248,5 @@ void UpdateDownloader::abortTransfer()
 }
 
 } // namespace sorv
+
+#include "moc_updatedownloader.cpp"

@@ -462,3 +462,5 @@ void PortalScreenCast::finish(const Result& result)
 }
 
 } // namespace sorv
+
+#include "moc_portalscreencast.cpp"

@@ -61,3 +61,5 @@ QString ScreenCaptureTargetModel::section(const ScreenCaptureTargetOption& optio
 }
 
 } // namespace sorv
+
+#include "moc_screencapturetargetmodel.cpp"

@@ -112,3 +112,5 @@ std::optional<ScreenCaptureTargetOption> ScreenCaptureTargetOption::fromID(const
 }
 
 } // namespace sorv
+
+#include "moc_screencapturetargetoption.cpp"

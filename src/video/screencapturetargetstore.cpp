@@ -183,3 +183,5 @@ void ScreenCaptureTargetStore::setLoadError(const QString& v)
 }
 
 } // namespace sorv
+
+#include "moc_screencapturetargetstore.cpp"

@@ -740,3 +740,5 @@ void VideoRecorder::tearDown()
 }
 
 } // namespace sorv
+
+#include "moc_videorecorder.cpp"

@@ -302,3 +302,5 @@ void PasskeyManager::setPinRequest(bool requested, int attemptsLeft)
 }
 
 } // namespace sorv
+
+#include "moc_passkeymanager.cpp"

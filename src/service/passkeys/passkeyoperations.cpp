@@ -322,3 +322,5 @@ void PasskeyOperations::deletePasskey(
 }
 
 } // namespace sorv
+
+#include "moc_passkeyoperations.cpp"

@@ -239,3 +239,5 @@ void PasskeysModel::updateEmpty()
 }
 
 } // namespace sorv
+
+#include "moc_passkeysmodel.cpp"
