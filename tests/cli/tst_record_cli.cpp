@@ -44,6 +44,20 @@ QStringList recordings()
     return QDir(recordingsDirectory()).entryList({QStringLiteral("*.wav")}, QDir::Files);
 }
 
+// What a failure message shows of a run: its output, then the lines of its
+// log that are not the per-buffer ones (QtTest cuts long messages short).
+QString diagnostic(const QByteArray& out, const QByteArray& err)
+{
+    QStringList kept;
+    for (const QString& line : QString::fromUtf8(err).split(QLatin1Char('\n'))) {
+        if (!line.contains(QStringLiteral(" buffer #")) &&
+            !line.contains(QStringLiteral("Mix #")) && !line.contains(QStringLiteral("Write #")))
+            kept << line;
+    }
+    return QString::fromUtf8(out) + QStringLiteral("\n--- log ---\n") +
+           kept.mid(kept.size() - 12).join('\n');
+}
+
 QString waitForLine(QProcess& p, QByteArray& out, const QByteArray& needle, int timeoutMs)
 {
     const bool seen = QTest::qWaitFor(
@@ -52,7 +66,7 @@ QString waitForLine(QProcess& p, QByteArray& out, const QByteArray& needle, int 
             return out.contains(needle);
         },
         timeoutMs);
-    return seen ? QString() : QString::fromUtf8(out + p.readAllStandardError());
+    return seen ? QString() : diagnostic(out, p.readAllStandardError());
 }
 
 // A user signed in to `service` (in the private secrets file): the
@@ -308,7 +322,7 @@ void TestRecordCli::liveServerPrintsTheTranscriptWhileRecording()
     QVERIFY(m_sandbox->playIntoMicrophone(speech));
     QVERIFY(p.waitForFinished(60000));
     out += p.readAllStandardOutput();
-    QVERIFY2(p.exitCode() == 0, qPrintable(QString::fromUtf8(out + p.readAllStandardError())));
+    QVERIFY2(p.exitCode() == 0, qPrintable(diagnostic(out, p.readAllStandardError())));
     const QStringList lines = QString::fromUtf8(out).split(QLatin1Char('\n'));
     // A loaded machine may lose a word of the played speech on its way in:
     // each phrase is asked for by its first word, in its own line.
