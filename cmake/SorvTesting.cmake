@@ -23,22 +23,19 @@ function(sorv_add_test name)
   if(NOT T_TIMEOUT)
     set(T_TIMEOUT 300)
   endif()
+  if(NOT T_COST)
+    set(T_COST 0)
+  endif()
   if("pulse" IN_LIST T_LABELS OR "x11" IN_LIST T_LABELS)
     list(APPEND T_LABELS slow)
   endif()
   get_filename_component(folder ${CMAKE_CURRENT_SOURCE_DIR} NAME)
-  set_tests_properties(${name} PROPERTIES TIMEOUT ${T_TIMEOUT}
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${T_TIMEOUT} COST ${T_COST}
     LABELS "${folder};${T_LABELS}"
     ENVIRONMENT "QT_QPA_PLATFORM=offscreen;SORV_TEST_BINARY_DIR=${CMAKE_BINARY_DIR};SORV_SOURCE_DIR=${CMAKE_SOURCE_DIR}")
-  if(T_COST)
-    set_tests_properties(${name} PROPERTIES COST ${T_COST})
-  endif()
   if(T_PIPEWIRE)
     add_test(NAME ${name}_pipewire COMMAND ${name})
-    if(T_COST)
-      set_tests_properties(${name}_pipewire PROPERTIES COST ${T_COST})
-    endif()
-    set_tests_properties(${name}_pipewire PROPERTIES TIMEOUT ${T_TIMEOUT}
+    set_tests_properties(${name}_pipewire PROPERTIES TIMEOUT ${T_TIMEOUT} COST ${T_COST}
       LABELS "${folder};pipewire;slow"
       ENVIRONMENT "QT_QPA_PLATFORM=offscreen;SORV_TEST_BINARY_DIR=${CMAKE_BINARY_DIR};SORV_SOURCE_DIR=${CMAKE_SOURCE_DIR};SORV_SOUND_SERVER=pipewire")
   endif()

@@ -2,11 +2,11 @@
 
 #include "audio/mixer.h"
 #include "core/log.h"
+#include "core/monotonicclock.h"
 
 #include <QCoreApplication>
 
 #include <algorithm>
-#include <ctime>
 
 namespace sorv {
 
@@ -28,9 +28,7 @@ QString MixPipeline::WriteFailure::message() const
 
 double MixPipeline::monotonicSeconds()
 {
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
+    return static_cast<double>(monotonicNowNs()) / static_cast<double>(kNsPerSecond);
 }
 
 MixPipeline::MixPipeline(Clock clock) : m_clock(std::move(clock)) {}
