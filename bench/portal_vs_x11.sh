@@ -14,7 +14,7 @@
 #     process is not counted)                  target: portal ≤ x11
 #   - the MP4's frames (ffprobe) against 30 a second
 #   - the frames the recorder logged as dropped  target: none at load ≤ 2
-# SORV_BENCH_PERF=1 records a perf profile of each portal run into
+# SORV_BENCH_PERF=1 records a perf profile of each recording into
 # $SORV_BENCH_PERF_DIR (default /tmp). Needs gstreamer1.0-x (ximagesink).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -81,7 +81,7 @@ run() {
   rec=$!
   for _ in $(seq 200); do grep -q "Video recording started" "$work/$name.log" && break; sleep 0.1; done
   sleep 2
-  if [ "${SORV_BENCH_PERF:-0}" = 1 ] && [ "$backend" = portal ]; then
+  if [ "${SORV_BENCH_PERF:-0}" = 1 ]; then
     perf record -q -g -p "$rec" -o "${SORV_BENCH_PERF_DIR:-/tmp}/portal_vs_x11.$name.perf" \
       >/dev/null 2>&1 &
     perf_pid=$!

@@ -12,8 +12,9 @@
 namespace sorv {
 
 // The frames between the screen grab and the encoder: at most five, each a
-// shared-memory buffer the X server writes the grab into and the encoder reads
-// from, so a frame is never copied on its way. The capture thread acquires a
+// shared-memory buffer the X server writes the grab into (or PipeWire's
+// thread converts the desktop's picture into) and the encoder reads from, so
+// a frame is never copied on its way. The capture thread acquires a
 // slot and hands its index to the video queue, which releases it once the
 // frame is encoded. A grab that finds all five out is not made: that frame is
 // dropped.
@@ -52,13 +53,15 @@ private:
 
 // One captured picture in a pool slot: `size` pixels of bgr0 at `stride`
 // bytes a row, to be placed at `destination` inside the video frame (the rest
-// is black). An empty size stands for a black frame.
+// is black). An empty size stands for a black frame. With `yuv420` the slot
+// holds the whole video frame, converted already (Yuv420Layout::forSize(size)).
 struct GrabbedFrame {
     int slot = -1;
     QSize size;
     int stride = 0;
     QRect destination;
     std::int64_t hostTimeNs = 0; // CLOCK_MONOTONIC, the moment of the capture
+    bool yuv420 = false;
 };
 
 } // namespace sorv

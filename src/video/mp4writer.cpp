@@ -2,6 +2,7 @@
 
 #include "core/monotonicclock.h"
 #include "video/videolog.h"
+#include "video/yuvframe.h"
 
 #include <QFile>
 
@@ -12,7 +13,6 @@ extern "C" {
 #include <libavutil/imgutils.h>
 #include <libavutil/opt.h>
 #include <libswresample/swresample.h>
-#include <libswscale/swscale.h>
 }
 
 #include <algorithm>
@@ -57,9 +57,6 @@ struct FrameDeleter {
 };
 struct PacketDeleter {
     void operator()(AVPacket* p) const { av_packet_free(&p); }
-};
-struct SwsDeleter {
-    void operator()(SwsContext* s) const { sws_freeContext(s); }
 };
 struct SwrDeleter {
     void operator()(SwrContext* s) const { swr_free(&s); }
@@ -135,9 +132,10 @@ struct Mp4Writer::Impl {
     AVStream* videoStream = nullptr;
     AVStream* audioStream = nullptr;
     Frame videoFrame;
+    Frame lentFrame; // a caller's YUV frame, read where it lies (writeVideoYuv)
     Frame audioFrame;
     Packet packet;
-    std::unique_ptr<SwsContext, SwsDeleter> sws;
+    RgbToYuv converter;
     std::unique_ptr<SwrContext, SwrDeleter> swr;
     Settings settings;
 
@@ -154,6 +152,7 @@ struct Mp4Writer::Impl {
 
     bool drain(AVCodecContext* codec, AVStream* stream, Statistics& stats, QString* error);
     bool encodeAudioFrames(bool flush, Statistics& stats, QString* error);
+    bool encodeVideo(AVFrame* frame, std::int64_t pts, Statistics& stats, QString* error);
     void fillBlack();
 };
 
@@ -295,13 +294,14 @@ bool Mp4Writer::open(const QString& path, const Settings& settings, QString* err
     impl->videoFrame->format = AV_PIX_FMT_YUV420P;
     impl->videoFrame->width = settings.videoSize.width();
     impl->videoFrame->height = settings.videoSize.height();
+    impl->lentFrame.reset(av_frame_alloc());
     impl->audioFrame.reset(av_frame_alloc());
     impl->audioFrame->format = AV_SAMPLE_FMT_FLTP;
     impl->audioFrame->sample_rate = settings.audioSampleRate;
     av_channel_layout_default(&impl->audioFrame->ch_layout, 1);
     impl->audioFrame->nb_samples = impl->audio->frame_size;
     impl->packet.reset(av_packet_alloc());
-    if (av_frame_get_buffer(impl->videoFrame.get(), 0) < 0 ||
+    if (!impl->lentFrame || av_frame_get_buffer(impl->videoFrame.get(), 0) < 0 ||
         av_frame_get_buffer(impl->audioFrame.get(), 0) < 0 || !impl->packet)
         return fail(QStringLiteral("out of memory"));
     impl->fillBlack();
@@ -314,14 +314,8 @@ bool Mp4Writer::open(const QString& path, const Settings& settings, QString* err
 void Mp4Writer::Impl::fillBlack()
 {
     AVFrame* f = videoFrame.get();
-    // Limited-range black: Y 16, Cb and Cr 128.
-    for (int y = 0; y < f->height; ++y)
-        std::memset(f->data[0] + static_cast<std::ptrdiff_t>(y) * f->linesize[0], 16,
-                    static_cast<size_t>(f->width));
-    for (int plane = 1; plane < 3; ++plane)
-        for (int y = 0; y < (f->height + 1) / 2; ++y)
-            std::memset(f->data[plane] + static_cast<std::ptrdiff_t>(y) * f->linesize[plane], 128,
-                        static_cast<size_t>((f->width + 1) / 2));
+    sorv::fillBlack({f->data[0], f->data[1], f->data[2]},
+                    {f->linesize[0], f->linesize[1], f->linesize[2]}, QSize(f->width, f->height));
 }
 
 bool Mp4Writer::Impl::drain(AVCodecContext* codec, AVStream* stream, Statistics& stats,
@@ -375,52 +369,72 @@ bool Mp4Writer::writeVideo(const std::uint8_t* bgr0, QSize size, int stride, QRe
         w.fillBlack();
     w.lastDestination = destination;
     if (bgr0 && !size.isEmpty() && !destination.isEmpty()) {
-        w.sws.reset(sws_getCachedContext(
-            w.sws.release(), size.width(), size.height(), AV_PIX_FMT_BGR0, destination.width(),
-            destination.height(), AV_PIX_FMT_YUV420P, SWS_BILINEAR, nullptr, nullptr, nullptr));
-        if (!w.sws) {
-            if (error)
-                *error = QStringLiteral("cannot convert %1×%2 pictures")
-                             .arg(size.width())
-                             .arg(size.height());
+        if (!w.converter.convert(
+                bgr0, size, stride, RgbToYuv::Order::Bgr0, {f->data[0], f->data[1], f->data[2]},
+                {f->linesize[0], f->linesize[1], f->linesize[2]}, destination, error))
             return false;
-        }
-        // The screen is full-range RGB; the video is BT.709 limited range.
-        const int* bt709 = sws_getCoefficients(SWS_CS_ITU709);
-        int* inv = nullptr;
-        int* table = nullptr;
-        int srcRange = 0;
-        int dstRange = 0;
-        int brightness = 0;
-        int contrast = 0;
-        int saturation = 0;
-        if (sws_getColorspaceDetails(w.sws.get(), &inv, &srcRange, &table, &dstRange, &brightness,
-                                     &contrast, &saturation) >= 0 &&
-            table != bt709)
-            sws_setColorspaceDetails(w.sws.get(), bt709, 1, bt709, 0, brightness, contrast,
-                                     saturation);
-        std::uint8_t* planes[3];
-        const int x = destination.x();
-        const int y = destination.y();
-        planes[0] = f->data[0] + static_cast<std::ptrdiff_t>(y) * f->linesize[0] + x;
-        planes[1] = f->data[1] + static_cast<std::ptrdiff_t>(y / 2) * f->linesize[1] + x / 2;
-        planes[2] = f->data[2] + static_cast<std::ptrdiff_t>(y / 2) * f->linesize[2] + x / 2;
-        const std::uint8_t* src[1] = {bgr0};
-        const int srcStride[1] = {stride};
-        sws_scale(w.sws.get(), src, srcStride, 0, size.height(), planes, f->linesize);
     } else if (destination.isEmpty() && w.lastDestination.isEmpty()) {
         w.fillBlack();
     }
-    f->pts = pts;
-    rc = avcodec_send_frame(w.video.get(), f);
+    return w.encodeVideo(f, pts, m_stats, error);
+}
+
+bool Mp4Writer::writeVideoYuv(const std::uint8_t* frame, const Yuv420Layout& layout,
+                              std::int64_t ptsNs, QString* error)
+{
+    if (!isOpen())
+        return false;
+    Impl& w = *d;
+    if (layout.size != w.settings.videoSize || !frame) {
+        if (error)
+            *error = QStringLiteral("a %1×%2 frame for a %3×%4 video")
+                         .arg(layout.size.width())
+                         .arg(layout.size.height())
+                         .arg(w.settings.videoSize.width())
+                         .arg(w.settings.videoSize.height());
+        return false;
+    }
+    const std::int64_t pts = av_rescale(ptsNs, kVideoTimeBase.den, kNsPerSecond);
+    if (w.lastVideoPts != AV_NOPTS_VALUE && pts <= w.lastVideoPts)
+        return true;
+    // Lent, not copied: libx264 copies the picture into its own frames before
+    // avcodec_send_frame returns, and the drain that follows takes the frame
+    // out of libavcodec's hands, so nothing refers to `frame` once this
+    // returns (tst_mp4writer overwrites it to make sure).
+    AVFrame* f = w.lentFrame.get();
+    f->buf[0] = av_buffer_create(
+        const_cast<std::uint8_t*>(frame), layout.bytes, [](void*, std::uint8_t*) {}, nullptr,
+        AV_BUFFER_FLAG_READONLY);
+    if (!f->buf[0]) {
+        if (error)
+            *error = QStringLiteral("out of memory");
+        return false;
+    }
+    f->format = AV_PIX_FMT_YUV420P;
+    f->width = layout.size.width();
+    f->height = layout.size.height();
+    for (std::size_t p = 0; p < 3; ++p) {
+        f->data[p] = const_cast<std::uint8_t*>(frame) + layout.offset[p];
+        f->linesize[p] = layout.linesize[p];
+    }
+    const bool ok = w.encodeVideo(f, pts, m_stats, error);
+    av_frame_unref(f);
+    return ok;
+}
+
+bool Mp4Writer::Impl::encodeVideo(AVFrame* frame, std::int64_t pts, Statistics& stats,
+                                  QString* error)
+{
+    frame->pts = pts;
+    const int rc = avcodec_send_frame(video.get(), frame);
     if (rc < 0) {
         if (error)
             *error = ffmpegErrorText(rc);
         return false;
     }
-    w.lastVideoPts = pts;
-    ++m_stats.videoFrames;
-    return w.drain(w.video.get(), w.videoStream, m_stats, error);
+    lastVideoPts = pts;
+    ++stats.videoFrames;
+    return drain(video.get(), videoStream, stats, error);
 }
 
 bool Mp4Writer::writeBlackVideo(std::int64_t ptsNs, QString* error)

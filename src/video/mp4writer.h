@@ -10,6 +10,8 @@
 
 namespace sorv {
 
+struct Yuv420Layout;
+
 // Writes H.264 video and AAC audio into an MP4 file with FFmpeg. While
 // recording the file is fragmented (a fragment at least twice a second), so
 // a process killed at any moment leaves a file that plays up to its last
@@ -57,6 +59,10 @@ public:
     // not later than the previous one is skipped.
     bool writeVideo(const std::uint8_t* bgr0, QSize size, int stride, QRect destination,
                     std::int64_t ptsNs, QString* error);
+    // A whole video frame already in YUV 4:2:0 at `layout` (the video's
+    // size), read in place: nothing refers to `frame` once this returns.
+    bool writeVideoYuv(const std::uint8_t* frame, const Yuv420Layout& layout, std::int64_t ptsNs,
+                       QString* error);
     // A black picture (the window went away).
     bool writeBlackVideo(std::int64_t ptsNs, QString* error);
 

@@ -1,5 +1,6 @@
 #include "pipewirestream.h"
 
+#include "core/log.h"
 #include "core/monotonicclock.h"
 #include "video/capturearea.h"
 #include "video/videolog.h"
@@ -32,8 +33,8 @@ void initPipeWire()
     std::call_once(once, [] { pw_init(nullptr, nullptr); });
 }
 
-// Each 32-bit layout we copy: the ones with red last in memory (BGR) copy
-// straight, the others swap red and blue. The fourth byte is never read.
+// Each 32-bit layout we take: blue or red first in memory. The fourth byte is
+// never read.
 const std::array<spa_video_format, 4> kFormats{SPA_VIDEO_FORMAT_BGRx, SPA_VIDEO_FORMAT_BGRA,
                                                SPA_VIDEO_FORMAT_RGBx, SPA_VIDEO_FORMAT_RGBA};
 
@@ -356,42 +357,70 @@ void PipeWireStream::onProcess(void* data)
         self->m_sink(dropped);
         return;
     }
+    const QSize videoSize = self->m_videoSize;
+    const Yuv420Layout layout = Yuv420Layout::forSize(videoSize);
     QString why;
-    if (slot >= 0 && !self->m_pool->reserve(slot, std::size_t(rowBytes) * size.height(), &why)) {
+    if (slot >= 0 && !self->m_pool->reserve(slot, layout.bytes, &why)) {
         self->m_pool->release(slot);
         pw_stream_queue_buffer(self->m_stream, buffer);
         return;
     }
     if (slot >= 0) {
         const auto* src = static_cast<const std::uint8_t*>(d.data) + offset;
-        std::uint8_t* dst = self->m_pool->slot(slot).data;
-        for (int y = 0; y < size.height(); ++y) {
-            const std::uint8_t* s = src + std::ptrdiff_t(y) * stride;
-            std::uint8_t* o = dst + std::ptrdiff_t(y) * rowBytes;
-            if (!self->m_swapRB) {
-                std::memcpy(o, s, std::size_t(rowBytes));
-                continue;
+        const QRect full(QPoint(0, 0), videoSize);
+        const QRect destination = size == videoSize ? full : letterboxRect(size, videoSize);
+        const FramePool::Slot& out = self->m_pool->slot(slot);
+        const auto planes = layout.planes(out.data);
+        // The black around a smaller picture is painted once per slot, and
+        // again only when the picture's place in the frame changes.
+        SlotFrame& last = self->m_slotFrames[std::size_t(slot)];
+        if (destination != full &&
+            (last.generation != out.generation || last.destination != destination))
+            fillBlack(planes, layout.linesize, videoSize);
+        last = {out.generation, destination};
+        const std::uint8_t* picture = src;
+        int pictureStride = stride;
+        auto order = self->m_swapRB ? RgbToYuv::Order::Rgb0 : RgbToYuv::Order::Bgr0;
+        if (self->m_cursor && self->m_cursor->visible()) {
+            self->m_withPointer.resize(std::size_t(rowBytes) * std::size_t(size.height()));
+            std::uint8_t* dst = self->m_withPointer.data();
+            for (int y = 0; y < size.height(); ++y) {
+                const std::uint8_t* s = src + std::ptrdiff_t(y) * stride;
+                std::uint8_t* o = dst + std::ptrdiff_t(y) * rowBytes;
+                if (!self->m_swapRB) {
+                    std::memcpy(o, s, std::size_t(rowBytes));
+                    continue;
+                }
+                for (int x = 0; x < rowBytes; x += 4) {
+                    o[x] = s[x + 2];
+                    o[x + 1] = s[x + 1];
+                    o[x + 2] = s[x];
+                    o[x + 3] = 0;
+                }
             }
-            for (int x = 0; x < rowBytes; x += 4) {
-                o[x] = s[x + 2];
-                o[x + 1] = s[x + 1];
-                o[x + 2] = s[x];
-                o[x + 3] = 0;
-            }
-        }
-        if (self->m_cursor)
             self->m_cursor->draw(dst, size, rowBytes);
+            picture = dst;
+            pictureStride = rowBytes;
+            order = RgbToYuv::Order::Bgr0;
+        }
+        if (!self->m_converter.convert(picture, size, pictureStride, order, planes, layout.linesize,
+                                       destination, &why)) {
+            if (logThinned(++self->m_conversionFailures, 3))
+                qCWarning(lcVideo, "Screen stream: %s", qPrintable(why));
+            self->m_pool->release(slot);
+            pw_stream_queue_buffer(self->m_stream, buffer);
+            return;
+        }
     }
     pw_stream_queue_buffer(self->m_stream, buffer);
     if (slot < 0)
         return;
     GrabbedFrame frame;
     frame.slot = slot;
-    frame.size = size;
-    frame.stride = rowBytes;
-    frame.destination = size == self->m_videoSize ? QRect(QPoint(0, 0), size)
-                                                  : letterboxRect(size, self->m_videoSize);
+    frame.size = videoSize;
+    frame.destination = QRect(QPoint(0, 0), videoSize);
     frame.hostTimeNs = now;
+    frame.yuv420 = true;
     self->m_sink(frame);
 }
 

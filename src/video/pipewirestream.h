@@ -1,11 +1,14 @@
 #pragma once
 
 #include "video/framepool.h"
+#include "video/yuvframe.h"
 
 #include <QPoint>
+#include <QRect>
 #include <QSize>
 #include <QString>
 
+#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -38,6 +41,7 @@ public:
     void update(const spa_meta_cursor& meta, std::size_t metaSize);
     // Onto a bgr0 picture, clipped to it.
     void draw(std::uint8_t* picture, QSize size, int stride) const;
+    bool visible() const { return !m_size.isEmpty(); }
 
 private:
     std::vector<std::uint32_t> m_pixels; // premultiplied ARGB, m_size.width() a row
@@ -48,10 +52,11 @@ private:
 
 // A screen-cast video stream from PipeWire: the node the desktop's portal
 // shared, on the connection the portal opened. Negotiates 32-bit RGB in
-// shared-memory buffers; on PipeWire's own thread each picture is copied
-// into a free slot of the frame pool as bgr0 (with the pointer drawn in when
-// it comes as metadata), stamped with CLOCK_MONOTONIC and handed to the sink,
-// which posts it on. Nothing else happens there.
+// shared-memory buffers; on PipeWire's own thread each picture is converted
+// straight out of the desktop's buffer into a free slot of the frame pool as
+// the video's YUV 4:2:0 frame, stamped with CLOCK_MONOTONIC and handed to the
+// sink, which posts it on to the encoder. A pointer that comes as metadata is
+// drawn onto a copy first (the desktop's buffer is not ours to write).
 class PipeWireStream {
 public:
     // Called on the PipeWire thread with a filled slot, or with slot -1 for a
@@ -93,12 +98,21 @@ private:
     pw_stream* m_stream = nullptr;
     std::unique_ptr<spa_hook> m_listener;
     std::shared_ptr<FramePool> m_pool;
-    std::unique_ptr<CursorOverlay> m_cursor; // PipeWire thread only; null unless asked for
+    // PipeWire thread only:
+    std::unique_ptr<CursorOverlay> m_cursor; // null unless asked for
+    RgbToYuv m_converter;
+    std::vector<std::uint8_t> m_withPointer; // the picture with the pointer drawn in
+    struct SlotFrame {
+        std::uint32_t generation = 0;
+        QRect destination; // where the last picture went: the black around it is there
+    };
+    std::array<SlotFrame, FramePool::kCapacity> m_slotFrames{};
+    std::int64_t m_conversionFailures = 0;
 
     std::mutex m_mutex;
     std::condition_variable m_formatKnown;
     QSize m_size;          // negotiated picture size
-    bool m_swapRB = false; // RGBx/RGBA: red and blue trade places on the copy
+    bool m_swapRB = false; // RGBx/RGBA: red first in memory
     QString m_error;
     QSize m_videoSize;
     Sink m_sink;

@@ -16,6 +16,7 @@
 #include "video/videolog.h"
 #include "video/x11connection.h"
 #include "video/x11screengrabber.h"
+#include "video/yuvframe.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -212,10 +213,12 @@ void VideoCore::onFrame(const FramePool& pool, const GrabbedFrame& frame)
     if (pts < 0)
         return;
     QString why;
-    const bool ok = frame.size.isEmpty()
-                        ? writer->writeBlackVideo(pts, &why)
-                        : writer->writeVideo(pool.slot(frame.slot).data, frame.size, frame.stride,
-                                             frame.destination, pts, &why);
+    const std::uint8_t* pixels = frame.size.isEmpty() ? nullptr : pool.slot(frame.slot).data;
+    const bool ok =
+        !pixels ? writer->writeBlackVideo(pts, &why)
+        : frame.yuv420
+            ? writer->writeVideoYuv(pixels, Yuv420Layout::forSize(frame.size), pts, &why)
+            : writer->writeVideo(pixels, frame.size, frame.stride, frame.destination, pts, &why);
     if (!ok) {
         if (logThinned(++videoFailures, 3))
             qCWarning(lcVideo, "Failed to encode video frame: %s", qPrintable(why));

@@ -1,10 +1,13 @@
 // The MP4 writer on its own, with synthetic timestamps (no screen, no real
 // time): the audio follows its CLOCK_MONOTONIC stamps when the audio clock
 // drifts or a buffer goes missing, and the rewrite puts the index first even
-// when the space reserved for it is too small.
+// when the space reserved for it is too small; frames converted elsewhere
+// are encoded from where they lie.
 
 #include "mediafile.h"
+#include "video/capturearea.h"
 #include "video/mp4writer.h"
+#include "video/yuvframe.h"
 
 #include <QTemporaryDir>
 #include <QTest>
@@ -27,6 +30,7 @@ private Q_SLOTS:
     void audioFollowsItsTimestamps_data();
     void audioFollowsItsTimestamps();
     void indexGoesFirstEvenWhenReservationFallsShort();
+    void convertedFramesAreReadInPlaceBeforeTheCallReturns();
 };
 
 void TestMp4Writer::audioFollowsItsTimestamps_data()
@@ -136,6 +140,66 @@ void TestMp4Writer::indexGoesFirstEvenWhenReservationFallsShort()
         QVERIFY(std::find(m.boxes.begin(), m.boxes.end(), QStringLiteral("moof")) == m.boxes.end());
         QCOMPARE(m.framePts.size(), size_t(90));
         QCOMPARE(m.decodeErrors, 0);
+    }
+}
+
+void TestMp4Writer::convertedFramesAreReadInPlaceBeforeTheCallReturns()
+{
+    // A 200×100 picture, red on the left half and white on the right (RGB
+    // order in memory, as some desktops send it), letterboxed into a 320×240
+    // frame; after each call the frame is overwritten with white, as the
+    // next picture would, and the video must not show it.
+    const QSize video(320, 240);
+    const QSize picture(200, 100);
+    std::vector<std::uint8_t> rgb(std::size_t(picture.width()) * picture.height() * 4);
+    for (int y = 0; y < picture.height(); ++y)
+        for (int x = 0; x < picture.width(); ++x) {
+            std::uint8_t* p = rgb.data() + (std::size_t(y) * picture.width() + x) * 4;
+            const bool red = x < picture.width() / 2;
+            p[0] = 255;
+            p[1] = p[2] = red ? 0 : 255;
+        }
+    const Yuv420Layout layout = Yuv420Layout::forSize(video);
+    std::vector<std::uint8_t> frame(layout.bytes);
+    const QRect destination = letterboxRect(picture, video);
+    QVERIFY(destination.top() > 0);
+
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("lent.mp4"));
+    Mp4Writer w;
+    QString error;
+    QVERIFY(w.open(path, Mp4Writer::defaultSettings(video), &error));
+    RgbToYuv converter;
+    for (int i = 0; i < 30; ++i) {
+        fillBlack(layout.planes(frame.data()), layout.linesize, video);
+        QVERIFY2(converter.convert(rgb.data(), picture, picture.width() * 4, RgbToYuv::Order::Rgb0,
+                                   layout.planes(frame.data()), layout.linesize, destination,
+                                   &error),
+                 qPrintable(error));
+        QVERIFY2(
+            w.writeVideoYuv(frame.data(), layout, std::int64_t(i) * 1'000'000'000 / 30, &error),
+            qPrintable(error));
+        std::fill(frame.begin(), frame.end(), std::uint8_t(235));
+    }
+    // A frame of another size is refused, and the file goes on.
+    QVERIFY(!w.writeVideoYuv(frame.data(), Yuv420Layout::forSize(QSize(160, 120)), 2'000'000'000,
+                             &error));
+    QVERIFY(error.contains(QStringLiteral("160×120")));
+    QVERIFY(w.finish(&error));
+
+    const QRect band(0, 0, video.width(), destination.top());
+    const QRect redPart(destination.left() + 10, destination.top() + 10, 60, 60);
+    const QRect whitePart(destination.right() - 70, destination.top() + 10, 60, 60);
+    const MediaFile m = MediaFile::read(path, true, band, 0.0, {redPart, whitePart});
+    QVERIFY(m.opened);
+    QCOMPARE(m.framePts.size(), size_t(30));
+    for (std::size_t i = 0; i < m.framePts.size(); ++i) {
+        // BT.709 limited range: black 16, pure red 63, white 235.
+        QVERIFY2(std::abs(m.frameLuma[i] - 16) < 4, qPrintable(QString::number(m.frameLuma[i])));
+        QVERIFY2(std::abs(m.moreLuma[i][0] - 63) < 6,
+                 qPrintable(QString::number(m.moreLuma[i][0])));
+        QVERIFY2(std::abs(m.moreLuma[i][1] - 235) < 4,
+                 qPrintable(QString::number(m.moreLuma[i][1])));
     }
 }
 
