@@ -626,7 +626,7 @@ void AudioRecorder::applyUpdate(std::uint64_t session, const AudioEngineUpdate& 
         break;
     case Kind::DurationReached:
         if (session == m_session)
-            stopRecording();
+            endRecording(true);
         break;
     }
 }
@@ -643,33 +643,39 @@ void AudioRecorder::endWithError(const QString& message, std::optional<bool> som
     setState(RecordingState::stopping());
     const QString file = m_outputPath;
     const QString wav = m_lastWavPath;
-    stopCapture([this, session, message, somethingSaved, file, wav](const QString& videoError) {
-        AudioFileReader reader;
-        const bool wavSaved = somethingSaved.value_or(reader.open(wav) && reader.frames() > 0);
-        // An empty WAV is no recording; a video file is kept when it was
-        // finished, without the companion that has nothing in it.
-        const bool videoMode = file != wav;
-        const bool videoKept = videoMode && videoError.isNull();
-        if (!wavSaved)
-            QFile::remove(wav);
-        if (videoMode && !videoKept)
-            QFile::remove(file);
-        if (session != m_session)
-            return;
-        if (videoKept)
-            setPaths(file, wavSaved ? wav : QString(), file);
-        else if (wavSaved)
-            setPaths(wav, wav, {});
-        else
-            setPaths({}, {}, {});
-        showFileDuration();
-        setState(RecordingState::error(message));
-    });
+    stopCapture(
+        false, [this, session, message, somethingSaved, file, wav](const QString& videoError) {
+            AudioFileReader reader;
+            const bool wavSaved = somethingSaved.value_or(reader.open(wav) && reader.frames() > 0);
+            // An empty WAV is no recording; a video file is kept when it was
+            // finished, without the companion that has nothing in it.
+            const bool videoMode = file != wav;
+            const bool videoKept = videoMode && videoError.isNull();
+            if (!wavSaved)
+                QFile::remove(wav);
+            if (videoMode && !videoKept)
+                QFile::remove(file);
+            if (session != m_session)
+                return;
+            if (videoKept)
+                setPaths(file, wavSaved ? wav : QString(), file);
+            else if (wavSaved)
+                setPaths(wav, wav, {});
+            else
+                setPaths({}, {}, {});
+            showFileDuration();
+            setState(RecordingState::error(message));
+        });
 }
 
 // --- Stop, save, discard -----------------------------------------------------
 
 void AudioRecorder::stopRecording()
+{
+    endRecording(false);
+}
+
+void AudioRecorder::endRecording(bool soundEnded)
 {
     if (m_state.kind() != RecordingState::Kind::Recording)
         return;
@@ -677,7 +683,7 @@ void AudioRecorder::stopRecording()
     m_clock.stop();
     setSoundServerLost(false);
     const std::uint64_t session = m_session;
-    stopCapture([this, session](const QString& videoError) {
+    stopCapture(soundEnded, [this, session](const QString& videoError) {
         if (session != m_session || m_state.kind() != RecordingState::Kind::Stopping)
             return;
         showFileDuration();
@@ -687,7 +693,8 @@ void AudioRecorder::stopRecording()
     });
 }
 
-void AudioRecorder::stopCapture(const std::function<void(const QString& videoError)>& done)
+void AudioRecorder::stopCapture(bool soundEnded,
+                                const std::function<void(const QString& videoError)>& done)
 {
     VideoCapture* video = m_videoRecorder;
     setVideoRecorder(nullptr);
@@ -738,13 +745,18 @@ void AudioRecorder::stopCapture(const std::function<void(const QString& videoErr
         });
     };
     connect(video, &VideoCapture::audioEnded, this, stopEngine, Qt::SingleShotConnection);
-    video->stop([seq, stopEngine, finishIfDone](const VideoCapture::StopResult& result) {
+    auto stopped = [seq, stopEngine, finishIfDone](const VideoCapture::StopResult& result) {
         seq->videoStopped = true;
         if (result.error)
             seq->videoError = result.error->description();
         stopEngine(); // a failed stop never reports audioEnded
         finishIfDone();
-    });
+    };
+    // At its length the sound has ended already; the picture ends with it.
+    if (soundEnded)
+        video->stopWithSound(stopped);
+    else
+        video->stop(stopped);
 }
 
 void AudioRecorder::saveRecording()
@@ -833,7 +845,7 @@ void AudioRecorder::resetToIdle()
     // error, a stop) finishes its files by itself; one starting is
     // abandoned by its own completion.
     if (recording)
-        stopCapture([](const QString&) {});
+        stopCapture(false, [](const QString&) {});
 }
 
 void AudioRecorder::clearSessionFields()

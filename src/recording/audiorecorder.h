@@ -236,7 +236,9 @@ private:
     void setIsVideoMode(bool v);
     // Ends the capture: the video file first, then the engine. `done` gets
     // the video's failure text, a null string when there was none.
-    void stopCapture(const std::function<void(const QString& videoError)>& done);
+    // `soundEnded`: the recording reached its length, so the sound has ended.
+    void stopCapture(bool soundEnded, const std::function<void(const QString& videoError)>& done);
+    void endRecording(bool soundEnded);
     void applyUpdate(std::uint64_t session, const AudioEngineUpdate& update);
     // The capture failed under a recording: it is ended, and the error shown
     // once its files are finished, with what was saved. `somethingSaved`

@@ -571,7 +571,7 @@ void Mp4Writer::cancel()
 }
 
 bool Mp4Writer::remuxWithIndexFirst(const QString& from, const QString& to, std::int64_t packets,
-                                    QString* error)
+                                    QString* error, std::int64_t videoEndNs)
 {
     const auto fail = [&](const QString& message) {
         if (error)
@@ -628,8 +628,21 @@ bool Mp4Writer::remuxWithIndexFirst(const QString& from, const QString& to, std:
             return false;
         }
         Packet packet(av_packet_alloc());
+        bool videoSeen = false;
         while ((rc = av_read_frame(in.get(), packet.get())) >= 0) {
             const int index = packet->stream_index;
+            const AVStream* stream = in->streams[index];
+            if (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
+                // No B-frames: a packet's pts is its place in time and
+                // nothing before it refers to it.
+                if (videoSeen && packet->pts != AV_NOPTS_VALUE &&
+                    av_rescale_q(packet->pts, stream->time_base,
+                                 AVRational{1, int(kNsPerSecond)}) >= videoEndNs) {
+                    av_packet_unref(packet.get());
+                    continue;
+                }
+                videoSeen = true;
+            }
             av_packet_rescale_ts(packet.get(), in->streams[index]->time_base,
                                  outRaw->streams[index]->time_base);
             packet->pos = -1;

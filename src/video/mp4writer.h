@@ -5,6 +5,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -83,9 +84,12 @@ public:
     // comes first. With the number of packets known, space for the index is
     // reserved up front and the file is written once; otherwise, or when the
     // reservation falls short, the muxer's own second pass (+faststart) moves
-    // the index to the front.
-    static bool remuxWithIndexFirst(const QString& from, const QString& to, std::int64_t packets,
-                                    QString* error);
+    // the index to the front. Video packets stamped at or after `videoEndNs`
+    // (from the start of the file) are left out, though never the first.
+    static bool
+    remuxWithIndexFirst(const QString& from, const QString& to, std::int64_t packets,
+                        QString* error,
+                        std::int64_t videoEndNs = std::numeric_limits<std::int64_t>::max());
 
 private:
     struct Impl;

@@ -79,6 +79,10 @@ public:
     virtual AudioSink audioSink() const = 0;
     // Only from recording: finishes the file and hands back its path.
     virtual void stop(StopCompletion done) = 0;
+    // The same for a recording whose sound has already ended (its length
+    // reached): the picture ends with the sound, not when this is called,
+    // however late the news of the end came.
+    virtual void stopWithSound(StopCompletion done) { stop(std::move(done)); }
     // Drops whatever runs; returns at once.
     virtual void tearDown() = 0;
 

@@ -150,6 +150,7 @@ struct CaptureStream {
 struct FinishJob {
     std::shared_ptr<VideoCore> core;
     std::int64_t stoppedAtNs = 0;
+    bool withSound = false; // the sound ended before the stop: so does the picture
     std::uint64_t session = 0;
     SerialQueue* queue = nullptr;
     // Once, when the file has taken all the audio it will take.
@@ -598,6 +599,16 @@ VideoRecorder::AudioSink VideoRecorder::audioSink() const
 
 void VideoRecorder::stop(StopCompletion done)
 {
+    stop(false, std::move(done));
+}
+
+void VideoRecorder::stopWithSound(StopCompletion done)
+{
+    stop(true, std::move(done));
+}
+
+void VideoRecorder::stop(bool withSound, StopCompletion done)
+{
     const QPointer<VideoRecorder> self(this);
     std::optional<VideoRecorderError> refusal;
     switch (m_state.kind()) {
@@ -632,6 +643,7 @@ void VideoRecorder::stop(StopCompletion done)
     auto finish = std::make_shared<FinishJob>();
     finish->core = m_core;
     finish->stoppedAtNs = stoppedAt;
+    finish->withSound = withSound;
     finish->session = session;
     finish->queue = videoQueue;
     finish->audioEnded = [self] { onMain(self, [](VideoRecorder& r) { Q_EMIT r.audioEnded(); }); };
@@ -655,7 +667,8 @@ void FinishJob::run(const std::shared_ptr<FinishJob>& job, int waitedMs)
         return;
     }
     const bool audioSeen = core.lastAudioEndNs != std::numeric_limits<std::int64_t>::min();
-    if (audioSeen && core.lastAudioEndNs < job->stoppedAtNs && waitedMs < kAudioGraceMs) {
+    if (audioSeen && !job->withSound && core.lastAudioEndNs < job->stoppedAtNs &&
+        waitedMs < kAudioGraceMs) {
         QTimer::singleShot(kAudioGracePollMs, job->queue->context(),
                            [job, waitedMs] { run(job, waitedMs + kAudioGracePollMs); });
         return;
@@ -665,6 +678,10 @@ void FinishJob::run(const std::shared_ptr<FinishJob>& job, int waitedMs)
     job->audioEnded();
     const Mp4Writer::Statistics& stats = core.writer->statistics();
     const std::int64_t packets = stats.videoPackets + stats.audioPackets;
+    // The frames encoded while the news of the sound's end was on its way.
+    const std::int64_t videoEndNs = job->withSound && audioSeen && core.firstSampleTimeNs
+                                        ? core.lastAudioEndNs - *core.firstSampleTimeNs
+                                        : std::numeric_limits<std::int64_t>::max();
     QString why;
     const bool finished = core.writer->finish(&why);
     const QString path = core.path;
@@ -681,7 +698,7 @@ void FinishJob::run(const std::shared_ptr<FinishJob>& job, int waitedMs)
     }
     const QString part = path + QStringLiteral(".part");
     QString remuxError;
-    if (!Mp4Writer::remuxWithIndexFirst(path, part, packets, &remuxError)) {
+    if (!Mp4Writer::remuxWithIndexFirst(path, part, packets, &remuxError, videoEndNs)) {
         // The fragmented file plays everywhere that matters: keep it.
         qCWarning(lcVideo,
                   "Could not move the index to the front (%s); keeping the fragmented file",

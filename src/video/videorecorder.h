@@ -105,6 +105,9 @@ public:
     // with notRecording when there is nothing to stop, invalidState while
     // starting or finishing.
     void stop(StopCompletion done) override;
+    // Frames stamped after the last audio buffer's end are left out of the
+    // finished file.
+    void stopWithSound(StopCompletion done) override;
 
     // Drops whatever runs (after a failed start, or when the controller
     // abandons a recording): the fragmented file stays as written. Returns at
@@ -121,6 +124,7 @@ Q_SIGNALS:
     void captureFailed(const QString& message);
 
 private:
+    void stop(bool withSound, StopCompletion done);
     using OpenFile = std::function<void(QSize size, const std::function<void()>& begin)>;
     using Fail = std::function<void(const VideoRecorderError& error)>;
 

@@ -345,15 +345,12 @@ void TestAvSync::bothSourcesStayInSync()
     QVERIFY2(m.opened, qPrintable(m.error));
     QCOMPARE(m.videoSize, kScreen);
     QCOMPARE(m.readErrors + m.decodeErrors, 0);
-    // The video starts once the audio runs and ends with it: the stop comes
-    // when the news that the audio reached its length arrives, and the frames
-    // encoded while that last buffer was on its way (the capture's latency,
-    // 40 to 70 ms on the machines seen) stay, plus the last one's duration.
-    // On a machine this loaded the news can come a second late (seen: the
-    // video 1.03 s past a 20 s recording at a load of 6 on 2 cores); the
-    // suite asks only that the video stops with the audio, the bench how
-    // closely.
-    const double slack = strict() ? 0.1 : 2.0;
+    // The video starts once the audio runs and ends with it: the news that
+    // the audio reached its length comes late on a loaded machine (seen: a
+    // second or two), and the frames encoded meanwhile are left out of the
+    // finished file. A frame or two can still be missing at the end when
+    // the machine is busy: the suite allows a few, the bench one.
+    const double slack = strict() ? 0.1 : 0.5;
     QVERIFY2(m.videoEnd > length - 1.0 && m.videoEnd <= length + slack + 1.0 / 30,
              qPrintable(QString::number(m.videoEnd)));
     QVERIFY2(std::fabs(m.audioEnd - m.videoEnd) <= slack,

@@ -141,6 +141,17 @@ void TestMp4Writer::indexGoesFirstEvenWhenReservationFallsShort()
         QCOMPARE(m.framePts.size(), size_t(90));
         QCOMPARE(m.decodeErrors, 0);
     }
+
+    // A recording whose sound ended at 2 s: the picture ends there too, the
+    // sound is all kept.
+    const QString trimmed = dir.filePath(QStringLiteral("trimmed.mp4"));
+    QVERIFY2(Mp4Writer::remuxWithIndexFirst(fragmented, trimmed, 0, &error, 2'000'000'000),
+             qPrintable(error));
+    const MediaFile m = MediaFile::read(trimmed, true);
+    QCOMPARE(m.framePts.size(), size_t(60));
+    QCOMPARE(m.decodeErrors, 0);
+    QVERIFY2(std::fabs(m.videoEnd - 2.0) < 0.001, qPrintable(QString::number(m.videoEnd)));
+    QVERIFY2(m.audioEnd > 2.8, qPrintable(QString::number(m.audioEnd)));
 }
 
 void TestMp4Writer::convertedFramesAreReadInPlaceBeforeTheCallReturns()
