@@ -7,8 +7,9 @@
 #           private pipewire (SORVELANDRIX_SCREEN_CAPTURE=portal);
 #   x11:    the same pattern in an ximagesink window on a 1920×1080 Xvfb
 #           (SORVELANDRIX_SCREEN_CAPTURE=x11);
-# first on the machine as it is, then beside two busy loops (load average
-# ≈ 2 more; SORV_BENCH_LOAD_NICE sets their nice level, default 0). For each:
+# first on the machine as it is (twice each way, see below), then beside two
+# busy loops (load average ≈ 2 more; SORV_BENCH_LOAD_NICE sets their nice
+# level, default 0). For each:
 #   - CPU (user + system) of the recording process per second, from /proc,
 #     between its first seconds and its stop (the pattern's own GStreamer
 #     process is not counted)                  target: portal ≤ x11
@@ -128,9 +129,23 @@ report() {
 }
 
 echo "portal_vs_x11: ${seconds} s of ${size} at 30 fps each way, $(nproc) cores, load $(cut -d' ' -f1-3 /proc/loadavg)"
+# Twice each way, in the order portal, x11, x11, portal, so that whatever
+# drifts on the machine in the meantime weighs on both alike; the report
+# takes the mean of each pair (CPU a second, loads and servers averaged,
+# frames, drops and distinct pictures added up, so per-frame figures hold).
+mean_of() {
+  awk -v a="$1" -v b="$2" 'BEGIN {
+    split(a, x, " "); split(b, y, " ")
+    printf "%.4f %d %d %.2f %.4f %.4f %d\n", (x[1] + y[1]) / 2, x[2] + y[2], x[3] + y[3], (x[4] + y[4]) / 2, (x[5] + y[5]) / 2, (x[6] + y[6]) / 2, x[7] + y[7] }'
+}
 quiet_portal=$(run quiet-portal portal)
 quiet_x11=$(run quiet-x11 x11)
-report "as the machine is:" "$quiet_portal" "$quiet_x11"
+report "as the machine is (first portal, then x11):" "$quiet_portal" "$quiet_x11"
+quiet_x11_2=$(run quiet-x11-2 x11)
+quiet_portal_2=$(run quiet-portal-2 portal)
+report "again (first x11, then portal):" "$quiet_portal_2" "$quiet_x11_2"
+seconds=$((seconds * 2)) report "both pairs together:" "$(mean_of "$quiet_portal" "$quiet_portal_2")" \
+  "$(mean_of "$quiet_x11" "$quiet_x11_2")"
 
 for _ in 1 2; do
   nice -n "${SORV_BENCH_LOAD_NICE:-0}" bash -c 'while :; do :; done' &
