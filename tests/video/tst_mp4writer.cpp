@@ -31,6 +31,7 @@ private Q_SLOTS:
     void audioFollowsItsTimestamps();
     void indexGoesFirstEvenWhenReservationFallsShort();
     void convertedFramesAreReadInPlaceBeforeTheCallReturns();
+    void screenColoursBecomeBt709LimitedRange();
 };
 
 void TestMp4Writer::audioFollowsItsTimestamps_data()
@@ -212,6 +213,64 @@ void TestMp4Writer::convertedFramesAreReadInPlaceBeforeTheCallReturns()
         QVERIFY2(std::abs(m.moreLuma[i][1] - 235) < 4,
                  qPrintable(QString::number(m.moreLuma[i][1])));
     }
+}
+
+void TestMp4Writer::screenColoursBecomeBt709LimitedRange()
+{
+    // A 7×5 picture (odd both ways: the last column and row pair with
+    // themselves) of one colour, in both byte orders, placed at (2, 2) of a
+    // 12×10 frame whose other samples must stay as they were.
+    struct Colour {
+        int r, g, b, y, u, v;
+    };
+    const Colour colours[] = {{255, 0, 0, 63, 102, 240}, {0, 255, 0, 173, 42, 26},
+                              {0, 0, 255, 32, 240, 118}, {255, 255, 255, 235, 128, 128},
+                              {0, 0, 0, 16, 128, 128},   {128, 128, 128, 126, 128, 128}};
+    const QSize picture(7, 5);
+    const QRect destination(QPoint(2, 2), picture);
+    const Yuv420Layout layout = Yuv420Layout::forSize(QSize(12, 10));
+    RgbToYuv converter;
+    for (const Colour& c : colours)
+        for (const auto order : {RgbToYuv::Order::Bgr0, RgbToYuv::Order::Rgb0}) {
+            std::vector<std::uint8_t> pixels(std::size_t(picture.width() * picture.height() * 4));
+            for (std::size_t i = 0; i < pixels.size(); i += 4) {
+                pixels[i] = std::uint8_t(order == RgbToYuv::Order::Bgr0 ? c.b : c.r);
+                pixels[i + 1] = std::uint8_t(c.g);
+                pixels[i + 2] = std::uint8_t(order == RgbToYuv::Order::Bgr0 ? c.r : c.b);
+            }
+            std::vector<std::uint8_t> frame(layout.bytes, 7);
+            const auto planes = layout.planes(frame.data());
+            QString error;
+            QVERIFY(converter.convert(pixels.data(), picture, picture.width() * 4, order, planes,
+                                      layout.linesize, destination, &error));
+            const auto at = [&](int plane, int x, int y) {
+                return int(planes[std::size_t(plane)][y * layout.linesize[std::size_t(plane)] + x]);
+            };
+            const QString what = QStringLiteral("%1,%2,%3 %4")
+                                     .arg(c.r)
+                                     .arg(c.g)
+                                     .arg(c.b)
+                                     .arg(order == RgbToYuv::Order::Bgr0 ? "BGR" : "RGB");
+            for (int y = 0; y < 10; ++y)
+                for (int x = 0; x < 12; ++x) {
+                    const int expected = destination.contains(x, y) ? c.y : 7;
+                    QVERIFY2(std::abs(at(0, x, y) - expected) <= 1,
+                             qPrintable(
+                                 what +
+                                 QStringLiteral(" Y at %1,%2: %3").arg(x).arg(y).arg(at(0, x, y))));
+                }
+            for (int y = 1; y < 4; ++y)
+                for (int x = 1; x < 5; ++x) {
+                    QVERIFY2(std::abs(at(1, x, y) - c.u) <= 1 && std::abs(at(2, x, y) - c.v) <= 1,
+                             qPrintable(what + QStringLiteral(" Cb Cr at %1,%2: %3 %4")
+                                                   .arg(x)
+                                                   .arg(y)
+                                                   .arg(at(1, x, y))
+                                                   .arg(at(2, x, y))));
+                }
+            QCOMPARE(at(1, 0, 0), 7);
+            QCOMPARE(at(2, 5, 4), 7);
+        }
 }
 
 QTEST_GUILESS_MAIN(TestMp4Writer)
