@@ -32,8 +32,9 @@ void fillBlack(const std::array<std::uint8_t*, 3>& planes, const std::array<int,
                QSize size);
 
 // Converts 32-bit RGB screen pictures (full range) into a YUV 4:2:0 frame,
-// scaled into a rectangle of it. Keeps FFmpeg's scaler between calls: one
-// converter per thread, and a new set-up only when sizes or formats change.
+// scaled into a rectangle of it: by its own loop when the rectangle is the
+// picture's size, else by FFmpeg's scaler, kept between calls (one converter
+// per thread; a new set-up only when sizes or formats change).
 class RgbToYuv {
 public:
     enum class Order { Bgr0, Rgb0 }; // the colours' order in memory
