@@ -62,12 +62,12 @@ void convertUnscaled(const std::uint8_t* picture, QSize size, int stride,
         std::uint8_t* u = planes[1] + std::ptrdiff_t(y / 2) * linesize[1];
         std::uint8_t* v = planes[2] + std::ptrdiff_t(y / 2) * linesize[2];
         for (int x = 0; x < w; ++x) {
-            y0[x] = luma(s0 + 4 * x);
-            y1[x] = luma(s1 + 4 * x);
+            y0[x] = luma(s0 + std::ptrdiff_t(x) * 4);
+            y1[x] = luma(s1 + std::ptrdiff_t(x) * 4);
         }
         const auto pair = [&](int x, int next) {
-            const std::uint8_t* a = s0 + 8 * x;
-            const std::uint8_t* b = s1 + 8 * x;
+            const std::uint8_t* a = s0 + std::ptrdiff_t(x) * 8;
+            const std::uint8_t* b = s1 + std::ptrdiff_t(x) * 8;
             const int r = a[R] + a[R + next] + b[R] + b[R + next];
             const int g = a[1] + a[1 + next] + b[1] + b[1 + next];
             const int bl = a[B] + a[B + next] + b[B] + b[B + next];
