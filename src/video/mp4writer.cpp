@@ -16,9 +16,11 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <array>
 #include <cstdarg>
 #include <cstring>
 #include <mutex>
+#include <optional>
 
 namespace sorv {
 
@@ -88,6 +90,16 @@ QByteArray encodedPath(const QString& path)
     return QFile::encodeName(path);
 }
 
+std::array<std::uint8_t*, 3> planesOf(const AVFrame* f)
+{
+    return {f->data[0], f->data[1], f->data[2]};
+}
+
+std::array<int, 3> linesizesOf(const AVFrame* f)
+{
+    return {f->linesize[0], f->linesize[1], f->linesize[2]};
+}
+
 } // namespace
 
 namespace {
@@ -152,6 +164,15 @@ struct Mp4Writer::Impl {
 
     bool drain(AVCodecContext* codec, AVStream* stream, Statistics& stats, QString* error);
     bool encodeAudioFrames(bool flush, Statistics& stats, QString* error);
+    // The stream's pts for a picture at `ptsNs`; none when it is not later
+    // than the last one written (such a picture is skipped).
+    std::optional<std::int64_t> nextVideoPts(std::int64_t ptsNs) const
+    {
+        const std::int64_t pts = av_rescale(ptsNs, kVideoTimeBase.den, kNsPerSecond);
+        if (lastVideoPts != AV_NOPTS_VALUE && pts <= lastVideoPts)
+            return std::nullopt;
+        return pts;
+    }
     bool encodeVideo(AVFrame* frame, std::int64_t pts, Statistics& stats, QString* error);
     void fillBlack();
 };
@@ -314,8 +335,7 @@ bool Mp4Writer::open(const QString& path, const Settings& settings, QString* err
 void Mp4Writer::Impl::fillBlack()
 {
     AVFrame* f = videoFrame.get();
-    sorv::fillBlack({f->data[0], f->data[1], f->data[2]},
-                    {f->linesize[0], f->linesize[1], f->linesize[2]}, QSize(f->width, f->height));
+    sorv::fillBlack(planesOf(f), linesizesOf(f), QSize(f->width, f->height));
 }
 
 bool Mp4Writer::Impl::drain(AVCodecContext* codec, AVStream* stream, Statistics& stats,
@@ -353,8 +373,8 @@ bool Mp4Writer::writeVideo(const std::uint8_t* bgr0, QSize size, int stride, QRe
     if (!isOpen())
         return false;
     Impl& w = *d;
-    const std::int64_t pts = av_rescale(ptsNs, kVideoTimeBase.den, kNsPerSecond);
-    if (w.lastVideoPts != AV_NOPTS_VALUE && pts <= w.lastVideoPts)
+    const std::optional<std::int64_t> pts = w.nextVideoPts(ptsNs);
+    if (!pts)
         return true;
     AVFrame* f = w.videoFrame.get();
     int rc = av_frame_make_writable(f);
@@ -369,14 +389,13 @@ bool Mp4Writer::writeVideo(const std::uint8_t* bgr0, QSize size, int stride, QRe
         w.fillBlack();
     w.lastDestination = destination;
     if (bgr0 && !size.isEmpty() && !destination.isEmpty()) {
-        if (!w.converter.convert(
-                bgr0, size, stride, RgbToYuv::Order::Bgr0, {f->data[0], f->data[1], f->data[2]},
-                {f->linesize[0], f->linesize[1], f->linesize[2]}, destination, error))
+        if (!w.converter.convert(bgr0, size, stride, RgbToYuv::Order::Bgr0, planesOf(f),
+                                 linesizesOf(f), destination, error))
             return false;
     } else if (destination.isEmpty() && w.lastDestination.isEmpty()) {
         w.fillBlack();
     }
-    return w.encodeVideo(f, pts, m_stats, error);
+    return w.encodeVideo(f, *pts, m_stats, error);
 }
 
 bool Mp4Writer::writeVideoYuv(const std::uint8_t* frame, const Yuv420Layout& layout,
@@ -394,8 +413,8 @@ bool Mp4Writer::writeVideoYuv(const std::uint8_t* frame, const Yuv420Layout& lay
                          .arg(w.settings.videoSize.height());
         return false;
     }
-    const std::int64_t pts = av_rescale(ptsNs, kVideoTimeBase.den, kNsPerSecond);
-    if (w.lastVideoPts != AV_NOPTS_VALUE && pts <= w.lastVideoPts)
+    const std::optional<std::int64_t> pts = w.nextVideoPts(ptsNs);
+    if (!pts)
         return true;
     // Lent, not copied: libx264 copies the picture into its own frames before
     // avcodec_send_frame returns, and the drain that follows takes the frame
@@ -417,7 +436,7 @@ bool Mp4Writer::writeVideoYuv(const std::uint8_t* frame, const Yuv420Layout& lay
         f->data[p] = const_cast<std::uint8_t*>(frame) + layout.offset[p];
         f->linesize[p] = layout.linesize[p];
     }
-    const bool ok = w.encodeVideo(f, pts, m_stats, error);
+    const bool ok = w.encodeVideo(f, *pts, m_stats, error);
     av_frame_unref(f);
     return ok;
 }
